@@ -1,0 +1,41 @@
+# GoogleTest, cross-built from Debian's sources, and the helper that registers
+# a Windows test program with ctest so that it runs under Wine.
+
+set(KW_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources (Debian package googletest)")
+if(NOT EXISTS ${KW_GTEST_SOURCE_DIR}/CMakeLists.txt)
+  message(FATAL_ERROR "GoogleTest sources not found in ${KW_GTEST_SOURCE_DIR}: apt-get install googletest")
+endif()
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+set(gtest_disable_pthreads ON CACHE BOOL "" FORCE)
+add_subdirectory(${KW_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+
+set(KW_WINE_ROOT ${CMAKE_BINARY_DIR}/wine)
+
+# kw_add_wine_test(NAME <name> SOURCES <files...> [LIBS <libs...>]
+#                  [WINE_PREFIX <prefix>] [DEPENDS <targets...>] [TIMEOUT <s>])
+# Builds <name>.exe against gtest_main and registers it as one ctest test run
+# under Wine. Tests sharing a prefix share one wineserver and registry; give a
+# test that changes the registry a prefix of its own.
+function(kw_add_wine_test)
+  cmake_parse_arguments(T "" "NAME;WINE_PREFIX;TIMEOUT" "SOURCES;LIBS;DEPENDS" ${ARGN})
+  if(NOT T_WINE_PREFIX)
+    set(T_WINE_PREFIX shared)
+  endif()
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE gtest_main ${T_LIBS})
+  target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support ${PROJECT_SOURCE_DIR})
+  set_property(TARGET ${T_NAME} PROPERTY CROSSCOMPILING_EMULATOR
+               "${PROJECT_SOURCE_DIR}/cmake/wine-run.sh;--prefix;${T_WINE_PREFIX}")
+  if(T_DEPENDS)
+    add_dependencies(${T_NAME} ${T_DEPENDS})
+  endif()
+  add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+  set_tests_properties(${T_NAME} PROPERTIES
+    TIMEOUT ${T_TIMEOUT}
+    ENVIRONMENT "KW_WINE_ROOT=${KW_WINE_ROOT}"
+    WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+endfunction()

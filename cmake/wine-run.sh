@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine in a prefix kept under the build tree.
+#   wine-run.sh [--prefix NAME] program.exe [args...]
+# The prefix <build>/wine/NAME (default "shared") is created once, under a lock,
+# so parallel test processes never race on its creation. Programs that change
+# the registry use a prefix of their own so that no other process sees it.
+set -euo pipefail
+
+prefix_name=shared
+if [[ "${1:-}" == --prefix ]]; then prefix_name=$2; shift 2; fi
+[[ "${1:-}" == --prefix=* ]] && { prefix_name=${1#--prefix=}; shift; }
+
+program=$1; shift
+build_root=${KW_WINE_ROOT:-$(cd "$(dirname "$program")/.." && pwd)/wine}
+mkdir -p "$build_root"
+export WINEPREFIX="$build_root/$prefix_name"
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+export WINEARCH=win64
+unset DISPLAY
+
+wine_bin=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
+
+(
+  flock 9
+  if [[ ! -f "$WINEPREFIX/.kw-ready" ]]; then
+    rm -rf "$WINEPREFIX"
+    wineboot -i >/dev/null 2>&1 || true
+    wineserver -w || true
+    [[ -f "$WINEPREFIX/system.reg" ]] || { echo "wine-run: could not create prefix $WINEPREFIX" >&2; exit 1; }
+    touch "$WINEPREFIX/.kw-ready"
+  fi
+) 9>"$build_root/.$prefix_name.lock"
+
+exec "$wine_bin" "$program" "$@"
