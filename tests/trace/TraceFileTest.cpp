@@ -155,7 +155,7 @@ TEST_F(TraceFileTest, FileNameCarriesSixteenHexDigitsOfTheLoadAddress)
             << Utf8(files[0]);
 }
 
-TEST_F(TraceFileTest, EveryLineAlsoGoesToTheDebuggerOutputFirst)
+TEST_F(TraceFileTest, EveryLineAlsoGoesToTheDebuggerOutputInFileOrder)
 {
     ScratchFolder scratch;
     SetTraceFolder(HKEY_CURRENT_USER, scratch.Path());

@@ -273,6 +273,17 @@ private:
 CaptureLock g_captureLock;
 std::vector<std::string> g_narrowTexts;
 std::vector<std::string> g_wideTexts;
+std::wstring g_watchedFile;
+std::vector<long long> g_narrowSizes;
+std::vector<long long> g_wideSizes;
+
+long long WatchedFileSize()
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (g_watchedFile.empty() || !GetFileAttributesExW(g_watchedFile.c_str(), GetFileExInfoStandard, &data))
+        return -1;
+    return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
 
 // DBG_PRINTEXCEPTION_C carries (length, char*); DBG_PRINTEXCEPTION_WIDE_C
 // carries (length, wchar_t*, length, char*).
@@ -285,20 +296,25 @@ LONG CALLBACK CaptureDebugPrint(EXCEPTION_POINTERS* info)
     if (record->ExceptionCode == kDebugPrint && record->NumberParameters >= 2) {
         std::lock_guard<CaptureLock> lock(g_captureLock);
         g_narrowTexts.emplace_back(reinterpret_cast<const char*>(record->ExceptionInformation[1]));
+        g_narrowSizes.push_back(WatchedFileSize());
     } else if (record->ExceptionCode == kDebugPrintWide && record->NumberParameters >= 2) {
         std::lock_guard<CaptureLock> lock(g_captureLock);
         g_wideTexts.push_back(Utf8(reinterpret_cast<const wchar_t*>(record->ExceptionInformation[1])));
+        g_wideSizes.push_back(WatchedFileSize());
     }
     return EXCEPTION_CONTINUE_SEARCH;
 }
 }  // namespace
 
-DebugOutputCapture::DebugOutputCapture()
+DebugOutputCapture::DebugOutputCapture(const std::wstring& watchedFile)
 {
     {
         std::lock_guard<CaptureLock> lock(g_captureLock);
         g_narrowTexts.clear();
         g_wideTexts.clear();
+        g_narrowSizes.clear();
+        g_wideSizes.clear();
+        g_watchedFile = watchedFile;
     }
     handler_ = AddVectoredExceptionHandler(1, CaptureDebugPrint);
 }
@@ -311,6 +327,12 @@ std::vector<std::string> DebugOutputCapture::Texts() const
     // Where the system raises the wide form, the narrow one may follow as a
     // fall-back for the same text; the wide list is then the complete one.
     return g_wideTexts.empty() ? g_narrowTexts : g_wideTexts;
+}
+
+std::vector<long long> DebugOutputCapture::FileSizes() const
+{
+    std::lock_guard<CaptureLock> lock(g_captureLock);
+    return g_wideTexts.empty() ? g_narrowSizes : g_wideSizes;
 }
 
 }  // namespace tracetest

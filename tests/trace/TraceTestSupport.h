@@ -73,10 +73,13 @@ std::vector<std::string> Messages(const std::vector<TraceLine>& lines);
 // vectored exception handler that sees the debug-print exception first).
 class DebugOutputCapture {
 public:
-    DebugOutputCapture();
+    // With a file path, the size of that file is noted at every text.
+    explicit DebugOutputCapture(const std::wstring& watchedFile = L"");
     ~DebugOutputCapture();
     // The captured texts, in order.
     std::vector<std::string> Texts() const;
+    // The watched file's size when each text arrived (-1: no such file).
+    std::vector<long long> FileSizes() const;
 
 private:
     PVOID handler_;

@@ -154,16 +154,23 @@ TEST_F(TraceWriteTest, EachLineNamesTheWritingThreadInFiveColumns)
     EXPECT_NE(lines[0].threadField, lines[1].threadField);
 }
 
-TEST_F(TraceWriteTest, DebuggerOutputCarriesTheMessageWithoutCarriageReturns)
+TEST_F(TraceWriteTest, DebuggerOutputCarriesTheMessageWithoutCarriageReturnsBeforeTheFileLine)
 {
+    const long long sizeBefore = static_cast<long long>(ReadBytes(file_).size());
     std::vector<std::string> texts;
+    std::vector<long long> sizes;
     {
-        DebugOutputCapture capture;
+        DebugOutputCapture capture(file_);
         write_(L"%s", L"one\r\ntwo", 0, nullptr);
         texts = capture.Texts();
+        sizes = capture.FileSizes();
     }
     const std::vector<std::string> expected = {"one\ntwo", "\n"};
     EXPECT_EQ(expected, texts);
+    // Both debugger texts went out while the file did not yet hold the line.
+    const std::vector<long long> expectedSizes = {sizeBefore, sizeBefore};
+    EXPECT_EQ(expectedSizes, sizes);
+    EXPECT_GT(static_cast<long long>(ReadBytes(file_).size()), sizeBefore);
 }
 
 // The trace object linked into this program, which is then both the
