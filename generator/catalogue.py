@@ -1,0 +1,57 @@
+"""Reads the checked-in catalogue data under typelib/catalogue/."""
+
+import os
+from collections import namedtuple
+
+import rules
+
+Entry = namedtuple("Entry", "place half group members wrapped type_name flat")
+
+
+class Catalogue:
+    def __init__(self, entries, compositions, known_names, targets):
+        self.entries = entries
+        self.compositions = compositions
+        self.known_names = known_names
+        self.targets = targets
+
+    def halves(self):
+        out = {}
+        for e in self.entries:
+            out.setdefault(e.half, []).append(e)
+        return [out[k] for k in sorted(out)]
+
+
+def _rows(path):
+    with open(path, encoding="utf-8") as f:
+        for line in f:
+            line = line.rstrip("\n")
+            if line and not line.startswith("#"):
+                yield line.split("\t")
+
+
+def load(folder):
+    entries = []
+    for place, half, group, members, wrapped, type_name in _rows(
+            os.path.join(folder, "classes.tsv")):
+        entries.append(Entry(int(place), int(half), group, int(members),
+                             wrapped == "1", type_name, rules.flatten(type_name)))
+    if [e.place for e in entries] != list(range(len(entries))):
+        raise ValueError("classes.tsv: places must run 0, 1, 2 ... in order")
+    compositions = {}
+    path = os.path.join(folder, "compositions.tsv")
+    if os.path.exists(path):
+        for type_name, wrappers in _rows(path):
+            compositions[type_name] = wrappers.split()
+    known = []
+    path = os.path.join(folder, "known_type_names.txt")
+    if os.path.exists(path):
+        with open(path, encoding="utf-8") as f:
+            known = [line.rstrip("\n") for line in f if line.strip()]
+    targets = {}
+    path = os.path.join(folder, "targets.txt")
+    if os.path.exists(path):
+        for row in _rows(path):
+            key, value = row[0].split("=", 1)
+            targets[key.strip()] = int(value.strip(), 0)
+    return Catalogue(entries, compositions, known, targets)

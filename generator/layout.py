@@ -1,0 +1,107 @@
+"""The library's layout: interfaces, member names, DISPIDs and types.
+
+Combines the catalogue (which classes, in which order, in which half) with
+the declarations file (each class's candidate members) by the rules of
+rules.py.  Every back-end works from the result, so the type library and
+the wrapper classes agree on names, numbers and order.
+"""
+
+import json
+from collections import namedtuple
+
+import rules
+
+Param = namedtuple("Param", "name idl direction category cxx")
+
+
+class Member:
+    """One candidate member of an interface.
+
+    kept is False for a candidate whose types have no Automation form: it
+    keeps its name suffix and DISPID, which then stay unused.
+    """
+
+    def __init__(self, decl, name, dispid):
+        self.decl = decl
+        self.name = name
+        self.dispid = dispid
+        self.kept = True
+        self.reason = None
+        self.params = []
+        self.retval = None
+
+
+class Interface:
+    def __init__(self, entry, iid, members, found, reason=None):
+        self.entry = entry
+        self.name = rules.interface_name(entry.flat)
+        self.iid = iid
+        self.members = members
+        self.found = found
+        self.reason = reason
+
+    @property
+    def kept(self):
+        return [m for m in self.members if m.kept]
+
+
+def read_declarations(path):
+    """Declarations file -> (header dict, {place: class record})."""
+    classes = {}
+    with open(path, encoding="utf-8") as f:
+        header = json.loads(f.readline())
+        if header.get("format") != "kwQtWrappers declarations 1":
+            raise ValueError("%s: not a declarations file" % path)
+        for line in f:
+            if line.strip():
+                rec = json.loads(line)
+                classes[rec["place"]] = rec
+    return header, classes
+
+
+def _express(member, decl):
+    """Fill params/retval, or mark the member dropped."""
+    try:
+        params = []
+        for i, p in enumerate(decl["params"]):
+            node = rules.parse_type(p["type"])
+            idl, direction, category = rules.map_type(node)
+            params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
+        # A variadic tail is not passed: the host gives the fixed
+        # parameters only (a printf-style format is then used as it is).
+        retval = rules.map_result(rules.parse_type(decl["result"]))
+    except rules.Inexpressible as exc:
+        member.kept = False
+        member.reason = "no Automation form for %s" % exc
+        return
+    except rules.TypeSyntaxError as exc:
+        member.kept = False
+        member.reason = "unreadable type: %s" % exc
+        return
+    member.params = params
+    member.retval = retval
+
+
+def build(catalogue, classes):
+    """Lay out the whole library: a list of Interface in catalogue order."""
+    out = []
+    for half in catalogue.halves():
+        counter = rules.DISPID_BASE
+        for entry in half:
+            rec = classes.get(entry.place)
+            iid = rules.interface_iid(rules.interface_name(entry.flat))
+            if rec is None or not rec.get("found"):
+                reason = rec.get("reason") if rec else "no declarations"
+                out.append(Interface(entry, iid, [], False, reason))
+                continue
+            decls = rec.get("members", [])
+            bases = [rules.member_base_name(entry.flat, d) for d in decls]
+            names = rules.number_overloads(bases)
+            members = []
+            for decl, name in zip(decls, names):
+                m = Member(decl, name, counter)
+                counter += 1
+                _express(m, decl)
+                members.append(m)
+            out.append(Interface(entry, iid, members, True))
+    return out

@@ -1,0 +1,101 @@
+# Builds the embedded type library of a wrappers DLL from a declarations file
+# and a catalogue folder, with the generator's IDL back-end, widl and
+# windres.
+#
+# kw_add_type_library(TARGET <dll target> NAME <library name>
+#                     DECLARATIONS <declarations file> CATALOGUE <folder>
+#                     [PARTS <n>] [LIBID <guid>] [HELPSTRING <text>])
+#
+# The catalogue's halves are written as one IDL file each and compiled by
+# widl on its own (widl writes at most 512 type descriptions into one
+# library); tlbmerge then joins the parts, in order, into <NAME>.tlb, which
+# becomes resource TYPELIB 1 of the DLL.  PARTS is the number of halves in
+# the catalogue (default 1).  Sets <NAME>_TLB in the caller's scope.
+
+find_program(KW_WIDL widl REQUIRED)
+find_path(KW_WINE_IDL_DIR oaidl.idl
+  PATHS /usr/include/wine/wine/windows /usr/include/wine/windows
+  NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+find_path(KW_STDOLE2_DIR stdole2.tlb
+  PATHS /usr/lib/x86_64-linux-gnu/wine/x86_64-windows /usr/lib/wine/x86_64-windows
+        /usr/lib64/wine/x86_64-windows /usr/lib/x86_64-linux-gnu/wine/i386-windows
+  NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+
+set(KW_TYPELIB_DIR ${CMAKE_CURRENT_LIST_DIR})
+
+if(NOT TARGET kw_tlbmerge)
+  add_executable(kw_tlbmerge ${KW_TYPELIB_DIR}/tools/tlbmerge.cpp)
+  target_link_libraries(kw_tlbmerge PRIVATE oleaut32 ole32 uuid)
+  target_link_options(kw_tlbmerge PRIVATE -municode)
+  set_target_properties(kw_tlbmerge PROPERTIES OUTPUT_NAME tlbmerge)
+endif()
+if(NOT TARGET kw_tlbdump)
+  add_executable(kw_tlbdump ${KW_TYPELIB_DIR}/dump/tlbdump.cpp)
+  target_link_libraries(kw_tlbdump PRIVATE oleaut32 ole32 uuid)
+  target_link_options(kw_tlbdump PRIVATE -municode)
+  set_target_properties(kw_tlbdump PROPERTIES OUTPUT_NAME tlbdump)
+endif()
+
+function(kw_add_type_library)
+  cmake_parse_arguments(L "" "TARGET;NAME;DECLARATIONS;CATALOGUE;PARTS;LIBID;HELPSTRING" "" ${ARGN})
+  if(NOT L_PARTS)
+    set(L_PARTS 1)
+  endif()
+  set(gen ${PROJECT_SOURCE_DIR}/generator)
+  set(out ${CMAKE_CURRENT_BINARY_DIR}/${L_NAME})
+  file(MAKE_DIRECTORY ${out})
+  file(GLOB catalogue_files ${L_CATALOGUE}/*)
+  set(gen_deps ${L_DECLARATIONS} ${catalogue_files}
+      ${gen}/backend_idl.py ${gen}/layout.py ${gen}/rules.py ${gen}/catalogue.py)
+  set(extra)
+  if(L_LIBID)
+    list(APPEND extra --libid ${L_LIBID})
+  endif()
+  if(L_HELPSTRING)
+    list(APPEND extra --helpstring ${L_HELPSTRING})
+  endif()
+
+  set(part_tlbs)
+  foreach(part RANGE 1 ${L_PARTS})
+    set(idl ${out}/${L_NAME}_part${part}.idl)
+    set(tlb ${out}/${L_NAME}_part${part}.tlb)
+    set(half_arg)
+    if(L_PARTS GREATER 1)
+      set(half_arg --half ${part})
+    endif()
+    add_custom_command(OUTPUT ${idl}
+      COMMAND ${Python3_EXECUTABLE} ${gen}/backend_idl.py
+              --declarations ${L_DECLARATIONS} --catalogue ${L_CATALOGUE}
+              --out ${idl} --library ${L_NAME} ${half_arg} ${extra}
+      DEPENDS ${gen_deps}
+      COMMENT "Generating the IDL of ${L_NAME} (part ${part} of ${L_PARTS})")
+    add_custom_command(OUTPUT ${tlb}
+      COMMAND ${KW_WIDL} --win64 -t -I ${KW_WINE_IDL_DIR} -L ${KW_STDOLE2_DIR} -o ${tlb} ${idl}
+      DEPENDS ${idl}
+      COMMENT "Compiling ${L_NAME}_part${part}.idl with widl")
+    list(APPEND part_tlbs ${tlb})
+  endforeach()
+
+  set(tlb ${out}/${L_NAME}.tlb)
+  set(part_names)
+  foreach(p ${part_tlbs})
+    get_filename_component(n ${p} NAME)
+    list(APPEND part_names ${n})
+  endforeach()
+  add_custom_command(OUTPUT ${tlb}
+    COMMAND ${CMAKE_COMMAND} -E env KW_WINE_ROOT=${CMAKE_BINARY_DIR}/wine
+            ${PROJECT_SOURCE_DIR}/cmake/wine-run.sh --prefix build
+            $<TARGET_FILE:kw_tlbmerge> ${L_NAME}.tlb ${part_names}
+    WORKING_DIRECTORY ${out}
+    DEPENDS ${part_tlbs} kw_tlbmerge
+    COMMENT "Joining the parts of ${L_NAME}.tlb")
+
+  set(rc ${out}/${L_NAME}_typelib.rc)
+  file(WRITE ${rc}.in "1 TYPELIB \"${tlb}\"\n")
+  configure_file(${rc}.in ${rc} COPYONLY)
+  set_source_files_properties(${rc} PROPERTIES OBJECT_DEPENDS ${tlb})
+  target_sources(${L_TARGET} PRIVATE ${rc})
+  add_custom_target(${L_TARGET}_typelib DEPENDS ${tlb})
+  add_dependencies(${L_TARGET} ${L_TARGET}_typelib)
+  set(${L_NAME}_TLB ${tlb} PARENT_SCOPE)
+endfunction()
