@@ -59,7 +59,7 @@ def read_declarations(path):
     return header, classes
 
 
-def _express(member, decl):
+def _express(member, decl, known):
     """Fill params/retval, or mark the member dropped."""
     try:
         params = []
@@ -69,7 +69,7 @@ def _express(member, decl):
             params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
-        retval = rules.map_result(rules.parse_type(decl["result"]))
+        retval = rules.map_result(rules.parse_type(decl["result"]), known)
     except rules.Inexpressible as exc:
         member.kept = False
         member.reason = "no Automation form for %s" % exc
@@ -85,6 +85,7 @@ def _express(member, decl):
 def build(catalogue, classes):
     """Lay out the whole library: a list of Interface in catalogue order."""
     out = []
+    known = set(catalogue.known_names) if catalogue.known_names else None
     for half in catalogue.halves():
         counter = rules.DISPID_BASE
         for entry in half:
@@ -101,7 +102,7 @@ def build(catalogue, classes):
             for decl, name in zip(decls, names):
                 m = Member(decl, name, counter)
                 counter += 1
-                _express(m, decl)
+                _express(m, decl, known)
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out

@@ -450,9 +450,10 @@ OPERATOR_WORDS = {
 def conversion_word(target_spelling):
     """Member-name part of a conversion to target (compiler spelling).
 
-    '*' and '&' are written ASTERIX and AND, a space becomes '_'.
+    '*' and '&' are written _ASTERIX and _AND, a space becomes '_'
+    ("char const *" gives char_const__ASTERIX).
     """
-    text = target_spelling.replace("*", "ASTERIX").replace("&", "AND")
+    text = target_spelling.replace("*", "_ASTERIX").replace("&", "_AND")
     return flatten(text)
 
 
@@ -575,13 +576,30 @@ def map_type(node):
     raise Inexpressible(spell(node))
 
 
-def map_result(node):
+def result_type_name(node):
+    """Type name a class-typed result is wrapped under: the class itself for
+    a value, reference or pointer ("QString" for const QString &)."""
+    core = _strip_const(node)
+    if isinstance(core, (Pointer, Reference)):
+        core = _strip_const(core.inner)
+    return spell(core) if _is_class(core) else None
+
+
+def map_result(node, known_type_names=None):
     """Automation form of a result type: the [out, retval] IDL type, or None
-    for void.  Raises Inexpressible."""
+    for void.  Raises Inexpressible.
+
+    A class-typed result comes back as a new wrapper made by type name, so
+    with known_type_names given, a class the module has no wrapper for
+    cannot be returned."""
     core = _strip_const(node)
     if isinstance(core, Builtin) and core.name == "void":
         return None
-    idl, _direction, _category = map_type(node)
+    idl, _direction, category = map_type(node)
+    if category == "object" and known_type_names is not None:
+        name = result_type_name(node)
+        if name not in known_type_names:
+            raise Inexpressible("%s (no wrapper for %s)" % (spell(node), name))
     return idl + "*"
 
 

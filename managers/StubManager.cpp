@@ -36,6 +36,27 @@ void PumpComCalls() {
   CoWaitForMultipleHandles(0, 0, 1, &g_pumpEvent, &index);
 }
 
+// Stands for a registered object towards CoDisconnectObject: it answers
+// IUnknown with the object's identity and has no IMarshal, so COM disconnects
+// the standard marshaler's stubs of that identity. An exposer's own IMarshal
+// is the free-threaded marshaler, whose DisconnectObject does not reach those
+// stubs on every platform (under Wine it does nothing).
+class StandardStubsOf final : public IUnknown {
+ public:
+  explicit StandardStubsOf(IUnknown* object) : m_object(object) {}
+  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = nullptr;
+    if (IsEqualIID(iid, IID_IUnknown)) return m_object->QueryInterface(iid, ppv);
+    return E_NOINTERFACE;
+  }
+  STDMETHOD_(ULONG, AddRef)() override { return 1; }
+  STDMETHOD_(ULONG, Release)() override { return 1; }
+
+ private:
+  IUnknown* m_object;
+};
+
 class RegistryLock {
  public:
   explicit RegistryLock(CRITICAL_SECTION* cs) : m_cs(cs) { EnterCriticalSection(m_cs); }
@@ -118,7 +139,10 @@ unsigned CStubManager::WaitAndClear() {
 
 void* CStubManager::SafeReadPointer(const void* address) {
   if (IsBadReadPtr(address, sizeof(void*))) return nullptr;
-  return *static_cast<void* const*>(address);
+  void* word = nullptr;
+  // The memory may go away between the test and the read.
+  if (!kwatl::CallFaultGuarded([&] { word = *static_cast<void* const volatile*>(address); })) return nullptr;
+  return word;
 }
 
 bool CStubManager::IsValidInterfacePointer(IUnknown* object) {
@@ -134,7 +158,18 @@ bool CStubManager::IsValidInterfacePointer(IUnknown* object) {
 HRESULT CStubManager::SafeCoDisconnectObject(IUnknown* object) {
   if (!IsValidInterfacePointer(object)) return E_POINTER;
   HRESULT hr = E_FAIL;
-  if (!kwatl::CallFaultGuarded([&] { hr = CoDisconnectObject(object, 0); })) {
+  // The object is held across both disconnects: the first may drop the last
+  // reference a stub had, and the second must not reach a destroyed object.
+  // If ours is the last reference, the object goes when it is released here.
+  if (!kwatl::CallFaultGuarded([&] {
+        object->AddRef();
+        hr = CoDisconnectObject(object, 0);
+        if (hr == S_OK) {
+          StandardStubsOf stubs(object);
+          CoDisconnectObject(&stubs, 0);
+        }
+        object->Release();
+      })) {
     TraceWrite(L"Exception in SafeCoDisconnectObject, pUnk = 0x%p", object);
     return E_FAIL;
   }

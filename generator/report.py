@@ -1,0 +1,180 @@
+#!/usr/bin/env python3
+"""Report: the generated type library against the catalogue's counts.
+
+Prints, interface by interface, the number of members the generator makes
+from the declarations beside the catalogue's number, then the totals
+(members, unused DISPIDs, overload groups, last DISPID of each half)
+beside the catalogue's targets, with the reason where a class could not be
+read from the headers.
+
+With --dump-with TOOL... DLL, the DLL's own type library is printed with
+the dump tool and must hold exactly the generated interfaces, members and
+DISPIDs; a difference makes the exit status 1.
+"""
+
+import argparse
+import os
+import subprocess
+import sys
+from collections import defaultdict
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+import catalogue as catalogue_mod  # noqa: E402
+import layout  # noqa: E402
+import rules  # noqa: E402
+
+GROUP_NOTES = {
+    "container": "template members: the headers declare every member of the "
+                 "instance, the catalogue counts only those its compiler instantiated",
+    "iterator": "template members: every declared member of the instance",
+    "qflags": "template members: every declared operator of QFlags",
+    "runtime": "the catalogue's classes are the other compiler's runtime; "
+               "libstdc++ has other classes and members",
+}
+
+
+def totals(interfaces):
+    out = {}
+    halves = defaultdict(list)
+    for itf in interfaces:
+        halves[itf.entry.half].append(itf)
+    out["interfaces"] = len(interfaces)
+    out["members"] = sum(len(i.kept) for i in interfaces)
+    unused = {}
+    last = {}
+    for half, itfs in sorted(halves.items()):
+        used = [m.dispid for i in itfs for m in i.kept]
+        if used:
+            last[half] = max(used)
+            first = min(m.dispid for i in itfs for m in i.members)
+            unused[half] = (max(used) - first + 1) - len(used)
+        else:
+            last[half] = None
+            unused[half] = 0
+    out["unused"] = unused
+    out["last"] = last
+    groups = 0
+    skipping = 0
+    for itf in interfaces:
+        # Group candidates by the name before numbering.
+        cands = defaultdict(list)
+        for m in itf.members:
+            cands[_unnumbered(m, itf)].append(m)
+        for members in cands.values():
+            kept = [m for m in members if m.kept]
+            if len(kept) > 1:
+                groups += 1
+            if kept and any(not m.kept for m in members[:members.index(kept[-1])]):
+                skipping += 1
+    out["overload_groups"] = groups
+    out["groups_skipping"] = skipping
+    return out
+
+
+def _unnumbered(member, itf):
+    return rules.member_base_name(itf.entry.flat, member.decl)
+
+
+def read_dump(text):
+    """tlbdump output -> {interface: [(dispid, name), ...]}."""
+    out = {}
+    cur = None
+    for line in text.splitlines():
+        if line.startswith("interface "):
+            cur = line.split()[1]
+            out[cur] = []
+        elif line.startswith("  0x") and cur:
+            dispid, rest = line.strip().split(" ", 1)
+            out[cur].append((int(dispid, 16), rest.split("(", 1)[0]))
+    return out
+
+
+def main(argv=None):
+    ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    ap.add_argument("--catalogue", required=True)
+    ap.add_argument("--declarations", required=True)
+    ap.add_argument("--dump-with", nargs=argparse.REMAINDER,
+                    help="dump command and the DLL (last argument)")
+    args = ap.parse_args(argv)
+
+    cat = catalogue_mod.load(args.catalogue)
+    header, classes = layout.read_declarations(args.declarations)
+    interfaces = layout.build(cat, classes)
+
+    print("Type library report: %s, declarations of Qt %s read with %s (%s)"
+          % ("QtClientWrap", header.get("qt"), header.get("compiler"), header.get("std")))
+    print("%5s %-60s %9s %9s %6s  %s" % ("place", "interface", "generated", "catalogue", "diff", "note"))
+    exact = 0
+    for itf in interfaces:
+        gen = len(itf.kept)
+        want = itf.entry.members
+        diff = gen - want
+        exact += diff == 0
+        note = ""
+        if not itf.found:
+            note = "not in the headers (%s)" % itf.reason
+        elif diff:
+            note = GROUP_NOTES.get(itf.entry.group, "")
+        name = itf.name if len(itf.name) <= 60 else itf.name[:57] + "..."
+        print("%5d %-60s %9d %9d %+6d  %s" % (itf.entry.place, name, gen, want, diff, note))
+
+    t = totals(interfaces)
+    tg = cat.targets
+    print()
+    print("Totals                       generated   catalogue")
+    print("  interfaces                 %9d   %9d" % (t["interfaces"], tg.get("interfaces", 0)))
+    print("  members                    %9d   %9d" % (t["members"], tg.get("members", 0)))
+    print("  interfaces with the catalogue's count: %d of %d" % (exact, len(interfaces)))
+    un = t["unused"]
+    print("  unused DISPIDs             %9d   %9d" % (sum(un.values()), tg.get("unused_dispids", 0)))
+    for half in sorted(un):
+        print("    half %d                   %9d   %9d" % (half, un[half], tg.get("unused_dispids_half%d" % half, 0)))
+    print("  overload groups            %9d   %9d" % (t["overload_groups"], tg.get("overload_groups", 0)))
+    print("  groups skipping a suffix   %9d" % t["groups_skipping"])
+    for half in sorted(t["last"]):
+        last = t["last"][half]
+        print("  last DISPID of half %d      0x%08X  0x%08X" % (
+            half, last or 0, tg.get("last_dispid_half%d" % half, 0)))
+    by_group = defaultdict(lambda: [0, 0])
+    for itf in interfaces:
+        by_group[itf.entry.group][0] += len(itf.kept)
+        by_group[itf.entry.group][1] += itf.entry.members
+    print("  by group:")
+    for g, (gen, want) in sorted(by_group.items()):
+        print("    %-14s %9d   %9d" % (g, gen, want))
+    missing = [i for i in interfaces if not i.found]
+    print("  classes not found in the headers: %d (kept at their place with their IID, no members)"
+          % len(missing))
+    big = sorted(interfaces, key=lambda i: -abs(len(i.kept) - i.entry.members))[:10]
+    print("  largest differences: " + ", ".join(
+        "%s %+d" % (i.entry.flat, len(i.kept) - i.entry.members) for i in big))
+
+    if args.dump_with:
+        cmd = args.dump_with
+        proc = subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              universal_newlines=True)
+        if proc.returncode != 0:
+            sys.stderr.write(proc.stderr)
+            print("report: the dump tool failed")
+            return 1
+        dump = read_dump(proc.stdout)
+        problems = []
+        if list(dump) != [i.name for i in interfaces]:
+            problems.append("interfaces differ in names or order")
+        for itf in interfaces:
+            want = [(m.dispid, m.name) for m in itf.kept]
+            if dump.get(itf.name) != want:
+                problems.append("%s: members differ" % itf.name)
+        if problems:
+            print("The DLL's type library differs from the generated layout:")
+            for p in problems[:20]:
+                print("  " + p)
+            return 1
+        print("The DLL's type library holds exactly these %d interfaces and %d members."
+              % (len(dump), sum(len(v) for v in dump.values())))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

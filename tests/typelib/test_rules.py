@@ -1,0 +1,219 @@
+"""Tests of the generator's naming, spelling and typing rules and of the
+catalogue data."""
+
+import json
+import os
+import sys
+import tempfile
+import unittest
+
+SRC = os.environ.get("KW_SOURCE_DIR") or os.path.abspath(
+    os.path.join(os.path.dirname(__file__), "..", ".."))
+sys.path.insert(0, os.path.join(SRC, "generator"))
+
+import catalogue  # noqa: E402
+import layout  # noqa: E402
+import rules  # noqa: E402
+
+CATALOGUE = os.path.join(SRC, "typelib", "catalogue")
+
+
+class Spelling(unittest.TestCase):
+    def setUp(self):
+        self.cat = catalogue.load(CATALOGUE)
+
+    def test_every_known_name_is_in_compiler_spelling(self):
+        self.assertEqual(570, len(self.cat.known_names))
+        for name in self.cat.known_names:
+            self.assertEqual(name, rules.compiler_spelling(name), name)
+
+    def test_clang_spellings_become_compiler_spellings(self):
+        enums = {"Qt::WindowType", "QLocale::Country", "QLibrary::LoadHint"}
+        cases = {
+            "QHash<QObject *, QObject **>": "QHash<QObject *,QObject * *>",
+            "QList<void (*)()>": "QList<void (__cdecl*)(void)>",
+            "QList<QObject *(*)()>": "QList<QObject * (__cdecl*)(void)>",
+            "QHash<int, void (*)(void *)>": "QHash<int,void (__cdecl*)(void *)>",
+            "QList<bool (*)(void **)>": "QList<bool (__cdecl*)(void * *)>",
+            "QFlags<Qt::WindowType>": "QFlags<enum Qt::WindowType>",
+            "QList<QLocale::Country>": "QList<enum QLocale::Country>",
+            "QList<QPair<int, int> >": "QList<QPair<int,int> >",
+            "QVector<const char *>": "QVector<char const *>",
+            "QHash<const QObject *, int>": "QHash<QObject const *,int>",
+            "QVarLengthArray<tagMSG, 256>": "QVarLengthArray<tagMSG,256>",
+            "long long": "__int64",
+            "unsigned long long": "unsigned __int64",
+            "const QString &": "QString const &",
+            "QObject *const &": "QObject * const &",
+        }
+        for clang, msvc in cases.items():
+            self.assertEqual(msvc, rules.compiler_spelling(clang, enums), clang)
+
+    def test_flatten_examples(self):
+        cases = {
+            "QTextCodec::ConverterState": "QTextCodec_ConverterState",
+            "QList<QString>": "QList_QString_",
+            "QList<QTextCodec *>": "QList_QTextCodec___",
+            "QFlags<enum QLibrary::LoadHint>": "QFlags_enum_QLibrary_LoadHint_",
+            "QVarLengthArray<tagMSG,256>": "QVarLengthArray_tagMSG_256_",
+            "QList<void (__cdecl*)(void)>": "QList_void____cdecl___void__",
+            "QMultiHash<QObject *,QObject * *>": "QMultiHash_QObject___QObject_____",
+            "std::_Iterator_base": "std__Iterator_base",
+        }
+        for name, flat in cases.items():
+            self.assertEqual(flat, rules.flatten(name))
+
+
+class Naming(unittest.TestCase):
+    def test_member_names(self):
+        def name(kind, n, result="void"):
+            return rules.member_base_name("QString", {"kind": kind, "name": n, "result": result})
+        self.assertEqual("QString_DTOR_QString", name("destructor", "~QString"))
+        self.assertEqual("QString_operator_LESS_ASSIGMENT", name("operator", "operator<="))
+        self.assertEqual("QString_operator_ASSIGMENT", name("operator", "operator="))
+        self.assertEqual("QString_operator_INDEXING", name("operator", "operator[]"))
+        self.assertEqual("QString_operator_MINUS_GREATER", name("operator", "operator->"))
+        self.assertEqual("QString_operator_char_const__ASTERIX",
+                         name("conversion", "operator char const *", "char const *"))
+        self.assertEqual("QString_operator_QModelIndex_const__AND",
+                         name("conversion", "operator QModelIndex const &", "QModelIndex const &"))
+        self.assertEqual("QString_arg", name("method", "arg"))
+
+    def test_overload_numbering(self):
+        self.assertEqual(["a", "b", "a_2", "a_3", "b_2"],
+                         rules.number_overloads(["a", "b", "a", "a", "b"]))
+
+    def test_iids(self):
+        self.assertEqual("562BC544-7B64-4D29-A69F-614F7D90F12F", rules.interface_iid("Iwrp_QString"))
+        a = rules.interface_iid("Iwrp_QSize")
+        self.assertEqual(a, rules.interface_iid("Iwrp_QSize"))
+        self.assertNotEqual(a, rules.interface_iid("Iwrp_QSizeF"))
+        cat = catalogue.load(CATALOGUE)
+        iids = {rules.interface_iid(rules.interface_name(e.flat)) for e in cat.entries}
+        self.assertEqual(643, len(iids))
+
+
+class Types(unittest.TestCase):
+    def m(self, text):
+        return rules.map_type(rules.parse_type(text))[:2]
+
+    def test_parameter_table(self):
+        self.assertEqual(("long", "in"), self.m("bool"))
+        self.assertEqual(("long", "in"), self.m("enum QChar::Category"))
+        self.assertEqual(("unsigned int", "in"), self.m("unsigned int"))
+        self.assertEqual(("__int64", "in"), self.m("__int64"))
+        self.assertEqual(("unsigned char", "in"), self.m("char"))
+        self.assertEqual(("float", "in"), self.m("float"))
+        self.assertEqual(("unsigned char*", "in, out"), self.m("char const *"))
+        self.assertEqual(("unsigned short*", "in, out"), self.m("unsigned short const *"))
+        self.assertEqual(("int*", "in, out"), self.m("int &"))
+        self.assertEqual(("int*", "in, out"), self.m("int const &"))
+        self.assertEqual(("long*", "in, out"), self.m("bool *"))
+        self.assertEqual(("void*", "in, out"), self.m("void *"))
+        self.assertEqual(("void**", "in, out"), self.m("void * *"))
+        self.assertEqual(("IDispatch*", "in"), self.m("QString const &"))
+        self.assertEqual(("IDispatch*", "in"), self.m("QWidget *"))
+        self.assertEqual(("IDispatch*", "in"), self.m("QFlags<enum Qt::WindowType>"))
+
+    def test_inexpressible(self):
+        for text in ("QObject * const &", "void (__cdecl*)(void)", "QWidget * *",
+                     "char [16]", "long double", "wchar_t const *"):
+            with self.assertRaises(rules.Inexpressible, msg=text):
+                rules.map_type(rules.parse_type(text))
+
+    def test_results(self):
+        known = {"QString", "QWidget"}
+        r = lambda t: rules.map_result(rules.parse_type(t), known)
+        self.assertIsNone(r("void"))
+        self.assertEqual("int*", r("int"))
+        self.assertEqual("int**", r("int &"))
+        self.assertEqual("unsigned char**", r("char *"))
+        self.assertEqual("IDispatch**", r("QString const &"))
+        self.assertEqual("IDispatch**", r("QWidget *"))
+        with self.assertRaises(rules.Inexpressible):
+            r("QStringRef")
+
+
+class Layout(unittest.TestCase):
+    """A dropped candidate keeps its suffix and its DISPID; each half counts
+    from the first number again."""
+
+    def build(self, classes_tsv, members):
+        d = tempfile.mkdtemp()
+        with open(os.path.join(d, "classes.tsv"), "w") as f:
+            f.write(classes_tsv)
+        with open(os.path.join(d, "known_type_names.txt"), "w") as f:
+            f.write("A\nB\nQString\n")
+        cat = catalogue.load(d)
+        classes = {p: {"place": p, "found": True, "members": ms} for p, ms in members.items()}
+        return layout.build(cat, classes)
+
+    def test_dropping_and_halves(self):
+        def f(name, params=(), result="void"):
+            return {"name": name, "kind": "method", "result": result,
+                    "params": [{"name": "", "type": t} for t in params]}
+        itfs = self.build(
+            "0\t1\tvalue\t0\t1\tA\n1\t1\tvalue\t0\t1\tB\n2\t2\tvalue\t0\t1\tC\n",
+            {0: [f("f", ["int"]), f("f", ["QObject * const &"]), f("f", ["double"]), f("g")],
+             1: [f("h", result="QStringRef")],
+             2: [f("k", result="QString")]})
+        a, b, c = itfs
+        self.assertEqual([("A_f", 0x0D001000), ("A_f_3", 0x0D001002), ("A_g", 0x0D001003)],
+                         [(m.name, m.dispid) for m in a.kept])
+        self.assertEqual([], b.kept)
+        self.assertEqual(0x0D001004, b.members[0].dispid)
+        self.assertEqual([("C_k", 0x0D001000)], [(m.name, m.dispid) for m in c.kept])
+        self.assertEqual("IDispatch**", c.kept[0].retval)
+
+
+class CatalogueData(unittest.TestCase):
+    def setUp(self):
+        self.cat = catalogue.load(CATALOGUE)
+
+    def test_places_halves_and_declared_only(self):
+        self.assertEqual(643, len(self.cat.entries))
+        self.assertEqual(373, sum(1 for e in self.cat.entries if e.half == 1))
+        self.assertEqual("QColor", self.cat.entries[373].type_name)
+        self.assertEqual(74, sum(1 for e in self.cat.entries if not e.wrapped))
+        self.assertEqual(8031, sum(e.members for e in self.cat.entries))
+        self.assertEqual(113, sum(1 for e in self.cat.entries if e.members == 0))
+        flats = [e.flat for e in self.cat.entries]
+        self.assertEqual(len(flats), len(set(flats)))
+        self.assertEqual(169, max(len(rules.interface_name(f)) for f in flats))
+
+    def test_known_names_and_compositions(self):
+        flats = {e.flat: e for e in self.cat.entries}
+        wrapped = {e.flat for e in self.cat.entries if e.wrapped}
+        known = {rules.flatten(n) for n in self.cat.known_names}
+        self.assertEqual(wrapped | {"QWorkspace"}, known)
+        sizes = {}
+        for name, wrappers in self.cat.compositions.items():
+            sizes[len(wrappers)] = sizes.get(len(wrappers), 0) + 1
+            for w in wrappers:
+                self.assertIn(w, flats)
+                self.assertTrue(flats[w].wrapped, w)
+        self.assertEqual({1: 407, 2: 109, 3: 39, 4: 9, 5: 5, 6: 1}, sizes)
+        self.assertEqual(["QWidget"], self.cat.compositions["QWorkspace"])
+        self.assertEqual(["QWidget", "QAbstractButton", "QPushButton"],
+                         self.cat.compositions["QPushButton"])
+
+
+class Declarations(unittest.TestCase):
+    def test_committed_file_covers_the_catalogue(self):
+        header, classes = layout.read_declarations(
+            os.path.join(SRC, "typelib", "qt48", "declarations.jsonl"))
+        self.assertEqual("4.8.7", header["qt"])
+        self.assertEqual(list(range(643)), sorted(classes))
+        button = classes[472]
+        self.assertEqual("QAbstractButton", button["type"])
+        kinds = {m["kind"] for m in button["members"]}
+        self.assertIn("destructor", kinds)
+        slots = [m["name"] for m in button["members"] if m["access"] == "public slot"]
+        self.assertEqual(["setIconSize", "animateClick", "click", "toggle", "setChecked"], slots)
+        for rec in classes.values():
+            for m in rec.get("members", []):
+                self.assertEqual(m["result"], rules.compiler_spelling(m["result"]))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,131 @@
+#include "wrappers/WrapperExposer.h"
+
+#include "managers/StubManager.h"
+
+const kwatl::InterfaceEntry* CBaseWrapperExposer::GetInterfaceMap() {
+  static const kwatl::InterfaceEntry map[] = {
+      kwatl::FaceEntry<CBaseWrapperExposer, IDispatch>(IID_IDispatch),
+      kwatl::FaceEntry<CBaseWrapperExposer, IkwInstanceProxy>(IID_IkwInstanceProxy),
+      {&IID_IMarshal, &CBaseWrapperExposer::QueryMarshaler},
+      {nullptr, nullptr},
+  };
+  return map;
+}
+
+HRESULT CBaseWrapperExposer::QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID iid, void** ppv) {
+  IUnknown* marshaler = static_cast<CBaseWrapperExposer*>(object)->m_pMarshaler;
+  if (marshaler == nullptr) return E_NOINTERFACE;
+  return marshaler->QueryInterface(iid, ppv);
+}
+
+HRESULT CBaseWrapperExposer::FinalConstruct() {
+  if (kwInprocHook::g_pStubManager != nullptr) kwInprocHook::g_pStubManager->AddObject(static_cast<IDispatch*>(this));
+  return S_OK;
+}
+
+void CBaseWrapperExposer::FinalRelease() {
+  if (kwInprocHook::g_pStubManager != nullptr)
+    kwInprocHook::g_pStubManager->RemoveObject(static_cast<IDispatch*>(this));
+}
+
+CBaseWrapperExposer::~CBaseWrapperExposer() {
+  m_routes.clear();
+  for (IDispatch* object : m_contained)
+    if (object != nullptr) object->Release();
+  m_contained.clear();
+  m_contained.shrink_to_fit();
+  if (m_pMarshaler != nullptr) {
+    IUnknown* marshaler = m_pMarshaler;
+    m_pMarshaler = nullptr;
+    marshaler->Release();
+  }
+}
+
+HRESULT CBaseWrapperExposer::Init(void* instance, CStaticWrappersManager* manager) {
+  m_pInstance = instance;
+  m_pManager = manager;
+  if (m_pMarshaler == nullptr)
+    CoCreateFreeThreadedMarshaler(static_cast<IDispatch*>(this), &m_pMarshaler);
+  return S_OK;
+}
+
+void CBaseWrapperExposer::AppendContained(IDispatch* object) {
+  try {
+    m_contained.push_back(object);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  object->AddRef();
+}
+
+HRESULT CBaseWrapperExposer::GetInstance(void** instance) {
+  if (instance == nullptr) return E_POINTER;
+  *instance = m_pInstance;
+  return S_OK;
+}
+
+HRESULT CBaseWrapperExposer::GetTypeInfoCount(UINT* count) {
+  if (count == nullptr) return E_POINTER;
+  *count = static_cast<UINT>(m_contained.size());
+  return S_OK;
+}
+
+HRESULT CBaseWrapperExposer::GetTypeInfo(UINT index, LCID lcid, ITypeInfo** typeInfo) {
+  if (index >= m_contained.size()) return E_INVALIDARG;
+  if (typeInfo == nullptr) return E_POINTER;
+  IDispatch* object = m_contained[index];
+  if (object == nullptr) return E_FAIL;
+  object->AddRef();
+  HRESULT hr = object->GetTypeInfo(0, lcid, typeInfo);
+  object->Release();
+  return hr;
+}
+
+HRESULT CBaseWrapperExposer::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* dispIds) {
+  UINT objects = 0;
+  HRESULT hr = GetTypeInfoCount(&objects);
+  if (FAILED(hr)) return hr;
+  if (objects == 0) return DISP_E_UNKNOWNNAME;
+  for (UINT index = 0; index < objects; ++index) {
+    ITypeInfo* info = nullptr;
+    hr = GetTypeInfo(index, 0, &info);
+    if (FAILED(hr)) return hr;
+    hr = info->GetIDsOfNames(names, count, dispIds);
+    info->Release();
+    if (hr == S_OK) {  // success codes other than S_OK do not count as found
+      try {
+        m_routes[dispIds[0]] = index;
+      } catch (const std::bad_alloc&) {
+      }
+      return S_OK;
+    }
+  }
+  return DISP_E_UNKNOWNNAME;
+}
+
+HRESULT CBaseWrapperExposer::Invoke(DISPID dispId, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params,
+                                    VARIANT* result, EXCEPINFO* exceptionInfo, UINT* argumentError) {
+  auto route = m_routes.find(dispId);
+  if (route != m_routes.end() && route->second < m_contained.size()) {
+    IDispatch* object = m_contained[route->second];
+    if (object == nullptr) return DISP_E_MEMBERNOTFOUND;
+    object->AddRef();
+    HRESULT hr = object->Invoke(dispId, iid, lcid, flags, params, result, exceptionInfo, argumentError);
+    object->Release();
+    return hr;
+  }
+  for (unsigned index = 0; index < m_contained.size(); ++index) {
+    IDispatch* object = m_contained[index];
+    if (object == nullptr) continue;
+    object->AddRef();
+    HRESULT hr = object->Invoke(dispId, iid, lcid, flags, params, result, exceptionInfo, argumentError);
+    object->Release();
+    if (hr == DISP_E_MEMBERNOTFOUND) continue;
+    try {
+      m_routes[dispId] = index;
+    } catch (const std::bad_alloc&) {
+    }
+    return hr;
+  }
+  return DISP_E_MEMBERNOTFOUND;
+}

@@ -1,0 +1,114 @@
+// The exposer: the one automation object the host holds for one instance.
+// It composes the instance wrappers of the instance's class and of a fixed
+// list of its wrapped base classes, all bound to the same instance, and
+// answers IDispatch as their union, plus IkwInstanceProxy (the raw instance
+// pointer) and IMarshal (the aggregated free-threaded marshaler).
+//
+// A concrete exposer declares its composition list, own wrapper last:
+//   class QPushButtonExposer
+//       : public CComposedExposer<wrp_QWidget, wrp_QAbstractButton, wrp_QPushButton> {};
+// and its factory for the chain of type-name tests is one line:
+//   HRESULT QPushButtonExposer_CreateBound(void* i, CStaticWrappersManager* m, IDispatch** r) {
+//     return CreateBoundExposer<QPushButtonExposer>(i, m, r);
+//   }
+#pragma once
+
+#include <objbase.h>
+#include <oaidl.h>
+
+#include <map>
+#include <new>
+#include <vector>
+
+#include "module/ComSupport.h"
+#include "module/Interfaces.h"
+
+class CStaticWrappersManager;
+
+class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>,
+                            public IDispatch,
+                            public IkwInstanceProxy {
+ public:
+  // IDispatch (also IUnknown), IkwInstanceProxy, IMarshal of the marshaler.
+  static const kwatl::InterfaceEntry* GetInterfaceMap();
+
+  // Registers the IDispatch face with the stub manager.
+  HRESULT FinalConstruct();
+  // Leaves the stub manager; runs before the module lock is released and
+  // before the contained wrappers go.
+  void FinalRelease();
+
+  // Composite dispatch over the contained wrappers, routed by DISPID.
+  STDMETHOD(GetTypeInfoCount)(UINT* count) override;
+  STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** typeInfo) override;
+  STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* dispIds) override;
+  STDMETHOD(Invoke)(DISPID dispId, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
+                    EXCEPINFO* exceptionInfo, UINT* argumentError) override;
+
+  // Binds the exposer: stores the instance and the manager and aggregates
+  // the free-threaded marshaler. Composing exposers add their wrappers.
+  virtual HRESULT Init(void* instance, CStaticWrappersManager* manager);
+
+  // IkwInstanceProxy: the instance this exposer stands for.
+  STDMETHOD(GetInstance)(void** instance) override;
+
+  // Releases the routing map, the contained objects in order, then the marshaler.
+  virtual ~CBaseWrapperExposer();
+
+ protected:
+  // Creates one wrapper of class `Wrapper` (made as kwatl::CComObject<Wrapper>),
+  // binds it to this exposer's instance and manager and appends its IDispatch.
+  // A wrapper that cannot be made is left out.
+  template <class Wrapper>
+  void AddWrapper() {
+    kwatl::CComObject<Wrapper>* wrapper = nullptr;
+    if (FAILED(kwatl::CComObject<Wrapper>::CreateInstance(&wrapper))) return;
+    wrapper->AddRef();
+    wrapper->Bind(m_pInstance, m_pManager);
+    IDispatch* dispatch = nullptr;
+    if (SUCCEEDED(wrapper->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)))) {
+      AppendContained(dispatch);
+      dispatch->Release();
+    }
+    wrapper->Release();
+  }
+
+  // Appends `object` with a reference of the array's own.
+  void AppendContained(IDispatch* object);
+
+  IUnknown* m_pMarshaler = nullptr;       // inner unknown of the free-threaded marshaler
+  std::vector<IDispatch*> m_contained;    // composed wrappers, creation order
+  std::map<DISPID, unsigned> m_routes;    // DISPID -> index of the owning wrapper
+  void* m_pInstance = nullptr;            // not owned
+  CStaticWrappersManager* m_pManager = nullptr;  // borrowed
+
+ private:
+  static HRESULT QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID iid, void** ppv);
+};
+
+// An exposer composing the wrappers `Wrappers...`, created in that order.
+template <class... Wrappers>
+class CComposedExposer : public CBaseWrapperExposer {
+ public:
+  HRESULT Init(void* instance, CStaticWrappersManager* manager) override {
+    CBaseWrapperExposer::Init(instance, manager);
+    (AddWrapper<Wrappers>(), ...);
+    return S_OK;
+  }
+};
+
+// The factory of the chain of type-name tests for exposer class `Exposer`:
+// creates it, binds it to `instance` and `manager` and stores its IDispatch
+// in `result`, which then holds the only reference. Returns the creation
+// HRESULT or that of the query for IDispatch.
+template <class Exposer>
+HRESULT CreateBoundExposer(void* instance, CStaticWrappersManager* manager, IDispatch** result) {
+  kwatl::CComObject<Exposer>* exposer = nullptr;
+  HRESULT hr = kwatl::CComObject<Exposer>::CreateInstance(&exposer);
+  if (FAILED(hr)) return hr;
+  exposer->AddRef();
+  exposer->Init(instance, manager);
+  hr = exposer->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
+  exposer->Release();
+  return hr;
+}
