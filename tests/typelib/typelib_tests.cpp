@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "typelib/dump/TypeText.h"
+
 #include <fstream>
 #include <map>
 #include <set>
@@ -87,34 +89,6 @@ struct Member {
     std::wstring signature;  // "type [dir], ..." of all parameters
 };
 
-std::wstring typeText(ITypeInfo* ti, const TYPEDESC& t) {
-    switch (t.vt) {
-    case VT_PTR: return typeText(ti, *t.lptdesc) + L"*";
-    case VT_UI1: return L"unsigned char";
-    case VT_I2: return L"short";
-    case VT_UI2: return L"unsigned short";
-    case VT_I4: return L"long";
-    case VT_UI4: return L"unsigned long";
-    case VT_INT: return L"int";
-    case VT_UINT: return L"unsigned int";
-    case VT_I8: return L"int64";
-    case VT_UI8: return L"uint64";
-    case VT_R4: return L"single";
-    case VT_R8: return L"double";
-    case VT_VOID: return L"void";
-    case VT_HRESULT: return L"HRESULT";
-    case VT_DISPATCH: return L"IDispatch*";
-    case VT_USERDEFINED: {
-        ITypeInfo* ref = nullptr;
-        if (FAILED(ti->GetRefTypeInfo(t.hreftype, &ref))) return L"?";
-        BSTR n = nullptr;
-        ref->GetDocumentation(MEMBERID_NIL, &n, nullptr, nullptr, nullptr);
-        ref->Release();
-        return bstr(n);
-    }
-    default: return L"vt" + std::to_wstring(t.vt);
-    }
-}
 
 class TypeLibrary : public ::testing::Test {
 protected:
@@ -168,7 +142,7 @@ protected:
             for (SHORT p = 0; p < fd->cParams; ++p) {
                 const ELEMDESC& e = fd->lprgelemdescParam[p];
                 if (p) m.signature += L", ";
-                m.signature += typeText(body, e.tdesc);
+                m.signature += kwtypelib::TypeText(body, e.tdesc);
                 USHORT pf = e.paramdesc.wParamFlags;
                 if (pf & PARAMFLAG_FRETVAL) m.signature += L" [out,retval]";
                 else if ((pf & PARAMFLAG_FIN) && (pf & PARAMFLAG_FOUT)) m.signature += L" [in,out]";
