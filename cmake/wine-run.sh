@@ -12,6 +12,7 @@ if [[ "${1:-}" == --prefix ]]; then prefix_name=$2; shift 2; fi
 
 program=$1; shift
 build_root=${KW_WINE_ROOT:-$(cd "$(dirname "$program")/.." && pwd)/wine}
+build_root=$(mkdir -p "$build_root" && cd "$build_root" && pwd)
 mkdir -p "$build_root"
 export WINEPREFIX="$build_root/$prefix_name"
 export WINEDEBUG=${WINEDEBUG:--all}
