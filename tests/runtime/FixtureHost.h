@@ -5,6 +5,8 @@
 #include <windows.h>
 #include <oaidl.h>
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "FixtureObject.h"
@@ -57,5 +59,27 @@ void* InstanceOf(IUnknown* exposer);
 
 // Reference count of an object, as AddRef/Release report it.
 ULONG Refs(IUnknown* object);
+
+// A test holding one FxDerived exposer over its own counter; the exposer must
+// be gone with the test's reference. InitCounter presets the counter.
+class DerivedExposerTest : public ::testing::Test {
+ protected:
+  virtual void InitCounter(FxCounter& counter) = 0;
+  void SetUp() override {
+    ASSERT_TRUE(host_.ready());
+    InitCounter(counter_);
+    exposer_ = host_.Wrap(L"FxDerived", &counter_);
+    ASSERT_NE(nullptr, exposer_);
+  }
+  void TearDown() override {
+    if (exposer_ != nullptr) {
+      EXPECT_EQ(0u, exposer_->Release());
+    }
+  }
+
+  FixtureHost host_;
+  FxCounter counter_;
+  IDispatch* exposer_ = nullptr;
+};
 
 }  // namespace fxtest

@@ -11,24 +11,16 @@ using namespace fxtest;
 
 namespace {
 
-class DispatchTest : public ::testing::Test {
+class DispatchTest : public DerivedExposerTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(host_.ready());
-    counter_.value = 5;
-    counter_.level = 42;
-    derived_ = host_.Wrap(L"FxDerived", &counter_);
-    ASSERT_NE(nullptr, derived_);
-  }
-  void TearDown() override {
-    if (derived_ != nullptr) {
-      EXPECT_EQ(0u, derived_->Release());
-    }
+  void InitCounter(FxCounter& counter) override {
+    counter.value = 5;
+    counter.level = 42;
   }
 
   GUID TypeGuidAt(UINT index) {
     ITypeInfo* info = nullptr;
-    EXPECT_EQ(S_OK, derived_->GetTypeInfo(index, LOCALE_USER_DEFAULT, &info));
+    EXPECT_EQ(S_OK, exposer_->GetTypeInfo(index, LOCALE_USER_DEFAULT, &info));
     if (info == nullptr) return GUID_NULL;
     TYPEATTR* attributes = nullptr;
     GUID guid = GUID_NULL;
@@ -44,22 +36,18 @@ class DispatchTest : public ::testing::Test {
   HRESULT GetLevel(int* level) {
     VARIANT result;
     VariantInit(&result);
-    HRESULT hr = InvokeWith(derived_, kIdLevelOrTouch, DISPATCH_PROPERTYGET, {}, &result);
+    HRESULT hr = InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_PROPERTYGET, {}, &result);
     *level = V_VT(&result) == VT_I4 ? V_I4(&result) : -1;
     VariantClear(&result);
     return hr;
   }
-
-  FixtureHost host_;
-  FxCounter counter_;
-  IDispatch* derived_ = nullptr;
 };
 
 }  // namespace
 
 TEST_F(DispatchTest, TypeInfoCountIsCompositionLength) {
   UINT count = 0;
-  ASSERT_EQ(S_OK, derived_->GetTypeInfoCount(&count));
+  ASSERT_EQ(S_OK, exposer_->GetTypeInfoCount(&count));
   EXPECT_EQ(2u, count);
 
   FxCounter other;
@@ -69,7 +57,7 @@ TEST_F(DispatchTest, TypeInfoCountIsCompositionLength) {
   EXPECT_EQ(1u, count);
   base->Release();
 
-  EXPECT_EQ(E_POINTER, derived_->GetTypeInfoCount(nullptr));
+  EXPECT_EQ(E_POINTER, exposer_->GetTypeInfoCount(nullptr));
 }
 
 TEST_F(DispatchTest, TypeInfoByIndexInCompositionOrder) {
@@ -79,53 +67,53 @@ TEST_F(DispatchTest, TypeInfoByIndexInCompositionOrder) {
 
 TEST_F(DispatchTest, TypeInfoIndexTestedBeforeOutPointer) {
   ITypeInfo* info = reinterpret_cast<ITypeInfo*>(0x1234);
-  EXPECT_EQ(E_INVALIDARG, derived_->GetTypeInfo(2, 0, &info));
+  EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(2, 0, &info));
   EXPECT_EQ(reinterpret_cast<ITypeInfo*>(0x1234), info);
-  EXPECT_EQ(E_INVALIDARG, derived_->GetTypeInfo(0xFFFFFFFFu, 0, &info));
-  EXPECT_EQ(E_INVALIDARG, derived_->GetTypeInfo(2, 0, nullptr));
-  EXPECT_EQ(E_POINTER, derived_->GetTypeInfo(1, 0, nullptr));
+  EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(0xFFFFFFFFu, 0, &info));
+  EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(2, 0, nullptr));
+  EXPECT_EQ(E_POINTER, exposer_->GetTypeInfo(1, 0, nullptr));
 }
 
 TEST_F(DispatchTest, NamesResolveThroughTheWrapperThatKnowsThem) {
   DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxBase_value", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_value", &id));
   EXPECT_EQ(2, id);
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxDerived_twin", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_twin", &id));
   EXPECT_EQ(11, id);
 
   // Shared DISPID 1: whichever name was resolved last owns the route.
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxDerived_scale", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_scale", &id));
   ASSERT_EQ(kIdSetValueOrScale, id);
-  EXPECT_EQ(S_OK, InvokeWith(derived_, id, DISPATCH_METHOD, {3}));
+  EXPECT_EQ(S_OK, InvokeWith(exposer_, id, DISPATCH_METHOD, {3}));
   EXPECT_EQ(15, counter_.value) << "DISPID 1 must reach FxDerived_scale";
 
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxBase_setValue", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_setValue", &id));
   ASSERT_EQ(kIdSetValueOrScale, id);
-  EXPECT_EQ(S_OK, InvokeWith(derived_, id, DISPATCH_METHOD, {3}));
+  EXPECT_EQ(S_OK, InvokeWith(exposer_, id, DISPATCH_METHOD, {3}));
   EXPECT_EQ(3, counter_.value) << "DISPID 1 must now reach FxBase_setValue";
 }
 
 TEST_F(DispatchTest, UnknownNameLeavesRoutesUnchanged) {
   DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxDerived_touch", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_touch", &id));
   ASSERT_EQ(kIdLevelOrTouch, id);
 
   DISPID unknown = 0;
-  EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(derived_, L"FxNobody_here", &unknown));
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(exposer_, L"FxNobody_here", &unknown));
 
   // Still routed to wrp_FxDerived: the base's property is not reached.
   int level = 0;
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, GetLevel(&level));
-  EXPECT_EQ(S_OK, InvokeWith(derived_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
+  EXPECT_EQ(S_OK, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
   EXPECT_EQ(1, counter_.touches);
 }
 
 TEST_F(DispatchTest, ResolvedRouteIsFollowedWithoutSearching) {
   DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxBase_level", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_level", &id));
   ASSERT_EQ(kIdLevelOrTouch, id);
   // The route goes to wrp_FxBase, which has no method 7: no fall-back to FxDerived_touch.
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(derived_, id, DISPATCH_METHOD, {1}));
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, id, DISPATCH_METHOD, {1}));
   EXPECT_EQ(0, counter_.touches);
   int level = 0;
   EXPECT_EQ(S_OK, GetLevel(&level));
@@ -141,7 +129,7 @@ TEST_F(DispatchTest, UnresolvedDispIdFindsFirstAnsweringWrapper) {
 
 TEST_F(DispatchTest, UnresolvedDispIdIsRoutedAndRemembered) {
   // wrp_FxBase answers "member not found" for method 7, wrp_FxDerived runs it.
-  EXPECT_EQ(S_OK, InvokeWith(derived_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
+  EXPECT_EQ(S_OK, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
   EXPECT_EQ(1, counter_.touches);
   // Remembered: the property get now goes to wrp_FxDerived, which has none.
   int level = 0;
@@ -150,16 +138,16 @@ TEST_F(DispatchTest, UnresolvedDispIdIsRoutedAndRemembered) {
 
 TEST_F(DispatchTest, FailingCallStillRecordsItsRoute) {
   // FxDerived_touch is found but needs its argument.
-  EXPECT_EQ(DISP_E_BADPARAMCOUNT, InvokeWith(derived_, kIdLevelOrTouch, DISPATCH_METHOD, {}));
+  EXPECT_EQ(DISP_E_BADPARAMCOUNT, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {}));
   EXPECT_EQ(0, counter_.touches);
   int level = 0;
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, GetLevel(&level)) << "route to wrp_FxDerived was not recorded";
 }
 
 TEST_F(DispatchTest, NobodyAnsweringRecordsNothing) {
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(derived_, 4711, DISPATCH_METHOD, {}));
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, 4711, DISPATCH_METHOD, {}));
   // Property put of 7 is nobody's; afterwards 7 is still searched afresh.
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(derived_, kIdLevelOrTouch, DISPATCH_PROPERTYPUT, {1}));
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_PROPERTYPUT, {1}));
   int level = 0;
   EXPECT_EQ(S_OK, GetLevel(&level));
   EXPECT_EQ(42, level);
@@ -168,7 +156,7 @@ TEST_F(DispatchTest, NobodyAnsweringRecordsNothing) {
 TEST_F(DispatchTest, ArgumentsAndResultsPassThrough) {
   VARIANT result;
   VariantInit(&result);
-  ASSERT_EQ(S_OK, Call(derived_, L"FxBase_add", {4, 3}, &result));
+  ASSERT_EQ(S_OK, Call(exposer_, L"FxBase_add", {4, 3}, &result));
   EXPECT_EQ(VT_I4, V_VT(&result));
   EXPECT_EQ(17, V_I4(&result));
   EXPECT_EQ(17, counter_.value);
@@ -180,9 +168,9 @@ TEST_F(DispatchTest, ArgumentsAndResultsPassThrough) {
   DISPPARAMS params{&text, nullptr, 1, 0};
   UINT argumentError = 99;
   DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(derived_, L"FxDerived_scale", &id));
+  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_scale", &id));
   EXPECT_EQ(DISP_E_TYPEMISMATCH,
-            derived_->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, &argumentError));
+            exposer_->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, &argumentError));
   VariantClear(&text);
   EXPECT_EQ(17, counter_.value);
 }

@@ -10,19 +10,9 @@ using namespace fxtest;
 
 namespace {
 
-class IdentityTest : public ::testing::Test {
+class IdentityTest : public DerivedExposerTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(host_.ready());
-    counter_.value = 9;
-    exposer_ = host_.Wrap(L"FxDerived", &counter_);
-    ASSERT_NE(nullptr, exposer_);
-  }
-  void TearDown() override {
-    if (exposer_ != nullptr) {
-      EXPECT_EQ(0u, exposer_->Release());
-    }
-  }
+  void InitCounter(FxCounter& counter) override { counter.value = 9; }
 
   // A composed wrapper, reached through a fixture member that returns itself.
   IUnknown* Peer(const wchar_t* member) {
@@ -32,10 +22,6 @@ class IdentityTest : public ::testing::Test {
     EXPECT_EQ(VT_UNKNOWN, V_VT(&result));
     return V_VT(&result) == VT_UNKNOWN ? V_UNKNOWN(&result) : nullptr;
   }
-
-  FixtureHost host_;
-  FxCounter counter_;
-  IDispatch* exposer_ = nullptr;
 };
 
 void* Query(IUnknown* object, REFIID iid, HRESULT* hr) {
