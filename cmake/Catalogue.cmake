@@ -1,23 +1,57 @@
-# kw_add_wrappers_dll(<target> KNOWN_TYPE_NAMES <file> [EXPOSERS <file>] [SOURCES <files...>])
+# kw_add_wrappers_dll(<target> KNOWN_TYPE_NAMES <file> [EXPOSERS <file>] [SOURCES <files...>]
+#                     [WRAPPERS_FROM <declarations file> CATALOGUE <folder> [PARTS <n>]])
 # Builds one wrappers DLL: the whole hand-written frame, the chain of type-name
 # tests generated from the catalogue's known names, and the catalogue's own
 # generated sources. The DLL exports GetModuleIntf only.
+#
+# With WRAPPERS_FROM, the generator's C++ back-end writes the wrapper classes
+# (in PARTS translation units, default 1) and the exposers from the
+# declarations and the catalogue at build time; the exposers it writes are
+# the ones the chain gets factories for. The caller adds the include folders
+# and libraries of the wrapped classes to <target>.
 function(kw_add_wrappers_dll target)
-  cmake_parse_arguments(D "" "KNOWN_TYPE_NAMES;EXPOSERS" "SOURCES" ${ARGN})
+  cmake_parse_arguments(D "" "KNOWN_TYPE_NAMES;EXPOSERS;WRAPPERS_FROM;CATALOGUE;PARTS" "SOURCES" ${ARGN})
+  set(gen ${PROJECT_SOURCE_DIR}/generator)
+  set(generated)
+  if(D_WRAPPERS_FROM)
+    if(NOT D_PARTS)
+      set(D_PARTS 1)
+    endif()
+    set(out ${CMAKE_CURRENT_BINARY_DIR}/${target}_wrappers)
+    set(outputs ${out}/${target}Interfaces.h ${out}/${target}Exposers.cpp ${out}/${target}Exposers.txt)
+    foreach(k RANGE 1 ${D_PARTS})
+      list(APPEND outputs ${out}/${target}Wrappers${k}.cpp)
+      list(APPEND generated ${out}/${target}Wrappers${k}.cpp)
+    endforeach()
+    list(APPEND generated ${out}/${target}Exposers.cpp)
+    file(GLOB catalogue_files ${D_CATALOGUE}/*)
+    add_custom_command(OUTPUT ${outputs}
+      COMMAND ${Python3_EXECUTABLE} ${gen}/backend_cpp.py
+              --declarations ${D_WRAPPERS_FROM} --catalogue ${D_CATALOGUE}
+              --out-dir ${out} --prefix ${target} --parts ${D_PARTS}
+      DEPENDS ${D_WRAPPERS_FROM} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
+              ${gen}/rules.py ${gen}/catalogue.py
+      COMMENT "Generating the wrapper classes and exposers of ${target}")
+    set(D_EXPOSERS ${out}/${target}Exposers.txt)
+  endif()
+
   set(chain ${CMAKE_CURRENT_BINARY_DIR}/${target}_type_chain.cpp)
   set(chain_args ${D_KNOWN_TYPE_NAMES} ${chain})
-  set(chain_deps ${D_KNOWN_TYPE_NAMES} ${PROJECT_SOURCE_DIR}/generator/emit_type_chain.py)
+  set(chain_deps ${D_KNOWN_TYPE_NAMES} ${gen}/emit_type_chain.py ${gen}/rules.py)
   if(D_EXPOSERS)
     list(APPEND chain_args --exposers ${D_EXPOSERS})
     list(APPEND chain_deps ${D_EXPOSERS})
   endif()
   add_custom_command(OUTPUT ${chain}
-    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/generator/emit_type_chain.py ${chain_args}
+    COMMAND ${Python3_EXECUTABLE} ${gen}/emit_type_chain.py ${chain_args}
     DEPENDS ${chain_deps}
     COMMENT "Generating the type-name chain of ${target}")
 
-  add_library(${target} SHARED ${chain} ${D_SOURCES} ${PROJECT_SOURCE_DIR}/module/kwQtWrappers.def)
+  add_library(${target} SHARED ${chain} ${generated} ${D_SOURCES} ${PROJECT_SOURCE_DIR}/module/kwQtWrappers.def)
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_libraries(${target} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,kwframe>)
   target_link_options(${target} PRIVATE -Wl,--exclude-all-symbols)
+  if(D_WRAPPERS_FROM)
+    target_include_directories(${target} PRIVATE ${out})
+  endif()
 endfunction()

@@ -8,14 +8,12 @@ the DLL carries (one type name per line); every such entry gets the factory
 chain answers it as unknown.
 """
 import argparse
-import re
+import os
 import sys
 
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-def flatten(type_name: str) -> str:
-    """Identifier stem of a type name: '::' becomes '_', and every other
-    character that cannot stand in an identifier becomes '_', one for one."""
-    return re.sub(r"[^A-Za-z0-9_]", "_", type_name.replace("::", "_"))
+from rules import exposer_class_name, flatten  # noqa: E402
 
 
 def read_names(path):
@@ -35,11 +33,11 @@ def render(names, with_exposer):
            '#include "managers/TypeNameChain.h"', ""]
     for name in names:
         if name in with_exposer:
-            out.append(f"HRESULT {flatten(name)}Exposer_CreateBound(void*, CStaticWrappersManager*, IDispatch**);")
+            out.append(f"HRESULT {exposer_class_name(flatten(name))}_CreateBound(void*, CStaticWrappersManager*, IDispatch**);")
     out.append("")
     out.append("const TypeNameTest g_typeNameChain[] = {")
     for name in names:
-        factory = f"&{flatten(name)}Exposer_CreateBound" if name in with_exposer else "nullptr"
+        factory = f"&{exposer_class_name(flatten(name))}_CreateBound" if name in with_exposer else "nullptr"
         out.append(f"    {{{c_string(name)}, {factory}}},")
     out.append("};")
     out.append("")

@@ -10,6 +10,11 @@ build only reads it.  See README.md for the file format.
 Usage:
   frontend.py --qt-source DIR [--out FILE] [--castxml castxml]
               [--cc x86_64-w64-mingw32-g++] [--keep-work DIR]
+  frontend.py --include-dir DIR --config-dir DIR --catalogue DIR --out FILE
+
+The second form reads another library's headers as they stand (no Qt
+include tree, no Qt configuration): the config folder's headers.txt names
+them relative to the include folder.
 
 Exit status 0 on success; 2 when castxml or the Qt source is missing (the
 caller decides whether that is a skip).
@@ -112,10 +117,10 @@ def write_tu(path, headers, instances):
     return lines
 
 
-def run_castxml(castxml, cc, includes, tu, xml_out):
+def run_castxml(castxml, cc, includes, tu, xml_out, std="gnu++98"):
     cmd = [castxml, "--castxml-output=1",
-           "--castxml-cc-gnu", "(", cc, "-std=gnu++98", ")",
-           "-std=gnu++98", "-w", "-fno-access-control", "-ferror-limit=0",
+           "--castxml-cc-gnu", "(", cc, "-std=" + std, ")",
+           "-std=" + std, "-w", "-fno-access-control", "-ferror-limit=0",
            "-D_WIN64", "-DUNICODE", "-DQT_DLL"]
     for i in includes:
         cmd += ["-I", i]
@@ -386,13 +391,17 @@ def class_record(cx, cls, entry):
 
 def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--qt-source", required=True)
+    src = ap.add_mutually_exclusive_group(required=True)
+    src.add_argument("--qt-source")
+    src.add_argument("--include-dir", help="headers of a library other than Qt")
     ap.add_argument("--out", default=DEFAULT_OUT)
     ap.add_argument("--config-dir", default=DEFAULT_CONFIG_DIR)
     ap.add_argument("--catalogue", default=os.path.join(REPO, "typelib", "catalogue"))
     ap.add_argument("--castxml", default="castxml")
     ap.add_argument("--cc", default="x86_64-w64-mingw32-g++")
     ap.add_argument("--keep-work")
+    ap.add_argument("--std", default="gnu++98",
+                    help="language standard of the headers (Qt 4.8: gnu++98)")
     args = ap.parse_args(argv)
 
     if shutil.which(args.castxml) is None:
@@ -401,7 +410,11 @@ def main(argv=None):
     if shutil.which(args.cc) is None:
         print("frontend: %s not found; declarations not regenerated (skipped)" % args.cc)
         return 2
-    if not os.path.isfile(os.path.join(args.qt_source, "src", "corelib", "global", "qglobal.h")):
+    if args.include_dir:
+        if not os.path.isdir(args.include_dir):
+            print("frontend: no include folder %s" % args.include_dir)
+            return 2
+    elif not os.path.isfile(os.path.join(args.qt_source, "src", "corelib", "global", "qglobal.h")):
         print("frontend: no Qt source at %s; declarations not regenerated (skipped)"
               % args.qt_source)
         return 2
@@ -414,13 +427,16 @@ def main(argv=None):
     work = args.keep_work or tempfile.mkdtemp(prefix="kw_frontend_")
     os.makedirs(work, exist_ok=True)
     try:
-        includes = make_include_tree(args.qt_source, work, os.path.abspath(args.config_dir))
+        if args.include_dir:
+            includes = [os.path.abspath(args.include_dir)]
+        else:
+            includes = make_include_tree(args.qt_source, work, os.path.abspath(args.config_dir))
         tu = os.path.join(work, "tu.cpp")
         xml_out = os.path.join(work, "tu.xml")
         dropped_headers, dropped_instances = [], []
         for _attempt in range(20):
             lines = write_tu(tu, headers, instances)
-            rc, err = run_castxml(args.castxml, args.cc, includes, tu, xml_out)
+            rc, err = run_castxml(args.castxml, args.cc, includes, tu, xml_out, args.std)
             if rc == 0:
                 break
             bad = failing_tu_lines(err)
@@ -443,12 +459,13 @@ def main(argv=None):
             print("frontend: castxml kept failing")
             return 1
 
-        cx = Castxml(xml_out, args.qt_source)
+        cx = Castxml(xml_out, args.include_dir or args.qt_source)
         classes = find_classes(cx)
         slots = SlotFinder()
         out_lines = []
-        header = {"format": FORMAT, "qt": qt_version(args.qt_source),
-                  "compiler": args.cc, "std": "gnu++98",
+        header = {"format": FORMAT,
+                  "qt": None if args.include_dir else qt_version(args.qt_source),
+                  "compiler": args.cc, "std": args.std,
                   "headers": headers,
                   "headers_not_compiling": sorted(dropped_headers),
                   "instances_not_compiling": sorted(dropped_instances)}

@@ -5,6 +5,7 @@
 // implements the interface's own methods on `m_pInstance`, and is made as
 // kwatl::CComObject<wrp_<Class>>. The exposer that creates it binds it to
 // its instance and manager; the wrapper never frees or destroys the instance.
+// Each wrapper class has a factory of type WrapperFactory (CreateBoundWrapper).
 #pragma once
 
 #include <objbase.h>
@@ -97,3 +98,24 @@ class CWrapperBase : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>
   ITypeInfo* m_pTypeInfo = nullptr;
   CStaticWrappersManager* m_pManager = nullptr;
 };
+
+// Creates a wrapper, binds it to an instance and a manager and hands out its
+// IDispatch: the shape of every wrapper class's factory, through which the
+// exposers compose their wrappers.
+using WrapperFactory = HRESULT (*)(void* instance, CStaticWrappersManager* manager, IDispatch** result);
+
+// The factory of wrapper class `Wrapper`: creates kwatl::CComObject<Wrapper>,
+// takes a reference, binds it, queries IDispatch into `result` (which then
+// holds the only reference) and drops its own reference. Returns the
+// creation HRESULT or that of the query.
+template <class Wrapper>
+HRESULT CreateBoundWrapper(void* instance, CStaticWrappersManager* manager, IDispatch** result) {
+  kwatl::CComObject<Wrapper>* wrapper = nullptr;
+  HRESULT hr = kwatl::CComObject<Wrapper>::CreateInstance(&wrapper);
+  if (FAILED(hr)) return hr;
+  wrapper->AddRef();
+  wrapper->Bind(instance, manager);
+  hr = wrapper->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
+  wrapper->Release();
+  return hr;
+}

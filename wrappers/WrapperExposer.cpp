@@ -49,6 +49,20 @@ HRESULT CBaseWrapperExposer::Init(void* instance, CStaticWrappersManager* manage
   return S_OK;
 }
 
+void CBaseWrapperExposer::AddWrapper(WrapperFactory factory) {
+  IDispatch* dispatch = nullptr;
+  if (FAILED(factory(m_pInstance, m_pManager, &dispatch)) || dispatch == nullptr) return;
+  AppendContained(dispatch);
+  dispatch->Release();
+}
+
+HRESULT CBaseWrapperExposer::InitComposed(void* instance, CStaticWrappersManager* manager,
+                                          const WrapperFactory* factories, std::size_t count) {
+  CBaseWrapperExposer::Init(instance, manager);
+  for (std::size_t i = 0; i < count; ++i) AddWrapper(factories[i]);
+  return S_OK;
+}
+
 void CBaseWrapperExposer::AppendContained(IDispatch* object) {
   try {
     m_contained.push_back(object);

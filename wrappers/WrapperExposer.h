@@ -4,9 +4,12 @@
 // answers IDispatch as their union, plus IkwInstanceProxy (the raw instance
 // pointer) and IMarshal (the aggregated free-threaded marshaler).
 //
-// A concrete exposer declares its composition list, own wrapper last:
+// A concrete exposer declares its composition list, own wrapper last, either
+// by wrapper classes:
 //   class QPushButtonExposer
 //       : public CComposedExposer<wrp_QWidget, wrp_QAbstractButton, wrp_QPushButton> {};
+// or, where the wrapper classes live in other translation units, by their
+// factories, in an Init that calls InitComposed.
 // and its factory for the chain of type-name tests is one line:
 //   HRESULT QPushButtonExposer_CreateBound(void* i, CStaticWrappersManager* m, IDispatch** r) {
 //     return CreateBoundExposer<QPushButtonExposer>(i, m, r);
@@ -22,6 +25,7 @@
 
 #include "module/ComSupport.h"
 #include "module/Interfaces.h"
+#include "wrappers/WrapperBase.h"
 
 class CStaticWrappersManager;
 
@@ -56,22 +60,14 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
   virtual ~CBaseWrapperExposer();
 
  protected:
-  // Creates one wrapper of class `Wrapper` (made as kwatl::CComObject<Wrapper>),
-  // binds it to this exposer's instance and manager and appends its IDispatch.
-  // A wrapper that cannot be made is left out.
-  template <class Wrapper>
-  void AddWrapper() {
-    kwatl::CComObject<Wrapper>* wrapper = nullptr;
-    if (FAILED(kwatl::CComObject<Wrapper>::CreateInstance(&wrapper))) return;
-    wrapper->AddRef();
-    wrapper->Bind(m_pInstance, m_pManager);
-    IDispatch* dispatch = nullptr;
-    if (SUCCEEDED(wrapper->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)))) {
-      AppendContained(dispatch);
-      dispatch->Release();
-    }
-    wrapper->Release();
-  }
+  // Creates one wrapper through `factory`, bound to this exposer's instance
+  // and manager, and appends its IDispatch. A wrapper that cannot be made is
+  // left out: its class's names stay unanswered.
+  void AddWrapper(WrapperFactory factory);
+
+  // Init of an exposer composing the wrappers of `factories`, in that order.
+  HRESULT InitComposed(void* instance, CStaticWrappersManager* manager, const WrapperFactory* factories,
+                       std::size_t count);
 
   // Appends `object` with a reference of the array's own.
   void AppendContained(IDispatch* object);
@@ -91,9 +87,8 @@ template <class... Wrappers>
 class CComposedExposer : public CBaseWrapperExposer {
  public:
   HRESULT Init(void* instance, CStaticWrappersManager* manager) override {
-    CBaseWrapperExposer::Init(instance, manager);
-    (AddWrapper<Wrappers>(), ...);
-    return S_OK;
+    static const WrapperFactory factories[] = {&CreateBoundWrapper<Wrappers>...};
+    return InitComposed(instance, manager, factories, sizeof...(Wrappers));
   }
 };
 

@@ -1,0 +1,57 @@
+// A host's view of a loaded wrappers DLL: one wrappers manager made through
+// the module interface, and calls on automation objects by member name.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <initializer_list>
+
+#include "HostSupport.h"
+
+namespace kwtest {
+
+// The loaded DLL with one wrappers manager.
+class ManagerHost {
+ public:
+  explicit ManagerHost(const wchar_t* dllName);
+  ~ManagerHost();
+  ManagerHost(const ManagerHost&) = delete;
+  ManagerHost& operator=(const ManagerHost&) = delete;
+
+  bool ready() const { return manager_ != nullptr; }
+  IWrappersManager* manager() const { return manager_; }
+  IkwQtDispatchNotificator* notificator() const { return notificator_; }
+
+  // The host's own CreateWrapper; null on failure (the HRESULT in `hr`).
+  IDispatch* Wrap(const wchar_t* typeName, void* instance, HRESULT* hr = nullptr);
+
+  // Releases the manager and unloads the DLL. Objects the test still holds
+  // are then left to the library's unload.
+  void Unload();
+
+ private:
+  LoadedLibrary library_;
+  IWrappersManager* manager_ = nullptr;
+  IkwQtDispatchNotificator* notificator_ = nullptr;
+};
+
+// GetIDsOfNames for one name on `object`.
+HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id);
+
+// Invoke with the given arguments, in natural order (reversed for
+// DISPPARAMS). The arguments stay the caller's: nothing is cleared.
+HRESULT InvokeWithVariants(IDispatch* object, DISPID id, WORD flags, std::initializer_list<VARIANT> args,
+                           VARIANT* result = nullptr, UINT* argumentError = nullptr);
+
+// Invoke with 32-bit integer arguments.
+HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_list<int> args,
+                   VARIANT* result = nullptr, UINT* argumentError = nullptr);
+
+// Resolves `name` and invokes it as a method with integer arguments.
+HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> args, VARIANT* result = nullptr);
+
+// The instance an exposer stands for, through IkwInstanceProxy.
+void* InstanceOf(IUnknown* exposer);
+
+}  // namespace kwtest
