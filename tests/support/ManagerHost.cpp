@@ -49,12 +49,13 @@ namespace {
 
 // Invoke with arguments already in DISPPARAMS order (last argument first).
 HRESULT InvokeReversed(IDispatch* object, DISPID id, WORD flags, std::vector<VARIANT> reversed, VARIANT* result,
-                       UINT* argumentError) {
+                       UINT* argumentError, SCODE* exceptionCode = nullptr) {
   DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
   EXCEPINFO exception{};
   UINT error = 0;
   HRESULT hr = object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &exception, &error);
   if (argumentError != nullptr) *argumentError = error;
+  if (exceptionCode != nullptr) *exceptionCode = hr == DISP_E_EXCEPTION ? exception.scode : 0;
   SysFreeString(exception.bstrSource);
   SysFreeString(exception.bstrDescription);
   SysFreeString(exception.bstrHelpFile);
@@ -64,9 +65,9 @@ HRESULT InvokeReversed(IDispatch* object, DISPID id, WORD flags, std::vector<VAR
 }  // namespace
 
 HRESULT InvokeWithVariants(IDispatch* object, DISPID id, WORD flags, std::initializer_list<VARIANT> args,
-                           VARIANT* result, UINT* argumentError) {
+                           VARIANT* result, SCODE* exceptionCode) {
   std::vector<VARIANT> reversed(std::rbegin(args), std::rend(args));
-  return InvokeReversed(object, id, flags, std::move(reversed), result, argumentError);
+  return InvokeReversed(object, id, flags, std::move(reversed), result, nullptr, exceptionCode);
 }
 
 HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_list<int> args, VARIANT* result,

@@ -40,9 +40,11 @@ class ManagerHost {
 HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id);
 
 // Invoke with the given arguments, in natural order (reversed for
-// DISPPARAMS). The arguments stay the caller's: nothing is cleared.
+// DISPPARAMS). The arguments stay the caller's: nothing is cleared. A member
+// that fails makes Invoke answer DISP_E_EXCEPTION; its own HRESULT is then
+// stored in `exceptionCode` (0 otherwise).
 HRESULT InvokeWithVariants(IDispatch* object, DISPID id, WORD flags, std::initializer_list<VARIANT> args,
-                           VARIANT* result = nullptr, UINT* argumentError = nullptr);
+                           VARIANT* result = nullptr, SCODE* exceptionCode = nullptr);
 
 // Invoke with 32-bit integer arguments.
 HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_list<int> args,

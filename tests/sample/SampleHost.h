@@ -1,0 +1,70 @@
+// Drives the sample's wrappers DLL as an automation host would: members are
+// called by name through IDispatch with VARIANT arguments, and the sample's
+// own objects (linked from kwSampleApp.dll) show what the calls did.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+
+#include "ManagerHost.h"
+#include "kwsample/SWidget.h"
+
+namespace sampletest {
+
+constexpr const wchar_t kSampleWrappersDll[] = L"kwSampleWrappers.dll";
+
+// VARIANT arguments as a host builds them (none owns anything).
+VARIANT I4(int value);
+VARIANT I8(long long value);
+VARIANT R4(float value);
+VARIANT R8(double value);
+VARIANT UI1(unsigned char value);
+VARIANT UI2(unsigned short value);
+VARIANT Object(IDispatch* object);
+VARIANT LongRef(LONG* location);          // [in, out] long* (bool* and int*)
+VARIANT BytesRef(const char* bytes);      // [in, out] unsigned char* (byte strings)
+
+// A call's result, cleared on destruction.
+struct Result {
+  VARIANT value;
+  Result() { VariantInit(&value); }
+  ~Result() { VariantClear(&value); }
+  Result(const Result&) = delete;
+  Result& operator=(const Result&) = delete;
+  // The returned object (VT_DISPATCH), or null; the reference stays here.
+  IDispatch* object() const { return V_VT(&value) == VT_DISPATCH ? V_DISPATCH(&value) : nullptr; }
+};
+
+// Resolves `name` on `object` and invokes it as a method. Returns what
+// Invoke returns; a failing member shows as DISP_E_EXCEPTION with its own
+// HRESULT in `memberResult`.
+HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args,
+                   VARIANT* result = nullptr, SCODE* memberResult = nullptr);
+
+// The instance behind a returned object, as `T`.
+template <class T>
+T* InstanceAs(IDispatch* object) {
+  return object != nullptr ? static_cast<T*>(kwtest::InstanceOf(object)) : nullptr;
+}
+
+// A test with the sample's wrappers DLL loaded and one manager.
+class SampleTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(host_.ready()); }
+
+  // The host's own CreateWrapper; the test owns the reference.
+  IDispatch* Wrap(const wchar_t* typeName, void* instance) {
+    HRESULT hr = E_FAIL;
+    IDispatch* object = host_.Wrap(typeName, instance, &hr);
+    EXPECT_EQ(S_OK, hr) << "CreateWrapper(" << static_cast<const void*>(typeName) << ")";
+    return object;
+  }
+
+  kwtest::ManagerHost host_{kSampleWrappersDll};
+};
+
+}  // namespace sampletest
