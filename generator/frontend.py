@@ -130,6 +130,39 @@ def run_castxml(castxml, cc, includes, tu, xml_out, std="gnu++98"):
     return proc.returncode, proc.stderr
 
 
+def emitted_symbols(cc, includes, tu, work, std="gnu++98"):
+    """Symbols of the functions the compiler emits for the translation unit
+    when it keeps every inline function, as a DLL that exports its classes
+    does: the member functions of template instances that the headers' own
+    code instantiates.  None when the compiler fails."""
+    asm = os.path.join(work, "tu.s")
+    cmd = [cc, "-std=" + std, "-w", "-fno-access-control", "-fkeep-inline-functions",
+           "-O0", "-S", "-D_WIN64", "-DUNICODE", "-DQT_DLL"]
+    for i in includes:
+        cmd += ["-I", i]
+    cmd += ["-o", asm, tu]
+    proc = subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          universal_newlines=True)
+    if proc.returncode != 0:
+        return None
+    with open(asm, encoding="latin-1") as f:
+        return set(re.findall(r"^\s*\.def\s+([^;\s]+);", f.read(), re.M))
+
+
+def demangle(cc, symbols):
+    """{symbol: demangled text} for the symbols of constructors and
+    destructors (castxml gives no mangled name for those)."""
+    tool = cc[:-len("g++")] + "c++filt" if cc.endswith("g++") else "c++filt"
+    if shutil.which(tool) is None:
+        tool = "c++filt"
+    wanted = sorted(s for s in symbols if re.search(r"[CD][0-9]E", s))
+    if not wanted or shutil.which(tool) is None:
+        return {}
+    proc = subprocess.run([tool], input="\n".join(wanted) + "\n", stdout=subprocess.PIPE,
+                          universal_newlines=True)
+    return dict(zip(wanted, proc.stdout.splitlines()))
+
+
 _TU_LINE = re.compile(r"^(?:In file included from )?(\S*?tu\.cpp):(\d+):")
 
 
@@ -267,6 +300,13 @@ class Castxml:
             self._spell_cache[tid] = (node, rules.spell(node))
         return self._spell_cache[tid]
 
+    def qualified_type(self, tid):
+        """A parameter type as the demangler writes it, for comparing
+        after blanks are removed."""
+        text = self.spell(tid)[1]
+        text = re.sub(r"\benum ", "", text)
+        return re.sub(r"\b__int64\b", "long long", text)
+
     def location(self, elem):
         path = os.path.realpath(self.files.get(elem.get("file"), ""))
         if path.startswith(self.qt_source + os.sep):
@@ -314,19 +354,140 @@ class SlotFinder:
 
 
 KIND_BY_TAG = {"Method": "method", "OperatorMethod": "operator",
-               "Converter": "conversion", "Destructor": "destructor"}
+               "Converter": "conversion", "Destructor": "destructor",
+               "Constructor": "constructor"}
+FUNCTION_TAGS = set(KIND_BY_TAG)
 NEVER = {"metaObject", "d_func"}
+_ID = re.compile(r"^_\d+")
 
 
-def collect_members(cx, cls, slots):
+class Members:
+    """Which members of a class the compiler gives it: the declared ones,
+    and the implicit copy assignment and destructor where they do work
+    (a non-trivial one is generated for an exported class; a trivial one
+    is not)."""
+
+    def __init__(self, cx):
+        self.cx = cx
+        self._nontrivial = {}
+
+    def functions(self, cls):
+        return [self.cx.by_id[m] for m in cls.get("members", "").split()
+                if self.cx.by_id[m].tag in FUNCTION_TAGS]
+
+    def _class_elem(self, tid, through_arrays=False):
+        skip = ("Typedef", "ElaboratedType", "CvQualifiedType")
+        if through_arrays:
+            skip += ("ArrayType",)
+        e = self.cx.by_id[_ID.match(tid).group(0)]
+        while e.tag in skip:
+            e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
+        return e if e.tag in ("Class", "Struct", "Union") else None
+
+    def bases(self, cls):
+        for b in cls.findall("Base"):
+            yield b, self._class_elem(b.get("type"))
+
+    def polymorphic(self, cls):
+        if any(m.get("virtual") == "1" for m in self.functions(cls)):
+            return True
+        return any(b.get("virtual") == "1" or (e is not None and self.polymorphic(e))
+                   for b, e in self.bases(cls))
+
+    def nontrivial(self, cls, what):
+        """what: 'destructor' or 'assignment' (copy assignment)."""
+        key = (cls.get("id"), what)
+        if key in self._nontrivial:
+            return self._nontrivial[key]
+        self._nontrivial[key] = False
+        declared = [m for m in self.functions(cls) if m.get("artificial") != "1" and (
+            m.tag == "Destructor" if what == "destructor"
+            else m.tag == "OperatorMethod" and m.get("name") == "=")]
+        result = bool(declared)
+        if not result and what == "assignment":
+            result = self.polymorphic(cls)
+        if not result:
+            parts = [e for b, e in self.bases(cls)
+                     if b.get("virtual") == "1" or e is not None]
+            for mid in cls.get("members", "").split():
+                f = self.cx.by_id[mid]
+                if f.tag == "Field":
+                    parts.append(self._class_elem(f.get("type"), through_arrays=True))
+            result = any(p is not None and self.nontrivial(p, what) for p in parts)
+            result = result or any(b.get("virtual") == "1" for b, _ in self.bases(cls))
+        self._nontrivial[key] = result
+        return result
+
+    def candidates(self, cls):
+        """Public member functions of the class in declaration order,
+        with the implicit ones that do work.  Constructors count for a
+        class nested in another class (iterators, nodes): their name is
+        not the name the class is known by."""
+        nested = self.cx.by_id.get(cls.get("context"))
+        nested = nested is not None and nested.tag in ("Class", "Struct", "Union")
+        out = []
+        for m in self.functions(cls):
+            if m.get("access") != "public" or m.get("name") in NEVER:
+                continue
+            implicit = m.get("artificial") == "1"
+            if m.tag == "Constructor":
+                if not nested or implicit:
+                    continue
+            elif implicit:
+                if m.tag == "Destructor" and not self.nontrivial(cls, "destructor"):
+                    continue
+                if m.tag == "OperatorMethod" and not self.nontrivial(cls, "assignment"):
+                    continue
+                if m.tag not in ("Destructor", "OperatorMethod"):
+                    continue
+            out.append(m)
+        return out
+
+
+def _normal(text):
+    return re.sub(r"\s+", "", text)
+
+
+class Instantiated:
+    """Tells whether a member function of a template instance has been
+    instantiated: its symbol is among those the compiler emitted."""
+
+    def __init__(self, cx, symbols, demangled):
+        self.cx = cx
+        self.symbols = symbols
+        self.special = {}   # normalised "Class::name(" -> [normalised params]
+        for text in demangled.values():
+            head, _, rest = text.partition("(")
+            self.special.setdefault(_normal(head), []).append(_normal(rest.rsplit(")", 1)[0]))
+
+    def __call__(self, cls, m):
+        if m.get("mangled"):
+            return m.get("mangled") in self.symbols
+        qualified = _normal(self.cx.qualified(cls))
+        name = qualified.rsplit("::", 1)[-1].split("<", 1)[0]
+        head = qualified + "::" + ("~" if m.tag == "Destructor" else "") + name
+        found = self.special.get(head, [])
+        if m.tag == "Destructor":
+            return bool(found)
+        params = [_normal(cx_param) for cx_param in
+                  (self.cx.qualified_type(a.get("type")) for a in m.findall("Argument"))]
+        want = ",".join(params)
+        return any(p == want or (p == "void" and not params) for p in found)
+
+
+def is_template_instance(cx, cls):
+    return "<" in cx.qualified(cls)
+
+
+def collect_members(cx, cls, slots, members, instantiated=None):
     out = []
     cls_file = os.path.realpath(cx.files.get(cls.get("file"), ""))
     cls_line = int(cls.get("line", "0"))
-    for mid in cls.get("members", "").split():
-        m = cx.by_id[mid]
-        kind = KIND_BY_TAG.get(m.tag)
-        if kind is None or m.get("access") != "public" or m.get("artificial") == "1":
+    template = instantiated is not None and is_template_instance(cx, cls)
+    for m in members.candidates(cls):
+        if template and not instantiated(cls, m):
             continue
+        kind = KIND_BY_TAG[m.tag]
         name = m.get("name")
         if m.tag == "OperatorMethod":
             name = "operator" + name
@@ -334,8 +495,6 @@ def collect_members(cx, cls, slots):
             name = "operator " + cx.spell(m.get("returns"))[1]
         elif m.tag == "Destructor":
             name = "~" + name
-        if name in NEVER:
-            continue
         if kind == "method" and m.get("static") == "1":
             kind = "static"
         params = []
@@ -353,7 +512,8 @@ def collect_members(cx, cls, slots):
                 and slots.is_slot(cls_file, cls_line, int(m.get("line", "0"))))
         path, line = cx.location(m)
         flags = [f for f, attr in (("const", "const"), ("virtual", "virtual"),
-                                   ("pure", "pure_virtual"), ("inline", "inline"))
+                                   ("pure", "pure_virtual"), ("inline", "inline"),
+                                   ("implicit", "artificial"))
                  if m.get(attr) == "1"]
         rec = {"name": name, "kind": kind,
                "access": "public slot" if slot else "public",
@@ -461,6 +621,12 @@ def main(argv=None):
 
         cx = Castxml(xml_out, args.include_dir or args.qt_source)
         classes = find_classes(cx)
+        symbols = emitted_symbols(args.cc, includes, tu, work, args.std)
+        if symbols is None:
+            print("frontend: %s could not compile the translation unit" % args.cc)
+            return 1
+        instantiated = Instantiated(cx, symbols, demangle(args.cc, symbols))
+        members = Members(cx)
         slots = SlotFinder()
         out_lines = []
         header = {"format": FORMAT,
@@ -482,7 +648,7 @@ def main(argv=None):
                 continue
             found += 1
             rec = class_record(cx, cls, entry)
-            rec["members"] = collect_members(cx, cls, slots)
+            rec["members"] = collect_members(cx, cls, slots, members, instantiated)
             out_lines.append(json.dumps(rec))
         with open(args.out, "w", encoding="utf-8", newline="\n") as f:
             f.write("\n".join(out_lines) + "\n")
