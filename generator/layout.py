@@ -66,6 +66,12 @@ def _express(member, decl, known):
         for i, p in enumerate(decl["params"]):
             node = rules.parse_type(p["type"])
             idl, direction, category = rules.map_type(node)
+            if category == "object" and known is not None:
+                # An object argument is read out of a wrapper this module
+                # made, so its class needs one.
+                name = rules.result_type_name(node)
+                if name not in known:
+                    raise rules.Inexpressible("%s (no wrapper for %s)" % (p["type"], name))
             params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
@@ -97,6 +103,10 @@ def build(catalogue, classes):
                 continue
             decls = rec.get("members", [])
             bases = [rules.member_base_name(entry.flat, d) for d in decls]
+            order = rules.candidate_order(bases, [[p["type"] for p in d["params"]]
+                                                  for d in decls])
+            decls = [decls[i] for i in order]
+            bases = [bases[i] for i in order]
             names = rules.number_overloads(bases)
             members = []
             for decl, name in zip(decls, names):

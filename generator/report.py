@@ -25,12 +25,24 @@ import layout  # noqa: E402
 import rules  # noqa: E402
 
 GROUP_NOTES = {
-    "container": "template members: the headers declare every member of the "
-                 "instance, the catalogue counts only those its compiler instantiated",
-    "iterator": "template members: every declared member of the instance",
-    "qflags": "template members: every declared operator of QFlags",
+    "container": "template instance: the headers' own code instantiates only part of "
+                 "what Qt's implementation files instantiated for the catalogue",
+    "iterator": "template instance: the headers' own code instantiates only part of "
+                "what Qt's implementation files instantiated for the catalogue",
+    "qflags": "template instance: operators the headers' own code does not use "
+              "are not instantiated",
+    "internal": "Qt-internal class: its use in Qt's implementation files decides "
+                "what the catalogue holds",
     "runtime": "the catalogue's classes are the other compiler's runtime; "
                "libstdc++ has other classes and members",
+    "codec": "private codec classes: the catalogue lists none of their members",
+}
+
+NOT_FOUND_NOTES = {
+    "runtime": "a class of the other compiler's standard library or runtime",
+    "internal": "declared only in Qt's implementation files or private to them",
+    "container": "an instance over a type declared only in Qt's implementation files",
+    "iterator": "an instance over a type declared only in Qt's implementation files",
 }
 
 
@@ -114,6 +126,9 @@ def main(argv=None):
         note = ""
         if not itf.found:
             note = "not in the headers (%s)" % itf.reason
+            why = NOT_FOUND_NOTES.get(itf.entry.group)
+            if why:
+                note += ": " + why
         elif diff:
             note = GROUP_NOTES.get(itf.entry.group, "")
         name = itf.name if len(itf.name) <= 60 else itf.name[:57] + "..."

@@ -474,6 +474,40 @@ def member_base_name(flat_class, member):
     return "%s_%s" % (flat_class, member["name"])
 
 
+def undecorated_parameters(param_types):
+    """A parameter list as the compiler's undecorated names write it:
+    class types carry the word "class" ("class QRect const &"), an empty
+    list is "void"."""
+    def one(text):
+        core = parse_type(text)
+        while isinstance(core, (Const, Pointer, Reference, Array)):
+            core = core.inner
+        spelled = spell(parse_type(text))
+        if isinstance(core, Named) and not core.is_enum:
+            spelled = "class " + spelled
+        return spelled
+    return ",".join(one(t) for t in param_types) or "void"
+
+
+def candidate_order(base_names, param_lists):
+    """Order of the candidates of one class: overloads stand together at
+    the place of the first of their name, in the order of their
+    undecorated parameter lists (QString::number(double,char,int) before
+    number(int,int)); names keep the order of declaration.  Returns
+    indexes into the given lists."""
+    groups = {}
+    order = []
+    for i, name in enumerate(base_names):
+        if name not in groups:
+            groups[name] = []
+            order.append(name)
+        groups[name].append(i)
+    out = []
+    for name in order:
+        out.extend(sorted(groups[name], key=lambda i: undecorated_parameters(param_lists[i])))
+    return out
+
+
 def number_overloads(base_names):
     """Bare name for the first of a name, then _2, _3 ... in order."""
     seen = {}

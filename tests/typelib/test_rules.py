@@ -154,16 +154,36 @@ class Layout(unittest.TestCase):
                     "params": [{"name": "", "type": t} for t in params]}
         itfs = self.build(
             "0\t1\tvalue\t0\t1\tA\n1\t1\tvalue\t0\t1\tB\n2\t2\tvalue\t0\t1\tC\n",
-            {0: [f("f", ["int"]), f("f", ["QObject * const &"]), f("f", ["double"]), f("g")],
-             1: [f("h", result="QStringRef")],
+            {0: [f("f", ["int"]), f("f", ["A * const &"]), f("f", ["double"]), f("g")],
+             1: [f("h", result="QStringRef"), f("h", ["QObject *"]), f("h", ["B const &"])],
              2: [f("k", result="QString")]})
         a, b, c = itfs
-        self.assertEqual([("A_f", 0x0D001000), ("A_f_3", 0x0D001002), ("A_g", 0x0D001003)],
-                         [(m.name, m.dispid) for m in a.kept])
-        self.assertEqual([], b.kept)
-        self.assertEqual(0x0D001004, b.members[0].dispid)
+        # A reference to a pointer has no Automation form; the dropped
+        # overload keeps its suffix and number.
+        self.assertEqual([("A_f_2", 0x0D001001, "double"), ("A_f_3", 0x0D001002, "int"),
+                          ("A_g", 0x0D001003, None)],
+                         [(m.name, m.dispid, m.params[0].cxx if m.params else None)
+                          for m in a.kept])
+        # Neither a result nor an argument of a class without a wrapper.
+        self.assertEqual([("B_h", 0x0D001004, "B const &")],
+                         [(m.name, m.dispid, m.params[0].cxx) for m in b.kept])
+        self.assertEqual(3, len(b.members))
         self.assertEqual([("C_k", 0x0D001000)], [(m.name, m.dispid) for m in c.kept])
         self.assertEqual("IDispatch**", c.kept[0].retval)
+
+    def test_overloads_stand_together_in_parameter_order(self):
+        def f(name, params=()):
+            return {"name": name, "kind": "static", "result": "int",
+                    "params": [{"name": "", "type": t} for t in params]}
+        (a,) = self.build("0\t1\tvalue\t0\t1\tA\n", {0: [
+            f("number", ["int", "int"]), f("size"), f("number", ["unsigned int", "int"]),
+            f("number", ["double", "char", "int"]), f("number", ["__int64", "int"]),
+            f("set", ["int", "int"]), f("set", ["QString const &"])]})
+        self.assertEqual([("A_number", "__int64"), ("A_number_2", "double"),
+                          ("A_number_3", "int"), ("A_number_4", "unsigned int"),
+                          ("A_size", None), ("A_set", "QString const &"), ("A_set_2", "int")],
+                         [(m.name, m.params[0].cxx if m.params else None) for m in a.kept])
+        self.assertEqual(list(range(0x0D001000, 0x0D001007)), [m.dispid for m in a.kept])
 
 
 class CatalogueData(unittest.TestCase):
