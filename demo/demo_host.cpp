@@ -153,7 +153,7 @@ int DemoSample() {
   if (textObject != nullptr) {
     VARIANT ignored;
     VariantInit(&ignored);
-    Play("text", textObject, L"SString_append_2", {BytesArg(", go")}, "\", go\"", &ignored);
+    Play("text", textObject, L"SString_append", {BytesArg(", go")}, "\", go\"", &ignored);
     VariantClear(&ignored);
     std::printf("    the copy reads \"%s\"; the button still reads \"%s\"\n", TextOf(textObject), button.text().data());
     // An object passed back as an argument: the wrapper takes its instance.

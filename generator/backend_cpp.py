@@ -117,15 +117,41 @@ def argument(body, index, param):
     raise ValueError("no argument rule for category %r" % cat)
 
 
-def call_expression(member, args):
+def call_expression(member, args, instance):
+    """The call of the member on `instance` (an expression of type Self*)."""
     decl = member.decl
     name = decl["name"]
     if decl["kind"] == "static":
         return "Self::%s(%s)" % (name, ", ".join(args))
-    target = "constSelf()" if "const" in decl.get("flags", []) else "self()"
+    if decl["kind"] == "constructor":
+        # Re-initialises the bound instance in place; nothing is allocated.
+        return "new (%s) Self(%s)" % (instance, ", ".join(args))
+    if "const" in decl.get("flags", []):
+        instance = "static_cast<const Self*>(%s)" % instance
     if decl["kind"] == "destructor":
-        return "%s->~Self()" % target
-    return "%s->%s(%s)" % (target, name, ", ".join(args))
+        return "%s->~Self()" % instance
+    return "%s->%s(%s)" % (instance, name, ", ".join(args))
+
+
+# Members the compiler declares on its own exist only where the class allows
+# them; the trait tells whether it does.
+IMPLICIT_MEMBER_TRAITS = {
+    "operator": "std::is_copy_assignable",
+    "destructor": "std::is_destructible",
+}
+
+
+def implicit_member_trait(member):
+    """The trait guarding a member that not every class can have, or None:
+    compiler-declared members, and constructors (an abstract class cannot be
+    constructed in place)."""
+    decl = member.decl
+    implicit = "implicit" in decl.get("flags", [])
+    if decl["kind"] == "constructor":
+        if not implicit:
+            return "kwwrap::IsConcrete"
+        return "std::is_copy_constructible" if decl["params"] else "std::is_default_constructible"
+    return IMPLICIT_MEMBER_TRAITS.get(decl["kind"]) if implicit else None
 
 
 def result_lines(body, member, call):
@@ -168,12 +194,17 @@ def method_parameters(member):
 
 
 def method_body(member):
+    trait = implicit_member_trait(member)
     body = Body()
     if any(p.category == "object" for p in member.params):
         body.add("HRESULT hr = S_OK;")
     args = [argument(body, i, p) for i, p in enumerate(member.params)]
-    result_lines(body, member, call_expression(member, args))
-    return body.lines
+    result_lines(body, member, call_expression(member, args, "target" if trait else "self()"))
+    if not trait:
+        return body.lines
+    # Compiled only where the class has the member (E_NOTIMPL otherwise).
+    return (["return kwwrap::CallIfAvailable<%s>(self(), [&](auto* target) -> HRESULT {" % trait]
+            + ["  " + line for line in body.lines] + ["});"])
 
 
 # ---------------------------------------------------------------------------
@@ -201,17 +232,17 @@ def wrapper_class(itf):
     out = ['extern "C" const IID IID_%s = %s;' % (itf.name, iid_initializer(itf.iid)), ""]
     out.append("class %s : public CWrapperBase<%s, &IID_%s> {" % (wrp, itf.name, itf.name))
     out.append(" public:")
-    if itf.found:
+    bound = itf.found and itf.kept
+    if bound:
         out.append("  using Self = %s;" % itf.entry.type_name)
     for m in itf.kept:
         out.append("  STDMETHOD(%s)%s override {" % (m.name, method_parameters(m)))
         out.extend("    " + line for line in method_body(m))
         out.append("  }")
-    if itf.found:
+    if bound:
         out.append("")
         out.append(" private:")
         out.append("  Self* self() const { return static_cast<Self*>(m_pInstance); }")
-        out.append("  const Self* constSelf() const { return static_cast<const Self*>(m_pInstance); }")
     out.append("};")
     out.append("")
     out.append("HRESULT %s_CreateBound(void* instance, CStaticWrappersManager* manager, IDispatch** result) {"
@@ -227,7 +258,8 @@ def includes(headers):
 
 
 def wrappers_file(interfaces, prefix, headers):
-    out = [HEADER_NOTE, "#include <objbase.h>", "#include <oaidl.h>", ""]
+    out = [HEADER_NOTE, "#include <objbase.h>", "#include <oaidl.h>", "",
+           "#include <new>", "#include <type_traits>", ""]
     out += includes(headers)
     out += ["",
             '#include "%sInterfaces.h"' % prefix,

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "managers/StaticWrappersManager.h"
@@ -76,20 +77,43 @@ void* InstancePointer(T* pointer) {
 // `typeName`; returns the manager's HRESULT. Without memory, `call` is not
 // made and the manager receives a null instance. The heap object belongs to
 // the wrapper made for it and is never freed; if the call or the copy
-// throws, the storage is freed and the exception passes on.
+// throws, the storage is freed and the exception passes on. A class that
+// cannot be copied (an abstract one returned by reference) is handed over
+// as the referenced object itself.
 template <class T, class Call>
 HRESULT WrapValueResult(CStaticWrappersManager* manager, const wchar_t* typeName, IDispatch** result, Call&& call) {
-  void* storage = ::operator new(sizeof(T), std::nothrow);
-  if (storage != nullptr) {
-    try {
-      decltype(auto) value = call();
-      new (storage) T(value);
-    } catch (...) {
-      ::operator delete(storage);
-      throw;
+  if constexpr (!std::is_copy_constructible<T>::value) {
+    return manager->CreateWrapper(typeName, InstancePointer(&call()), result);
+  } else {
+    void* storage = ::operator new(sizeof(T), std::nothrow);
+    if (storage != nullptr) {
+      try {
+        decltype(auto) value = call();
+        new (storage) T(value);
+      } catch (...) {
+        ::operator delete(storage);
+        throw;
+      }
     }
+    return manager->CreateWrapper(typeName, storage, result);
   }
-  return manager->CreateWrapper(typeName, storage, result);
+}
+
+// Whether objects of class T can be constructed (in place) at all.
+template <class T>
+struct IsConcrete : std::bool_constant<!std::is_abstract<T>::value> {};
+
+// Runs `body(instance)` where `Available<T>` holds, and answers E_NOTIMPL
+// where it does not: a member the compiler declares for a class but cannot
+// define (the copy assignment of a class whose base forbids copying). `body`
+// is a generic lambda, so its text is only compiled where it is called.
+template <template <class> class Available, class T, class Body>
+HRESULT CallIfAvailable(T* instance, Body&& body) {
+  if constexpr (Available<T>::value) {
+    return body(instance);
+  } else {
+    return E_NOTIMPL;
+  }
 }
 
 }  // namespace kwwrap

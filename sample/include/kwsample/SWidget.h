@@ -30,6 +30,13 @@ class KWSAMPLE_API SWidget : public SObject {
   void setWindowTitle(const SString& title) { m_title = title; }
   SFlags<Sample::WindowType> windowFlags() const { return m_flags; }
   void setWindowFlags(SFlags<Sample::WindowType> flags) { m_flags = flags; }
+  // Inline uses of the flags, as an application's headers have them: the
+  // members of SFlags<Sample::WindowType> these instantiate are its wrapped ones.
+  bool testWindowFlag(Sample::WindowType flag) const { return m_flags.testFlag(flag); }
+  void addWindowFlag(Sample::WindowType flag) { m_flags |= flag; }
+  SFlags<Sample::WindowType> windowFlagsWith(Sample::WindowType flag) const { return m_flags | flag; }
+  bool hasWindowFlags() const { return !m_flags == false; }
+  int windowFlagBits() const { return m_flags.value(); }
   Sample::Alignment alignment() const { return m_alignment; }
   void setAlignment(Sample::Alignment alignment) { m_alignment = alignment; }
   double opacity() const { return m_opacity; }
