@@ -9,30 +9,40 @@
 # declarations and the catalogue at build time; the exposers it writes are
 # the ones the chain gets factories for. The caller adds the include folders
 # and libraries of the wrapped classes to <target>.
+# kw_generate_wrappers(<prefix> <out dir> <declarations> <catalogue> <parts> <sources var> <exposers var>)
+# Has the generator's C++ back-end write, at build time, the interfaces
+# header, the wrapper classes in <parts> translation units and the exposers
+# into <out dir>; sets <sources var> to the sources to compile and
+# <exposers var> to the list of type names that have an exposer.
+function(kw_generate_wrappers prefix out declarations catalogue parts sources_var exposers_var)
+  set(gen ${PROJECT_SOURCE_DIR}/generator)
+  set(sources)
+  foreach(k RANGE 1 ${parts})
+    list(APPEND sources ${out}/${prefix}Wrappers${k}.cpp)
+  endforeach()
+  list(APPEND sources ${out}/${prefix}Exposers.cpp)
+  file(GLOB catalogue_files ${catalogue}/*)
+  add_custom_command(OUTPUT ${sources} ${out}/${prefix}Interfaces.h ${out}/${prefix}Exposers.txt
+    COMMAND ${Python3_EXECUTABLE} ${gen}/backend_cpp.py
+            --declarations ${declarations} --catalogue ${catalogue}
+            --out-dir ${out} --prefix ${prefix} --parts ${parts}
+    DEPENDS ${declarations} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
+            ${gen}/rules.py ${gen}/catalogue.py
+    COMMENT "Generating the wrapper classes and exposers of ${prefix}")
+  set(${sources_var} ${sources} PARENT_SCOPE)
+  set(${exposers_var} ${out}/${prefix}Exposers.txt PARENT_SCOPE)
+endfunction()
+
 function(kw_add_wrappers_dll target)
   cmake_parse_arguments(D "" "KNOWN_TYPE_NAMES;EXPOSERS;WRAPPERS_FROM;CATALOGUE;PARTS" "SOURCES" ${ARGN})
   set(gen ${PROJECT_SOURCE_DIR}/generator)
   set(generated)
+  set(out ${CMAKE_CURRENT_BINARY_DIR}/${target}_wrappers)
   if(D_WRAPPERS_FROM)
     if(NOT D_PARTS)
       set(D_PARTS 1)
     endif()
-    set(out ${CMAKE_CURRENT_BINARY_DIR}/${target}_wrappers)
-    set(outputs ${out}/${target}Interfaces.h ${out}/${target}Exposers.cpp ${out}/${target}Exposers.txt)
-    foreach(k RANGE 1 ${D_PARTS})
-      list(APPEND outputs ${out}/${target}Wrappers${k}.cpp)
-      list(APPEND generated ${out}/${target}Wrappers${k}.cpp)
-    endforeach()
-    list(APPEND generated ${out}/${target}Exposers.cpp)
-    file(GLOB catalogue_files ${D_CATALOGUE}/*)
-    add_custom_command(OUTPUT ${outputs}
-      COMMAND ${Python3_EXECUTABLE} ${gen}/backend_cpp.py
-              --declarations ${D_WRAPPERS_FROM} --catalogue ${D_CATALOGUE}
-              --out-dir ${out} --prefix ${target} --parts ${D_PARTS}
-      DEPENDS ${D_WRAPPERS_FROM} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
-              ${gen}/rules.py ${gen}/catalogue.py
-      COMMENT "Generating the wrapper classes and exposers of ${target}")
-    set(D_EXPOSERS ${out}/${target}Exposers.txt)
+    kw_generate_wrappers(${target} ${out} ${D_WRAPPERS_FROM} ${D_CATALOGUE} ${D_PARTS} generated D_EXPOSERS)
   endif()
 
   set(chain ${CMAKE_CURRENT_BINARY_DIR}/${target}_type_chain.cpp)

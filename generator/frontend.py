@@ -560,6 +560,8 @@ def main(argv=None):
     ap.add_argument("--castxml", default="castxml")
     ap.add_argument("--cc", default="x86_64-w64-mingw32-g++")
     ap.add_argument("--keep-work")
+    ap.add_argument("--include-tree", metavar="DIR",
+                    help="only lay out the Qt include tree in DIR and print its include folders")
     ap.add_argument("--std", default="gnu++98",
                     help="language standard of the headers (Qt 4.8: gnu++98)")
     args = ap.parse_args(argv)
@@ -578,6 +580,11 @@ def main(argv=None):
         print("frontend: no Qt source at %s; declarations not regenerated (skipped)"
               % args.qt_source)
         return 2
+
+    if args.include_tree and args.qt_source:
+        for folder in make_include_tree(args.qt_source, args.include_tree, os.path.abspath(args.config_dir)):
+            print(folder)
+        return 0
 
     cat = catalogue_mod.load(args.catalogue)
     headers = read_list(os.path.join(args.config_dir, "headers.txt"))

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Checks what a wrappers DLL shows the loader: exactly the one export
 # GetModuleIntf, and imports from Windows system DLLs only (the C and C++
-# runtimes are linked in statically).
-#   check_dll_surface.sh <objdump> <dll>
+# runtimes are linked in statically), plus the DLLs of the wrapped library.
+#   check_dll_surface.sh <objdump> <dll> [<wrapped library DLL names, | separated>]
 set -euo pipefail
 objdump=$1
 dll=$2
+wrapped=${3:-}
 dump=$("$objdump" -p "$dll")
 
 # The names follow the "[Ordinal/Name Pointer] Table" heading, one "[ i] name" row each.
@@ -15,7 +16,7 @@ if [[ "$exports" != "GetModuleIntf" ]]; then
   exit 1
 fi
 
-allowed='^(KERNEL32|ADVAPI32|USER32|ole32|OLEAUT32|msvcrt|ntdll|api-ms-win-[a-z0-9-]+)\.dll$'
+allowed='^(KERNEL32|ADVAPI32|USER32|ole32|OLEAUT32|msvcrt|ntdll|api-ms-win-[a-z0-9-]+'"${wrapped:+|$wrapped}"')\.dll$'
 status=0
 while read -r name; do
   if ! grep -qiE "$allowed" <<<"$name"; then
