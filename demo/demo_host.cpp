@@ -69,30 +69,6 @@ int DemoQtModule() {
 // ---------------------------------------------------------------------------
 // The sample application.
 
-VARIANT IntArg(int value) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_I4;
-  V_I4(&v) = value;
-  return v;
-}
-
-VARIANT ObjectArg(IDispatch* object) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_DISPATCH;
-  V_DISPATCH(&v) = object;
-  return v;
-}
-
-VARIANT BytesArg(const char* bytes) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_BYREF | VT_UI1;
-  V_UI1REF(&v) = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));
-  return v;
-}
-
 // A call by member name, printed with its HRESULT; the result stays in `result`.
 HRESULT Play(const char* target, IDispatch* object, const wchar_t* member, std::initializer_list<VARIANT> args,
              const char* shownArgs, VARIANT* result = nullptr) {
@@ -135,13 +111,13 @@ int DemoSample() {
   std::printf("    the button's object composes %u wrappers (SWidget, SAbstractButton, SPushButton)\n", composed);
 
   // Setters and getters.
-  Play("button", buttonObject, L"SAbstractButton_setChecked", {IntArg(1)}, "1");
+  Play("button", buttonObject, L"SAbstractButton_setChecked", {kwtest::I4(1)}, "1");
   std::printf("    button.isChecked() is now %s\n", button.isChecked() ? "true" : "false");
   VARIANT checked;
   VariantInit(&checked);
   Play("button", buttonObject, L"SAbstractButton_isChecked", {}, "", &checked);
   std::printf("    result: %ld (1 or 0, never -1)\n", static_cast<long>(V_I4(&checked)));
-  Play("button", buttonObject, L"SWidget_resize_2", {IntArg(120), IntArg(30)}, "120, 30");
+  Play("button", buttonObject, L"SWidget_resize_2", {kwtest::I4(120), kwtest::I4(30)}, "120, 30");
   std::printf("    button.size() is now %dx%d\n", button.size().width(), button.size().height());
 
   // A value result comes back as a new object over a copy.
@@ -153,11 +129,11 @@ int DemoSample() {
   if (textObject != nullptr) {
     VARIANT ignored;
     VariantInit(&ignored);
-    Play("text", textObject, L"SString_append", {BytesArg(", go")}, "\", go\"", &ignored);
+    Play("text", textObject, L"SString_append", {kwtest::BytesRef(", go")}, "\", go\"", &ignored);
     VariantClear(&ignored);
     std::printf("    the copy reads \"%s\"; the button still reads \"%s\"\n", TextOf(textObject), button.text().data());
     // An object passed back as an argument: the wrapper takes its instance.
-    Play("button", buttonObject, L"SAbstractButton_setText", {ObjectArg(textObject)}, "text");
+    Play("button", buttonObject, L"SAbstractButton_setText", {kwtest::Object(textObject)}, "text");
     std::printf("    the button now reads \"%s\"\n", button.text().data());
   }
   VariantClear(&text);
@@ -165,7 +141,7 @@ int DemoSample() {
   // A pointer result is the application's object itself.
   VARIANT child;
   VariantInit(&child);
-  Play("window", windowObject, L"SWidget_childAt", {IntArg(10), IntArg(20)}, "10, 20", &child);
+  Play("window", windowObject, L"SWidget_childAt", {kwtest::I4(10), kwtest::I4(20)}, "10, 20", &child);
   if (V_VT(&child) == VT_DISPATCH)
     std::printf("    result: an object over %p (the button itself)\n", kwtest::InstanceOf(V_DISPATCH(&child)));
   VariantClear(&child);

@@ -245,12 +245,15 @@ def wrapper_class(itf):
         out.append("  Self* self() const { return static_cast<Self*>(m_pInstance); }")
     out.append("};")
     out.append("")
-    out.append("HRESULT %s_CreateBound(void* instance, CStaticWrappersManager* manager, IDispatch** result) {"
-               % wrp)
-    out.append("  return CreateBoundWrapper<%s>(instance, manager, result);" % wrp)
-    out.append("}")
-    out.append("")
+    out += factory_definition(wrp)
     return out
+
+
+def factory_definition(cls):
+    """The factory `<cls>_CreateBound` of a wrapper or exposer class."""
+    return ["HRESULT %s_CreateBound(void* instance, CStaticWrappersManager* manager, IDispatch** result) {" % cls,
+            "  return CreateBound<%s>(instance, manager, result);" % cls,
+            "}", ""]
 
 
 def includes(headers):
@@ -290,11 +293,7 @@ def exposers_file(exposers, wrapped):
         out.append("  }")
         out.append("};")
         out.append("")
-        out.append("HRESULT %s_CreateBound(void* instance, CStaticWrappersManager* manager, IDispatch** result) {"
-                   % cls)
-        out.append("  return CreateBoundExposer<%s>(instance, manager, result);" % cls)
-        out.append("}")
-        out.append("")
+        out += factory_definition(cls)
     return out
 
 

@@ -5,7 +5,7 @@
 // implements the interface's own methods on `m_pInstance`, and is made as
 // kwatl::CComObject<wrp_<Class>>. The exposer that creates it binds it to
 // its instance and manager; the wrapper never frees or destroys the instance.
-// Each wrapper class has a factory of type WrapperFactory (CreateBoundWrapper).
+// Each wrapper class has a factory of type WrapperFactory (CreateBound).
 #pragma once
 
 #include <objbase.h>
@@ -34,7 +34,7 @@ class CWrapperBase : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>
 
   // Sets the bound instance and the manager that wraps returned values. Done
   // once by the exposer right after creation.
-  void Bind(void* instance, CStaticWrappersManager* manager) {
+  void Init(void* instance, CStaticWrappersManager* manager) {
     m_pInstance = instance;
     m_pManager = manager;
   }
@@ -104,18 +104,19 @@ class CWrapperBase : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>
 // exposers compose their wrappers.
 using WrapperFactory = HRESULT (*)(void* instance, CStaticWrappersManager* manager, IDispatch** result);
 
-// The factory of wrapper class `Wrapper`: creates kwatl::CComObject<Wrapper>,
-// takes a reference, binds it, queries IDispatch into `result` (which then
-// holds the only reference) and drops its own reference. Returns the
-// creation HRESULT or that of the query.
-template <class Wrapper>
-HRESULT CreateBoundWrapper(void* instance, CStaticWrappersManager* manager, IDispatch** result) {
-  kwatl::CComObject<Wrapper>* wrapper = nullptr;
-  HRESULT hr = kwatl::CComObject<Wrapper>::CreateInstance(&wrapper);
+// The factory of a wrapper or exposer class `T` (made as kwatl::CComObject<T>):
+// creates it, takes a reference, binds it to `instance` and `manager` with
+// its Init, queries IDispatch into `result` (which then holds the only
+// reference) and drops its own reference. Returns the creation HRESULT or
+// that of the query.
+template <class T>
+HRESULT CreateBound(void* instance, CStaticWrappersManager* manager, IDispatch** result) {
+  kwatl::CComObject<T>* object = nullptr;
+  HRESULT hr = kwatl::CComObject<T>::CreateInstance(&object);
   if (FAILED(hr)) return hr;
-  wrapper->AddRef();
-  wrapper->Bind(instance, manager);
-  hr = wrapper->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
-  wrapper->Release();
+  object->AddRef();
+  object->Init(instance, manager);
+  hr = object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
+  object->Release();
   return hr;
 }

@@ -12,7 +12,7 @@
 // factories, in an Init that calls InitComposed.
 // and its factory for the chain of type-name tests is one line:
 //   HRESULT QPushButtonExposer_CreateBound(void* i, CStaticWrappersManager* m, IDispatch** r) {
-//     return CreateBoundExposer<QPushButtonExposer>(i, m, r);
+//     return CreateBound<QPushButtonExposer>(i, m, r);
 //   }
 #pragma once
 
@@ -87,23 +87,7 @@ template <class... Wrappers>
 class CComposedExposer : public CBaseWrapperExposer {
  public:
   HRESULT Init(void* instance, CStaticWrappersManager* manager) override {
-    static const WrapperFactory factories[] = {&CreateBoundWrapper<Wrappers>...};
+    static const WrapperFactory factories[] = {&CreateBound<Wrappers>...};
     return InitComposed(instance, manager, factories, sizeof...(Wrappers));
   }
 };
-
-// The factory of the chain of type-name tests for exposer class `Exposer`:
-// creates it, binds it to `instance` and `manager` and stores its IDispatch
-// in `result`, which then holds the only reference. Returns the creation
-// HRESULT or that of the query for IDispatch.
-template <class Exposer>
-HRESULT CreateBoundExposer(void* instance, CStaticWrappersManager* manager, IDispatch** result) {
-  kwatl::CComObject<Exposer>* exposer = nullptr;
-  HRESULT hr = kwatl::CComObject<Exposer>::CreateInstance(&exposer);
-  if (FAILED(hr)) return hr;
-  exposer->AddRef();
-  exposer->Init(instance, manager);
-  hr = exposer->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
-  exposer->Release();
-  return hr;
-}

@@ -17,16 +17,15 @@ namespace sampletest {
 
 constexpr const wchar_t kSampleWrappersDll[] = L"kwSampleWrappers.dll";
 
-// VARIANT arguments as a host builds them (none owns anything).
-VARIANT I4(int value);
-VARIANT I8(long long value);
-VARIANT R4(float value);
-VARIANT R8(double value);
-VARIANT UI1(unsigned char value);
-VARIANT UI2(unsigned short value);
-VARIANT Object(IDispatch* object);
-VARIANT LongRef(LONG* location);          // [in, out] long* (bool* and int*)
-VARIANT BytesRef(const char* bytes);      // [in, out] unsigned char* (byte strings)
+using kwtest::BytesRef;
+using kwtest::I4;
+using kwtest::I8;
+using kwtest::LongRef;
+using kwtest::Object;
+using kwtest::R4;
+using kwtest::R8;
+using kwtest::UI1;
+using kwtest::UI2;
 
 // A call's result, cleared on destruction.
 struct Result {

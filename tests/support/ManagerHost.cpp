@@ -40,6 +40,71 @@ IDispatch* ManagerHost::Wrap(const wchar_t* typeName, void* instance, HRESULT* h
   return SUCCEEDED(created) ? result : nullptr;
 }
 
+namespace {
+
+VARIANT Typed(VARTYPE type) {
+  VARIANT v;
+  VariantInit(&v);
+  V_VT(&v) = type;
+  return v;
+}
+
+}  // namespace
+
+VARIANT I4(int value) {
+  VARIANT v = Typed(VT_I4);
+  V_I4(&v) = value;
+  return v;
+}
+
+VARIANT I8(long long value) {
+  VARIANT v = Typed(VT_I8);
+  V_I8(&v) = value;
+  return v;
+}
+
+VARIANT R4(float value) {
+  VARIANT v = Typed(VT_R4);
+  V_R4(&v) = value;
+  return v;
+}
+
+VARIANT R8(double value) {
+  VARIANT v = Typed(VT_R8);
+  V_R8(&v) = value;
+  return v;
+}
+
+VARIANT UI1(unsigned char value) {
+  VARIANT v = Typed(VT_UI1);
+  V_UI1(&v) = value;
+  return v;
+}
+
+VARIANT UI2(unsigned short value) {
+  VARIANT v = Typed(VT_UI2);
+  V_UI2(&v) = value;
+  return v;
+}
+
+VARIANT Object(IDispatch* object) {
+  VARIANT v = Typed(VT_DISPATCH);
+  V_DISPATCH(&v) = object;
+  return v;
+}
+
+VARIANT LongRef(LONG* location) {
+  VARIANT v = Typed(VT_BYREF | VT_I4);
+  V_I4REF(&v) = location;
+  return v;
+}
+
+VARIANT BytesRef(const char* bytes) {
+  VARIANT v = Typed(VT_BYREF | VT_UI1);
+  V_UI1REF(&v) = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));
+  return v;
+}
+
 HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id) {
   LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
   return object->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, id);

@@ -36,6 +36,17 @@ class ManagerHost {
   IkwQtDispatchNotificator* notificator_ = nullptr;
 };
 
+// VARIANT arguments as a host builds them (none owns anything).
+VARIANT I4(int value);
+VARIANT I8(long long value);
+VARIANT R4(float value);
+VARIANT R8(double value);
+VARIANT UI1(unsigned char value);
+VARIANT UI2(unsigned short value);
+VARIANT Object(IDispatch* object);
+VARIANT LongRef(LONG* location);          // [in, out] long* (bool* and int*)
+VARIANT BytesRef(const char* bytes);      // [in, out] unsigned char* (byte strings)
+
 // GetIDsOfNames for one name on `object`.
 HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id);
 
