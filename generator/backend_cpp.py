@@ -211,7 +211,7 @@ def method_body(member):
 # Files
 # ---------------------------------------------------------------------------
 
-def interfaces_header(interfaces, prefix):
+def interfaces_header(interfaces):
     out = [HEADER_NOTE,
            "// The dual interfaces of the wrapped classes, in type-library order.",
            "#pragma once", "",
@@ -359,7 +359,7 @@ def main(argv=None):
 
     os.makedirs(args.out_dir, exist_ok=True)
     out = lambda name: os.path.join(args.out_dir, args.prefix + name)  # noqa: E731
-    write_if_changed(out("Interfaces.h"), interfaces_header(interfaces, args.prefix))
+    write_if_changed(out("Interfaces.h"), interfaces_header(interfaces))
     for k, part in enumerate(split_parts(interfaces, args.parts), 1):
         write_if_changed(out("Wrappers%d.cpp" % k), wrappers_file(part, args.prefix, headers))
     write_if_changed(out("Exposers.cpp"), exposers_file(exposers, wrapped))
