@@ -77,19 +77,10 @@ def iid_initializer(iid):
 # Method bodies
 # ---------------------------------------------------------------------------
 
-class Body:
-    """Collects the lines of one method body."""
-
-    def __init__(self):
-        self.lines = []
-
-    def add(self, text):
-        self.lines.append(text)
-
-
 def argument(body, index, param):
     """The C++ expression passing parameter `param` (name Par<index>) to the
-    callee; class-typed ones first take the instance from the argument."""
+    callee; class-typed ones first add to `body` (a list of lines) the taking
+    of the instance from the argument."""
     node = rules.parse_type(param.cxx)
     core = strip_const(node)
     name = param.name
@@ -108,8 +99,8 @@ def argument(body, index, param):
         return "static_cast<%s>(%s)" % (cxx(core), name)
     if cat == "object":
         arg = "arg%d" % index
-        body.add("kwwrap::InstanceArgument %s(%s);" % (arg, name))
-        body.add("if (FAILED(hr = %s.Fetch())) return hr;" % arg)
+        body.append("kwwrap::InstanceArgument %s(%s);" % (arg, name))
+        body.append("if (FAILED(hr = %s.Fetch())) return hr;" % arg)
         if isinstance(core, rules.Pointer):
             return "%s.As<%s>()" % (arg, cxx(core.inner))
         target = core.inner if isinstance(core, rules.Reference) else node
@@ -159,31 +150,31 @@ def result_lines(body, member, call):
     result = rules.parse_type(member.decl["result"])
     core = strip_const(result)
     if member.retval is None:
-        body.add("%s;" % call)
-        body.add("return S_OK;")
+        body.append("%s;" % call)
+        body.append("return S_OK;")
         return
     slot = member.retval[:-1]  # the IDL type the retval points at
     referenced = strip_const(core.inner) if isinstance(core, rules.Reference) else None
     if is_class(core) or (referenced is not None and is_class(referenced)):
         cls = referenced if referenced is not None else core
-        body.add("return kwwrap::WrapValueResult<%s>(m_pManager, %s, RetPar, [&]() -> decltype(auto) { return %s; });"
+        body.append("return kwwrap::WrapValueResult<%s>(m_pManager, %s, RetPar, [&]() -> decltype(auto) { return %s; });"
                  % (cxx(cls), wide_literal(rules.result_type_name(result)), call))
         return
     if isinstance(core, rules.Pointer) and is_class(core.inner):
-        body.add("return m_pManager->CreateWrapper(%s, kwwrap::InstancePointer(%s), RetPar);"
+        body.append("return m_pManager->CreateWrapper(%s, kwwrap::InstancePointer(%s), RetPar);"
                  % (wide_literal(rules.result_type_name(result)), call))
         return
     value = referenced if referenced is not None else core
     if slot.endswith("*") and not isinstance(value, rules.Pointer) and referenced is not None:
         # A scalar reference declared as a pointer slot: the value, widened.
-        body.add("*RetPar = kwwrap::WidenedResult<%s>(%s);" % (slot, call))
+        body.append("*RetPar = kwwrap::WidenedResult<%s>(%s);" % (slot, call))
     elif isinstance(value, rules.Pointer):
-        body.add("*RetPar = kwwrap::PointerResult<%s>(%s);" % (slot, call))
+        body.append("*RetPar = kwwrap::PointerResult<%s>(%s);" % (slot, call))
     elif is_builtin(value, "bool"):
-        body.add("*RetPar = kwwrap::BoolResult(%s);" % call)
+        body.append("*RetPar = kwwrap::BoolResult(%s);" % call)
     else:
-        body.add("*RetPar = static_cast<%s>(%s);" % (slot, call))
-    body.add("return S_OK;")
+        body.append("*RetPar = static_cast<%s>(%s);" % (slot, call))
+    body.append("return S_OK;")
 
 
 def method_parameters(member):
@@ -195,16 +186,16 @@ def method_parameters(member):
 
 def method_body(member):
     trait = implicit_member_trait(member)
-    body = Body()
+    body = []
     if any(p.category == "object" for p in member.params):
-        body.add("HRESULT hr = S_OK;")
+        body.append("HRESULT hr = S_OK;")
     args = [argument(body, i, p) for i, p in enumerate(member.params)]
     result_lines(body, member, call_expression(member, args, "target" if trait else "self()"))
     if not trait:
-        return body.lines
+        return body
     # Compiled only where the class has the member (E_NOTIMPL otherwise).
     return (["return kwwrap::CallIfAvailable<%s>(self(), [&](auto* target) -> HRESULT {" % trait]
-            + ["  " + line for line in body.lines] + ["});"])
+            + ["  " + line for line in body] + ["});"])
 
 
 # ---------------------------------------------------------------------------

@@ -52,13 +52,6 @@ class InstanceArgument {
 // Stores a bool result as 1 or 0 (not the automation -1).
 inline long BoolResult(bool value) { return value ? 1 : 0; }
 
-// A pointer result in the interface's spelling of it (const dropped, the
-// pointee reinterpreted: `const char*` as `unsigned char*`).
-template <class To, class From>
-To PointerResult(From* pointer) {
-  return reinterpret_cast<To>(const_cast<void*>(static_cast<const volatile void*>(pointer)));
-}
-
 // A scalar delivered through a pointer-sized result slot: the value,
 // sign-extended to 64 bits, not its address.
 template <class To, class Scalar>
@@ -70,6 +63,13 @@ To WidenedResult(Scalar value) {
 template <class T>
 void* InstancePointer(T* pointer) {
   return const_cast<void*>(static_cast<const volatile void*>(pointer));
+}
+
+// A pointer result in the interface's spelling of it (const dropped, the
+// pointee reinterpreted: `const char*` as `unsigned char*`).
+template <class To, class From>
+To PointerResult(From* pointer) {
+  return reinterpret_cast<To>(InstancePointer(pointer));
 }
 
 // Value result: copies what `call` returns (a value or a reference) into a

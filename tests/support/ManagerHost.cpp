@@ -139,12 +139,7 @@ HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_li
                    UINT* argumentError) {
   std::vector<VARIANT> reversed(args.size());
   size_t position = args.size();
-  for (int value : args) {
-    VARIANT& slot = reversed[--position];
-    VariantInit(&slot);
-    V_VT(&slot) = VT_I4;
-    V_I4(&slot) = value;
-  }
+  for (int value : args) reversed[--position] = I4(value);
   return InvokeReversed(object, id, flags, std::move(reversed), result, argumentError);
 }
 
