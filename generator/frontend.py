@@ -40,6 +40,11 @@ REPO = os.path.dirname(HERE)
 DEFAULT_CONFIG_DIR = os.path.join(REPO, "typelib", "qt48")
 DEFAULT_OUT = os.path.join(DEFAULT_CONFIG_DIR, "declarations.jsonl")
 FORMAT = "kwQtWrappers declarations 1"
+# Written by scan_sources.py next to headers.txt: the members Qt's own
+# sources emit.  Optional (the sample library has none).
+SOURCES_FILE = "instantiated.txt"
+# Its section of the template bases exported with a class, instantiated whole.
+EXPORTED_SECTION = "exported"
 
 # Qt module folders -> include prefix, as an installed Qt lays them out.
 MODULES = (("QtCore", "corelib"), ("QtGui", "gui"))
@@ -419,8 +424,9 @@ class Members:
         return result
 
     def candidates(self, cls):
-        """Public member functions of the class in declaration order,
-        with the implicit ones that do work.  Constructors count for a
+        """Public member functions of the class in declaration order that
+        the library implements (not pure virtual ones), with the implicit
+        ones that do work.  Constructors count for a
         class nested in another class (iterators, nodes): their name is
         not the name the class is known by."""
         nested = self.cx.by_id.get(cls.get("context"))
@@ -428,6 +434,9 @@ class Members:
         out = []
         for m in self.functions(cls):
             if m.get("access") != "public" or m.get("name") in NEVER:
+                continue
+            if m.get("pure_virtual") == "1":
+                # No code in the library: only subclasses implement it.
                 continue
             implicit = m.get("artificial") == "1"
             if m.tag == "Constructor":
@@ -475,18 +484,68 @@ class Instantiated:
         return any(p == want or (p == "void" and not params) for p in found)
 
 
+def read_source_symbols(path):
+    """instantiated.txt -> {module: set of symbols}, modules in file order."""
+    out = {}
+    for line in read_list(path):
+        module, symbol = line.split()
+        out.setdefault(module, set()).add(symbol)
+    return out
+
+
+def instantiation_tiers(cc, cx, header_symbols, sources_file):
+    """The symbol sets a template instance's members are looked up in, in
+    turn: the headers' own code and the template bases exported with a
+    class, with the first module's sources (QtCore, whose half of the
+    catalogue holds the instances); then with every module's sources, for
+    an instance the first module never instantiates.  Also the set of all
+    the sources' symbols (for classes the DLL does not export), or None
+    without a sources file."""
+    if not os.path.isfile(sources_file):
+        return [Instantiated(cx, header_symbols, demangle(cc, header_symbols))], None
+    sections = read_source_symbols(sources_file)
+    seen = set(header_symbols) | sections.pop(EXPORTED_SECTION, set())
+    tiers = []
+    from_sources = set()
+    for module_symbols in sections.values():
+        seen |= module_symbols
+        from_sources |= module_symbols
+        tiers.append(Instantiated(cx, set(seen), demangle(cc, seen)))
+    return tiers, Instantiated(cx, from_sources, demangle(cc, from_sources))
+
+
 def is_template_instance(cx, cls):
     return "<" in cx.qualified(cls)
 
 
-def collect_members(cx, cls, slots, members, instantiated=None):
+def is_exported(cls):
+    """The class is declared dllimport (Q_CORE_EXPORT, Q_GUI_EXPORT): the
+    DLL carries every member, inline ones included."""
+    return "dllimport" in (cls.get("attributes") or "").split()
+
+
+def collect_members(cx, cls, slots, members, instantiated=(), used_by_sources=None):
+    """The candidate members of one class as declarations records.
+
+    instantiated: for template instances, the emitted symbol sets to try in
+    turn (Instantiated objects); the first under which any member of the
+    instance was emitted decides.  Empty: no filtering.  used_by_sources:
+    members emitted by Qt's sources, which decide the inline members of a
+    class the DLL does not export; None: no filtering of that kind."""
     out = []
     cls_file = os.path.realpath(cx.files.get(cls.get("file"), ""))
     cls_line = int(cls.get("line", "0"))
-    template = instantiated is not None and is_template_instance(cx, cls)
-    for m in members.candidates(cls):
-        if template and not instantiated(cls, m):
-            continue
+    candidates = members.candidates(cls)
+    if instantiated and is_template_instance(cx, cls):
+        for tier in instantiated:
+            chosen = [m for m in candidates if tier(cls, m)]
+            if chosen:
+                break
+        candidates = chosen
+    elif used_by_sources is not None and not is_exported(cls):
+        candidates = [m for m in candidates
+                      if m.get("inline") != "1" or used_by_sources(cls, m)]
+    for m in candidates:
         kind = KIND_BY_TAG[m.tag]
         name = m.get("name")
         if m.tag == "OperatorMethod":
@@ -632,7 +691,8 @@ def main(argv=None):
         if symbols is None:
             print("frontend: %s could not compile the translation unit" % args.cc)
             return 1
-        instantiated = Instantiated(cx, symbols, demangle(args.cc, symbols))
+        instantiated, used_by_sources = instantiation_tiers(
+            args.cc, cx, symbols, os.path.join(args.config_dir, SOURCES_FILE))
         members = Members(cx)
         slots = SlotFinder()
         out_lines = []
@@ -655,7 +715,8 @@ def main(argv=None):
                 continue
             found += 1
             rec = class_record(cx, cls, entry)
-            rec["members"] = collect_members(cx, cls, slots, members, instantiated)
+            rec["members"] = collect_members(cx, cls, slots, members, instantiated,
+                                             used_by_sources)
             out_lines.append(json.dumps(rec))
         with open(args.out, "w", encoding="utf-8", newline="\n") as f:
             f.write("\n".join(out_lines) + "\n")
