@@ -429,6 +429,10 @@ class Members:
         ones that do work.  Constructors count for a
         class nested in another class (iterators, nodes): their name is
         not the name the class is known by."""
+        if cls.get("access") in ("private", "protected"):
+            # A class nested out of reach (QList<T>::Node): no caller can
+            # name it, so it has no members to offer.
+            return []
         nested = self.cx.by_id.get(cls.get("context"))
         nested = nested is not None and nested.tag in ("Class", "Struct", "Union")
         out = []
