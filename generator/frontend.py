@@ -150,22 +150,33 @@ def emitted_symbols(cc, includes, tu, work, std="gnu++98"):
                           universal_newlines=True)
     if proc.returncode != 0:
         return None
+    return assembly_symbols(asm)
+
+
+def assembly_symbols(asm):
+    """The function symbols an assembly file of g++ defines."""
     with open(asm, encoding="latin-1") as f:
         return set(re.findall(r"^\s*\.def\s+([^;\s]+);", f.read(), re.M))
 
 
-def demangle(cc, symbols):
-    """{symbol: demangled text} for the symbols of constructors and
-    destructors (castxml gives no mangled name for those)."""
+def demangle_symbols(cc, symbols):
+    """{symbol: demangled text} through the compiler's c++filt; {} when
+    there is none."""
     tool = cc[:-len("g++")] + "c++filt" if cc.endswith("g++") else "c++filt"
     if shutil.which(tool) is None:
         tool = "c++filt"
-    wanted = sorted(s for s in symbols if re.search(r"[CD][0-9]E", s))
+    wanted = sorted(symbols)
     if not wanted or shutil.which(tool) is None:
         return {}
     proc = subprocess.run([tool], input="\n".join(wanted) + "\n", stdout=subprocess.PIPE,
                           universal_newlines=True)
     return dict(zip(wanted, proc.stdout.splitlines()))
+
+
+def demangle(cc, symbols):
+    """{symbol: demangled text} for the symbols of constructors and
+    destructors (castxml gives no mangled name for those)."""
+    return demangle_symbols(cc, (s for s in symbols if re.search(r"[CD][0-9]E", s)))
 
 
 _TU_LINE = re.compile(r"^(?:In file included from )?(\S*?tu\.cpp):(\d+):")
@@ -426,9 +437,9 @@ class Members:
     def candidates(self, cls):
         """Public member functions of the class in declaration order that
         the library implements (not pure virtual ones), with the implicit
-        ones that do work.  Constructors count for a
-        class nested in another class (iterators, nodes): their name is
-        not the name the class is known by."""
+        ones that do work.  Constructors count for a class nested in
+        another class (iterators, nodes): their name is not the name the
+        class is known by."""
         if cls.get("access") in ("private", "protected"):
             # A class nested out of reach (QList<T>::Node): no caller can
             # name it, so it has no members to offer.
@@ -469,7 +480,7 @@ class Instantiated:
         self.cx = cx
         self.symbols = symbols
         self.special = {}   # normalised "Class::name(" -> [normalised params]
-        for text in demangled.values():
+        for text in (demangled[s] for s in symbols if s in demangled):
             head, _, rest = text.partition("(")
             self.special.setdefault(_normal(head), []).append(_normal(rest.rsplit(")", 1)[0]))
 
@@ -509,13 +520,13 @@ def instantiation_tiers(cc, cx, header_symbols, sources_file):
         return [Instantiated(cx, header_symbols, demangle(cc, header_symbols))], None
     sections = read_source_symbols(sources_file)
     seen = set(header_symbols) | sections.pop(EXPORTED_SECTION, set())
+    from_sources = set().union(*sections.values())
+    demangled = demangle(cc, seen | from_sources)
     tiers = []
-    from_sources = set()
     for module_symbols in sections.values():
         seen |= module_symbols
-        from_sources |= module_symbols
-        tiers.append(Instantiated(cx, set(seen), demangle(cc, seen)))
-    return tiers, Instantiated(cx, from_sources, demangle(cc, from_sources))
+        tiers.append(Instantiated(cx, set(seen), demangled))
+    return tiers, Instantiated(cx, from_sources, demangled)
 
 
 def is_template_instance(cx, cls):

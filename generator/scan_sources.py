@@ -142,10 +142,9 @@ def compile_symbols(cmd, source, asm):
                           stderr=subprocess.DEVNULL)
     if proc.returncode != 0:
         return None
-    with open(asm, encoding="latin-1") as f:
-        text = f.read()
+    symbols = frontend.assembly_symbols(asm)
     os.remove(asm)
-    return set(re.findall(r"^\s*\.def\s+([^;\s]+);", text, re.M))
+    return symbols
 
 
 def catalogue_member_filter(cat):
@@ -158,16 +157,6 @@ def catalogue_member_filter(cat):
     head = re.compile(r"^(?:(?:%s)<|(?:%s)::)" % ("|".join(re.escape(n) for n in templates),
                                                  "|".join(re.escape(n) for n in plain)))
     return lambda text: bool(head.match(text))
-
-
-def demangle_all(cc, symbols):
-    tool = cc[:-len("g++")] + "c++filt" if cc.endswith("g++") else "c++filt"
-    if shutil.which(tool) is None:
-        tool = "c++filt"
-    ordered = sorted(symbols)
-    proc = subprocess.run([tool], input="\n".join(ordered) + "\n", stdout=subprocess.PIPE,
-                          universal_newlines=True, check=True)
-    return dict(zip(ordered, proc.stdout.splitlines()))
 
 
 def main(argv=None):
@@ -197,13 +186,10 @@ def main(argv=None):
         private = [os.path.join(inc_root, m, "private") for m, _f, _e, _d in MODULES]
         third = [os.path.join(qt, "src", "3rdparty", t) for t in THIRD_PARTY]
         jobs = []   # (module, label, command, source)
-        templates = []
-        all_sources = []
-        for module, folder, export_macro, defines in MODULES:
-            sources = windows_sources(qt, folder)
-            all_sources += sources
-            templates += exported_template_bases(qt, module, folder, export_macro)
-        stubs = make_stub_folder(qt, all_sources, inc_root)
+        sources = {folder: windows_sources(qt, folder) for _m, folder, _e, _d in MODULES}
+        templates = [t for module, folder, export_macro, _d in MODULES
+                     for t in exported_template_bases(qt, module, folder, export_macro)]
+        stubs = make_stub_folder(qt, [r for rels in sources.values() for r in rels], inc_root)
         # Access control off: Qt's Windows sources rely on friendships the
         # other compiler grants more widely.
         base_cmd = [args.cc, "-std=gnu++98", "-w", "-fno-access-control", "-O0", "-S"]
@@ -212,7 +198,7 @@ def main(argv=None):
             search = includes + private + [os.path.join(qt, "src", folder),
                                            os.path.join(qt, "src", "corelib", "global")] \
                 + third + [stubs]
-            for rel in windows_sources(qt, folder):
+            for rel in sources[folder]:
                 cmd = base_cmd + flags + ["-I" + os.path.dirname(os.path.join(qt, rel))] + \
                     ["-I" + p for p in search]
                 jobs.append((module, rel, cmd, os.path.join(qt, rel)))
@@ -239,7 +225,7 @@ def main(argv=None):
                 else:
                     by_module[module] |= found
         wanted = catalogue_member_filter(cat)
-        demangled = demangle_all(args.cc, set().union(*by_module.values()))
+        demangled = frontend.demangle_symbols(args.cc, set().union(*by_module.values()))
         kept, seen = [], set()
         # A symbol is listed once, under the first label that emits it.
         for module in labels:
