@@ -618,9 +618,14 @@ def class_record(cx, cls, entry):
                       "access": b.get("access"),
                       "virtual": b.get("virtual") == "1"})
     path, line = cx.location(cls)
-    return {"place": entry.place, "type": entry.type_name, "flat": entry.flat,
-            "found": True, "at": "%s:%d" % (path, line), "bases": bases,
-            "abstract": cls.get("abstract") == "1"}
+    rec = {"place": entry.place, "type": entry.type_name, "flat": entry.flat,
+           "found": True, "at": "%s:%d" % (path, line), "bases": bases,
+           "abstract": cls.get("abstract") == "1"}
+    if cls.get("access") in ("private", "protected"):
+        # Nested out of reach (QList<T>::Node): code outside the enclosing
+        # class cannot name it.
+        rec["nested_access"] = cls.get("access")
+    return rec
 
 
 def main(argv=None):

@@ -59,7 +59,16 @@ def read_declarations(path):
     return header, classes
 
 
-def _express(member, decl, known):
+def _check_reachable(type_text, node, unreachable):
+    """A class nested privately in another (QList<T>::Node) cannot be named
+    by the wrapper code, so no argument or result can be of that class."""
+    name = rules.result_type_name(node)
+    if name in unreachable:
+        raise rules.Inexpressible("%s (%s is private to its enclosing class)"
+                                  % (type_text, name))
+
+
+def _express(member, decl, known, unreachable=frozenset()):
     """Fill params/retval, or mark the member dropped."""
     try:
         params = []
@@ -72,10 +81,15 @@ def _express(member, decl, known):
                 name = rules.result_type_name(node)
                 if name not in known:
                     raise rules.Inexpressible("%s (no wrapper for %s)" % (p["type"], name))
+            if category == "object":
+                _check_reachable(p["type"], node, unreachable)
             params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
-        retval = rules.map_result(rules.parse_type(decl["result"]), known)
+        result = rules.parse_type(decl["result"])
+        retval = rules.map_result(result, known)
+        if retval is not None:
+            _check_reachable(decl["result"], result, unreachable)
     except rules.Inexpressible as exc:
         member.kept = False
         member.reason = "no Automation form for %s" % exc
@@ -92,6 +106,8 @@ def build(catalogue, classes):
     """Lay out the whole library: a list of Interface in catalogue order."""
     out = []
     known = set(catalogue.known_names) if catalogue.known_names else None
+    unreachable = frozenset(rec["type"] for rec in classes.values()
+                            if rec.get("nested_access"))
     for half in catalogue.halves():
         counter = rules.DISPID_BASE
         for entry in half:
@@ -112,7 +128,7 @@ def build(catalogue, classes):
             for decl, name in zip(decls, names):
                 m = Member(decl, name, counter)
                 counter += 1
-                _express(m, decl, known)
+                _express(m, decl, known, unreachable)
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out

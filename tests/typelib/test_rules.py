@@ -138,14 +138,16 @@ class Layout(unittest.TestCase):
     """A dropped candidate keeps its suffix and its DISPID; each half counts
     from the first number again."""
 
-    def build(self, classes_tsv, members):
+    def build(self, classes_tsv, members, known=("A", "B", "QString"), records=None):
         d = tempfile.mkdtemp()
         with open(os.path.join(d, "classes.tsv"), "w") as f:
             f.write(classes_tsv)
         with open(os.path.join(d, "known_type_names.txt"), "w") as f:
-            f.write("A\nB\nQString\n")
+            f.write("".join(k + "\n" for k in known))
         cat = catalogue.load(d)
         classes = {p: {"place": p, "found": True, "members": ms} for p, ms in members.items()}
+        for p, extra in (records or {}).items():
+            classes[p].update(extra)
         return layout.build(cat, classes)
 
     def test_dropping_and_halves(self):
@@ -170,6 +172,25 @@ class Layout(unittest.TestCase):
         self.assertEqual(3, len(b.members))
         self.assertEqual([("C_k", 0x0D001000)], [(m.name, m.dispid) for m in c.kept])
         self.assertEqual("IDispatch**", c.kept[0].retval)
+
+    def test_class_nested_out_of_reach(self):
+        # L<int>::Node is private to L<int>: the iterator's constructor from
+        # a node and a function returning one cannot be written, even though
+        # the node itself has an interface.
+        def f(name, params=(), result="void", kind="method"):
+            return {"name": name, "kind": kind, "result": result,
+                    "params": [{"name": "", "type": t} for t in params]}
+        node, it = self.build(
+            "0\t1\titerator\t0\t1\tL<int>::Node\n1\t1\titerator\t0\t1\tL<int>::iterator\n",
+            {0: [], 1: [f("iterator", ["L<int>::Node *"], kind="constructor"),
+                        f("node", result="L<int>::Node *"), f("next", result="L<int>::iterator")]},
+            known=("L<int>::Node", "L<int>::iterator"),
+            records={0: {"type": "L<int>::Node", "nested_access": "private"},
+                     1: {"type": "L<int>::iterator"}})
+        self.assertEqual([], node.members)
+        self.assertEqual([False, False, True], [m.kept for m in it.members])
+        self.assertIn("private", it.members[0].reason)
+        self.assertEqual(("L_int__iterator_next", 0x0D001002), (it.kept[0].name, it.kept[0].dispid))
 
     def test_overloads_stand_together_in_parameter_order(self):
         def f(name, params=()):
