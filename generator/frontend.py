@@ -410,6 +410,43 @@ class Members:
         return any(b.get("virtual") == "1" or (e is not None and self.polymorphic(e))
                    for b, e in self.bases(cls))
 
+    def copy_assignable(self, cls):
+        """Whether the implicit copy assignment of cls could be compiled:
+        not when cls or a base or member class declares its own out of reach
+        (Q_DISABLE_COPY in QObject makes every QObject subclass's implicit
+        one ill-formed)."""
+        key = (cls.get("id"), "assignable")
+        if key in self._nontrivial:
+            return self._nontrivial[key]
+        self._nontrivial[key] = True
+        own = [m for m in self.functions(cls) if m.get("artificial") != "1"
+               and m.tag == "OperatorMethod" and m.get("name") == "="
+               and self._is_copy_parameter(m, cls)]
+        if own:
+            result = all(m.get("access") == "public" for m in own)
+        else:
+            parts = [e for b, e in self.bases(cls) if e is not None]
+            for mid in cls.get("members", "").split():
+                f = self.cx.by_id[mid]
+                if f.tag == "Field":
+                    parts.append(self._class_elem(f.get("type"), through_arrays=True))
+            result = all(p is None or self.copy_assignable(p) for p in parts)
+        self._nontrivial[key] = result
+        return result
+
+    def _is_copy_parameter(self, m, cls):
+        """Whether m takes one argument of its own class (X, X & or
+        const X &): a copy assignment rather than one from another type."""
+        args = m.findall("Argument")
+        if len(args) != 1:
+            return False
+        e = self.cx.by_id[_ID.match(args[0].get("type")).group(0)]
+        if e.tag == "ReferenceType":
+            e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
+        while e.tag in ("Typedef", "ElaboratedType", "CvQualifiedType"):
+            e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
+        return e is cls
+
     def nontrivial(self, cls, what):
         """what: 'destructor' or 'assignment' (copy assignment)."""
         key = (cls.get("id"), what)
@@ -460,7 +497,8 @@ class Members:
             elif implicit:
                 if m.tag == "Destructor" and not self.nontrivial(cls, "destructor"):
                     continue
-                if m.tag == "OperatorMethod" and not self.nontrivial(cls, "assignment"):
+                if m.tag == "OperatorMethod" and not (self.nontrivial(cls, "assignment")
+                                                      and self.copy_assignable(cls)):
                     continue
                 if m.tag not in ("Destructor", "OperatorMethod"):
                     continue
