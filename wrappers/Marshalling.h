@@ -107,11 +107,16 @@ struct IsConcrete : std::bool_constant<!std::is_abstract<T>::value> {};
 // where it does not: a member the compiler declares for a class but cannot
 // define (the copy assignment of a class whose base forbids copying). `body`
 // is a generic lambda, so its text is only compiled where it is called.
+// Built with KW_WRAPPERS_REQUIRE_AVAILABLE (the compile check against the
+// real headers), a member that could only answer E_NOTIMPL is an error.
 template <template <class> class Available, class T, class Body>
 HRESULT CallIfAvailable(T* instance, Body&& body) {
   if constexpr (Available<T>::value) {
     return body(instance);
   } else {
+#ifdef KW_WRAPPERS_REQUIRE_AVAILABLE
+    static_assert(Available<T>::value, "a generated member that can never run");
+#endif
     return E_NOTIMPL;
   }
 }
