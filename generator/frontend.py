@@ -385,16 +385,18 @@ class Members:
 
     def __init__(self, cx):
         self.cx = cx
-        self._nontrivial = {}
+        self._memo = {}
 
     def functions(self, cls):
         return [self.cx.by_id[m] for m in cls.get("members", "").split()
                 if self.cx.by_id[m].tag in FUNCTION_TAGS]
 
-    def _class_elem(self, tid, through_arrays=False):
+    def _class_elem(self, tid, through_arrays=False, through_references=False):
         skip = ("Typedef", "ElaboratedType", "CvQualifiedType")
         if through_arrays:
             skip += ("ArrayType",)
+        if through_references:
+            skip += ("ReferenceType",)
         e = self.cx.by_id[_ID.match(tid).group(0)]
         while e.tag in skip:
             e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
@@ -403,6 +405,18 @@ class Members:
     def bases(self, cls):
         for b in cls.findall("Base"):
             yield b, self._class_elem(b.get("type"))
+
+    def subobject_classes(self, cls):
+        """The classes of cls's bases and data members (arrays of a class
+        count as that class): what its implicit members call into."""
+        out = [e for _b, e in self.bases(cls) if e is not None]
+        for mid in cls.get("members", "").split():
+            f = self.cx.by_id[mid]
+            if f.tag == "Field":
+                e = self._class_elem(f.get("type"), through_arrays=True)
+                if e is not None:
+                    out.append(e)
+        return out
 
     def polymorphic(self, cls):
         if any(m.get("virtual") == "1" for m in self.functions(cls)):
@@ -416,43 +430,32 @@ class Members:
         (Q_DISABLE_COPY in QObject makes every QObject subclass's implicit
         one ill-formed)."""
         key = (cls.get("id"), "assignable")
-        if key in self._nontrivial:
-            return self._nontrivial[key]
-        self._nontrivial[key] = True
+        if key in self._memo:
+            return self._memo[key]
+        self._memo[key] = True
         own = [m for m in self.functions(cls) if m.get("artificial") != "1"
                and m.tag == "OperatorMethod" and m.get("name") == "="
                and self._is_copy_parameter(m, cls)]
         if own:
             result = all(m.get("access") == "public" for m in own)
         else:
-            parts = [e for b, e in self.bases(cls) if e is not None]
-            for mid in cls.get("members", "").split():
-                f = self.cx.by_id[mid]
-                if f.tag == "Field":
-                    parts.append(self._class_elem(f.get("type"), through_arrays=True))
-            result = all(p is None or self.copy_assignable(p) for p in parts)
-        self._nontrivial[key] = result
+            result = all(self.copy_assignable(p) for p in self.subobject_classes(cls))
+        self._memo[key] = result
         return result
 
     def _is_copy_parameter(self, m, cls):
         """Whether m takes one argument of its own class (X, X & or
         const X &): a copy assignment rather than one from another type."""
         args = m.findall("Argument")
-        if len(args) != 1:
-            return False
-        e = self.cx.by_id[_ID.match(args[0].get("type")).group(0)]
-        if e.tag == "ReferenceType":
-            e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
-        while e.tag in ("Typedef", "ElaboratedType", "CvQualifiedType"):
-            e = self.cx.by_id[_ID.match(e.get("type")).group(0)]
-        return e is cls
+        return len(args) == 1 and \
+            self._class_elem(args[0].get("type"), through_references=True) is cls
 
     def nontrivial(self, cls, what):
         """what: 'destructor' or 'assignment' (copy assignment)."""
         key = (cls.get("id"), what)
-        if key in self._nontrivial:
-            return self._nontrivial[key]
-        self._nontrivial[key] = False
+        if key in self._memo:
+            return self._memo[key]
+        self._memo[key] = False
         declared = [m for m in self.functions(cls) if m.get("artificial") != "1" and (
             m.tag == "Destructor" if what == "destructor"
             else m.tag == "OperatorMethod" and m.get("name") == "=")]
@@ -460,15 +463,9 @@ class Members:
         if not result and what == "assignment":
             result = self.polymorphic(cls)
         if not result:
-            parts = [e for b, e in self.bases(cls)
-                     if b.get("virtual") == "1" or e is not None]
-            for mid in cls.get("members", "").split():
-                f = self.cx.by_id[mid]
-                if f.tag == "Field":
-                    parts.append(self._class_elem(f.get("type"), through_arrays=True))
-            result = any(p is not None and self.nontrivial(p, what) for p in parts)
+            result = any(self.nontrivial(p, what) for p in self.subobject_classes(cls))
             result = result or any(b.get("virtual") == "1" for b, _ in self.bases(cls))
-        self._nontrivial[key] = result
+        self._memo[key] = result
         return result
 
     def candidates(self, cls):

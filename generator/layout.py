@@ -59,9 +59,11 @@ def read_declarations(path):
     return header, classes
 
 
-def _check_reachable(type_text, node, unreachable):
-    """A class nested privately in another (QList<T>::Node) cannot be named
-    by the wrapper code, so no argument or result can be of that class."""
+def _require_wrapper(type_text, node, known, unreachable):
+    """The class of an object argument or result needs a wrapper of this
+    module, and the wrapper code must be able to name it: not a class
+    nested privately in another (QList<T>::Node)."""
+    rules.require_wrapper(node, known)
     name = rules.result_type_name(node)
     if name in unreachable:
         raise rules.Inexpressible("%s (%s is private to its enclosing class)"
@@ -75,21 +77,16 @@ def _express(member, decl, known, unreachable=frozenset()):
         for i, p in enumerate(decl["params"]):
             node = rules.parse_type(p["type"])
             idl, direction, category = rules.map_type(node)
-            if category == "object" and known is not None:
-                # An object argument is read out of a wrapper this module
-                # made, so its class needs one.
-                name = rules.result_type_name(node)
-                if name not in known:
-                    raise rules.Inexpressible("%s (no wrapper for %s)" % (p["type"], name))
             if category == "object":
-                _check_reachable(p["type"], node, unreachable)
+                _require_wrapper(p["type"], node, known, unreachable)
             params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
         result = rules.parse_type(decl["result"])
-        retval = rules.map_result(result, known)
+        retval = rules.map_result(result)
         if retval is not None:
-            _check_reachable(decl["result"], result, unreachable)
+            # Only a class-typed result names a class; others pass.
+            _require_wrapper(decl["result"], result, known, unreachable)
     except rules.Inexpressible as exc:
         member.kept = False
         member.reason = "no Automation form for %s" % exc

@@ -619,21 +619,26 @@ def result_type_name(node):
     return spell(core) if _is_class(core) else None
 
 
+def require_wrapper(node, known_type_names):
+    """An object argument is read out of a wrapper this module made and an
+    object result comes back as a new wrapper made by type name, so the
+    class of an object type needs a wrapper.  Raises Inexpressible when
+    known_type_names (None: no check) lacks it."""
+    name = result_type_name(node)
+    if name is not None and known_type_names is not None and name not in known_type_names:
+        raise Inexpressible("%s (no wrapper for %s)" % (spell(node), name))
+
+
 def map_result(node, known_type_names=None):
     """Automation form of a result type: the [out, retval] IDL type, or None
-    for void.  Raises Inexpressible.
-
-    A class-typed result comes back as a new wrapper made by type name, so
-    with known_type_names given, a class the module has no wrapper for
-    cannot be returned."""
+    for void.  Raises Inexpressible; with known_type_names given, also for a
+    class the module has no wrapper for (require_wrapper)."""
     core = _strip_const(node)
     if isinstance(core, Builtin) and core.name == "void":
         return None
     idl, _direction, category = map_type(node)
-    if category == "object" and known_type_names is not None:
-        name = result_type_name(node)
-        if name not in known_type_names:
-            raise Inexpressible("%s (no wrapper for %s)" % (spell(node), name))
+    if category == "object":
+        require_wrapper(node, known_type_names)
     return idl + "*"
 
 
