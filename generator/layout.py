@@ -61,8 +61,8 @@ def read_declarations(path):
 
 def _require_wrapper(type_text, node, known, unreachable):
     """The class of an object argument or result needs a wrapper of this
-    module, and the wrapper code must be able to name it: not a class
-    nested privately in another (QList<T>::Node)."""
+    module (known None: no such check), and the wrapper code must be able
+    to name it: not a class nested privately in another (QList<T>::Node)."""
     rules.require_wrapper(node, known)
     name = rules.result_type_name(node)
     if name in unreachable:
@@ -70,15 +70,24 @@ def _require_wrapper(type_text, node, known, unreachable):
                                   % (type_text, name))
 
 
-def _express(member, decl, known, unreachable=frozenset()):
-    """Fill params/retval, or mark the member dropped."""
+def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset()):
+    """Fill params/retval, or mark the member dropped.
+
+    known is the set of type names the module wraps, or None for a class
+    with no wrapper class of its own: nothing runs behind its members, so
+    they need no wrapper of their argument and result classes either.
+    template_args are the classes the class's template arguments name: an
+    argument declared as a pointer to one of them (QPointer<QObject>'s
+    operator=(QObject *)) stands for the template's parameter, which any
+    wrapped object the host passes can fill."""
     try:
         params = []
         for i, p in enumerate(decl["params"]):
             node = rules.parse_type(p["type"])
             idl, direction, category = rules.map_type(node)
             if category == "object":
-                _require_wrapper(p["type"], node, known, unreachable)
+                check = None if rules.points_to_one_of(node, template_args) else known
+                _require_wrapper(p["type"], node, check, unreachable)
             params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
@@ -115,6 +124,8 @@ def build(catalogue, classes):
                 out.append(Interface(entry, iid, [], False, reason))
                 continue
             decls = rec.get("members", [])
+            check = known if entry.wrapped else None
+            template_args = rules.template_argument_classes(entry.type_name)
             bases = [rules.member_base_name(entry.flat, d) for d in decls]
             order = rules.candidate_order(bases, [[p["type"] for p in d["params"]]
                                                   for d in decls])
@@ -125,7 +136,7 @@ def build(catalogue, classes):
             for decl, name in zip(decls, names):
                 m = Member(decl, name, counter)
                 counter += 1
-                _express(m, decl, known, unreachable)
+                _express(m, decl, check, unreachable, template_args)
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out

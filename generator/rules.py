@@ -619,6 +619,30 @@ def result_type_name(node):
     return spell(core) if _is_class(core) else None
 
 
+def template_argument_classes(type_name):
+    """Spellings of the template arguments of a class name that are
+    classes themselves, in any part of it: "QObject" for "QPointer<QObject>"
+    and "QString", "QVariant" for "QMap<QString,QVariant>::iterator"; none for "QHash<QObject *,int>",
+    whose arguments are a pointer and a number."""
+    out = set()
+    node = parse_type(type_name)
+    if isinstance(node, Named):
+        for _ident, args in node.parts:
+            for arg in args or ():
+                if _is_class(arg):
+                    out.add(spell(arg))
+    return frozenset(out)
+
+
+def points_to_one_of(node, class_names):
+    """True for a pointer (const or not) to one of the named classes."""
+    core = _strip_const(node)
+    if not isinstance(core, Pointer):
+        return False
+    target = _strip_const(core.inner)
+    return _is_class(target) and spell(target) in class_names
+
+
 def require_wrapper(node, known_type_names):
     """An object argument is read out of a wrapper this module made and an
     object result comes back as a new wrapper made by type name, so the

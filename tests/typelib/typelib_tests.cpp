@@ -356,6 +356,12 @@ TEST_F(TypeLibrary, MappedSignaturesOfNamedMembers) {
         {L"Iwrp_QDateTime", L"QDateTime_toMSecsSinceEpoch", L"int64* [out,retval]"},
         {L"Iwrp_QPointF", L"QPointF_rx", L"double** [out,retval]"},
         {L"Iwrp_QList_int_", L"QList_int__append", L"int* [in,out]"},
+        // The template's own parameter: a QObject pointer from any wrapper.
+        {L"Iwrp_QPointer_QObject_", L"QPointer_QObject__operator_ASSIGMENT", L"IDispatch* [in], IDispatch** [out,retval]"},
+        // Classes with no wrapper class of their own keep members over
+        // classes the module cannot wrap (QApplication, QGraphicsItem).
+        {L"Iwrp_QMotifStyle", L"QMotifStyle_polish", L"IDispatch* [in]"},
+        {L"Iwrp_QGraphicsItem", L"QGraphicsItem_setParentItem", L"IDispatch* [in]"},
     };
     for (const auto& c : cases) {
         std::vector<Member> ms = members(c.itf);
@@ -486,9 +492,6 @@ TEST_F(TypeLibrary, DISABLED_CatalogueAnchorsBeyondTheHeaders) {
     ASSERT_FALSE(color.empty());
     EXPECT_EQ(L"QColor_alpha", color.front().name);
     EXPECT_EQ(0x0D001004, color.front().id);
-    const Member* assign = find(members(L"Iwrp_QPointer_QObject_"), L"QPointer_QObject__operator_ASSIGMENT");
-    ASSERT_NE(nullptr, assign);
-    EXPECT_EQ(L"IDispatch* [in], IDispatch** [out,retval]", assign->signature);
     std::vector<std::wstring> hash;
     for (const Member& m : members(L"Iwrp_QHash_QObject___int_")) hash.push_back(m.name);
     std::sort(hash.begin(), hash.end());
