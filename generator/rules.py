@@ -621,8 +621,9 @@ def result_type_name(node):
 
 def template_argument_classes(type_name):
     """Spellings of the template arguments of a class name that are
-    classes themselves, in any part of it: "QObject" for "QPointer<QObject>"
-    and "QString", "QVariant" for "QMap<QString,QVariant>::iterator"; none for "QHash<QObject *,int>",
+    classes themselves, in any part of it: "QObject" for
+    "QPointer<QObject>", "QString" and "QVariant" for
+    "QMap<QString,QVariant>::iterator", none for "QHash<QObject *,int>",
     whose arguments are a pointer and a number."""
     out = set()
     node = parse_type(type_name)
