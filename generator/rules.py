@@ -644,13 +644,29 @@ def points_to_one_of(node, class_names):
     return _is_class(target) and spell(target) in class_names
 
 
+def is_flags(node):
+    """A QFlags<E> value, reference or pointer."""
+    core = _strip_const(node)
+    if isinstance(core, (Pointer, Reference)):
+        core = _strip_const(core.inner)
+    return _is_class(core) and len(core.parts) == 1 and core.parts[0][0] == "QFlags"
+
+
 def require_wrapper(node, known_type_names):
     """An object argument is read out of a wrapper this module made and an
     object result comes back as a new wrapper made by type name, so the
     class of an object type needs a wrapper.  Raises Inexpressible when
-    known_type_names (None: no check) lacks it."""
+    known_type_names (None: no check) lacks it.
+
+    QFlags are the exception: an argument is the 32-bit value of whatever
+    wrapper the host passes, and a result is handed to the manager under
+    its own name whether the manager knows it or not (QWidget::windowFlags
+    gives "QFlags<enum Qt::WindowType>"), the manager's answer being the
+    member's."""
     name = result_type_name(node)
-    if name is not None and known_type_names is not None and name not in known_type_names:
+    if name is None or known_type_names is None or is_flags(node):
+        return
+    if name not in known_type_names:
         raise Inexpressible("%s (no wrapper for %s)" % (spell(node), name))
 
 

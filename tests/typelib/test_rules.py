@@ -195,23 +195,30 @@ class Layout(unittest.TestCase):
     def test_wrapper_check_only_where_code_runs(self):
         # D has no wrapper class (wrapped column 0): its members keep object
         # arguments and results of classes without a wrapper, which W, a
-        # wrapped class, drops.  A pointer to a template's own argument is
-        # the template parameter and takes any wrapper; the same class by
-        # reference, or in a class that is not its template argument, does not.
+        # wrapped class, drops, QFlags excepted.  A pointer to a template's
+        # own argument is the template parameter and takes any wrapper; the
+        # same class by reference, or in a class that is not its template
+        # argument, does not.
         def f(name, params=(), result="void", kind="method"):
             return {"name": name, "kind": kind, "result": result,
                     "params": [{"name": "", "type": t} for t in params]}
         d, w, p = self.build(
             "0\t1\tvalue\t0\t0\tD\n1\t1\tvalue\t0\t1\tW\n2\t1\tvalue\t0\t1\tP<QObject>\n",
             {0: [f("take", ["QObject *"]), f("give", result="QTransform"), f("bad", ["int * &"])],
-             1: [f("take", ["QObject *"]), f("give", result="QTransform"), f("ok", ["A *"])],
+             1: [f("take", ["QObject *"]), f("give", result="QTransform"), f("ok", ["A *"]),
+                 f("flags", result="QFlags<enum Qt::WindowType>"),
+                 f("setFlags", ["QFlags<enum Qt::WindowType>"])],
              2: [f("operator=", ["QObject *"], "P<QObject> &", "operator"), f("get", result="QObject *"),
                  f("ref", ["QObject const &"])]},
             known=("A", "W", "P<QObject>"))
         self.assertEqual(["D_take", "D_give"], [m.name for m in d.kept])
         self.assertEqual("IDispatch*", d.kept[0].params[0].idl)
         self.assertEqual("IDispatch**", d.kept[1].retval)
-        self.assertEqual([("W_ok", 0x0D001005)], [(m.name, m.dispid) for m in w.kept])
+        # QFlags need no wrapper either way: the manager answers for a
+        # result under a name it may not know.
+        self.assertEqual([("W_ok", 0x0D001005), ("W_flags", 0x0D001006), ("W_setFlags", 0x0D001007)],
+                         [(m.name, m.dispid) for m in w.kept])
+        self.assertEqual(("IDispatch**", "IDispatch*"), (w.kept[1].retval, w.kept[2].params[0].idl))
         self.assertEqual([("P_QObject__operator_ASSIGMENT", "IDispatch*", "IDispatch**")],
                          [(m.name, m.params[0].idl, m.retval) for m in p.kept])
 

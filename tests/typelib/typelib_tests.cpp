@@ -350,6 +350,9 @@ TEST_F(TypeLibrary, MappedSignaturesOfNamedMembers) {
         {L"Iwrp_QWidget", L"QWidget_qt_metacall", L"long [in], int [in], void** [in,out], int* [out,retval]"},
         {L"Iwrp_QWidget", L"QWidget_setGeometry", L"IDispatch* [in]"},
         {L"Iwrp_QWidget", L"QWidget_setGeometry_2", L"int [in], int [in], int [in], int [in]"},
+        // Flags travel as objects, whether or not the manager knows their type.
+        {L"Iwrp_QWidget", L"QWidget_windowFlags", L"IDispatch** [out,retval]"},
+        {L"Iwrp_QWidget", L"QWidget_setWindowFlags", L"IDispatch* [in]"},
         {L"Iwrp_QByteArray", L"QByteArray_data", L"unsigned char** [out,retval]"},
         {L"Iwrp_QFlags_enum_Qt_ItemFlag_", L"QFlags_enum_Qt_ItemFlag__operator_OR", L"long [in], IDispatch** [out,retval]"},
         {L"Iwrp_QLayout", L"QLayout_parentWidget", L"IDispatch** [out,retval]"},
