@@ -126,7 +126,7 @@ def build(catalogue, classes):
             decls = rec.get("members", [])
             check = known if entry.wrapped else None
             template_args = rules.template_argument_classes(entry.type_name)
-            bases = [rules.member_base_name(entry.flat, d) for d in decls]
+            bases = [rules.member_base_name(entry.type_name, d) for d in decls]
             order = rules.candidate_order(bases, [[p["type"] for p in d["params"]]
                                                   for d in decls])
             decls = [decls[i] for i in order]

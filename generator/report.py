@@ -93,7 +93,7 @@ def totals(interfaces):
 
 
 def _unnumbered(member, itf):
-    return rules.member_base_name(itf.entry.flat, member.decl)
+    return rules.member_base_name(itf.entry.type_name, member.decl)
 
 
 def read_dump(text):

@@ -457,15 +457,38 @@ def conversion_word(target_spelling):
     return flatten(text)
 
 
-def member_base_name(flat_class, member):
+def innermost_name(type_name):
+    """The last part of a qualified class name, template arguments and all:
+    "QList<int>" for "QList<int>", "iterator" for "QList<int>::iterator",
+    "ConverterState" for "QTextCodec::ConverterState"."""
+    depth = 0
+    start = 0
+    i = 0
+    while i < len(type_name):
+        ch = type_name[i]
+        if ch == "<":
+            depth += 1
+        elif ch == ">":
+            depth -= 1
+        elif depth == 0 and type_name.startswith("::", i):
+            start = i + 2
+            i += 1
+        i += 1
+    return type_name[start:]
+
+
+def member_base_name(type_name, member):
     """Member name before overload numbering.
 
-    member is a declarations record (see README): uses 'kind', 'name',
-    'class_name' (the unqualified class name for destructors) and 'result'.
+    type_name is the class's compiler spelling; member is a declarations
+    record (see README): uses 'kind', 'name' and 'result'.  A destructor is
+    named after the class as the compiler names it, template arguments
+    included (QList<int>::~QList<int> gives QList_int__DTOR_QList_int_).
     """
+    flat_class = flatten(type_name)
     kind = member["kind"]
     if kind == "destructor":
-        return "%s_DTOR_%s" % (flat_class, member["name"].lstrip("~"))
+        return "%s_DTOR_%s" % (flat_class, flatten(innermost_name(type_name)))
     if kind == "operator":
         symbol = member["name"][len("operator"):].strip()
         return "%s_operator_%s" % (flat_class, OPERATOR_WORDS[symbol])

@@ -78,6 +78,13 @@ class Naming(unittest.TestCase):
         self.assertEqual("QString_operator_QModelIndex_const__AND",
                          name("conversion", "operator QModelIndex const &", "QModelIndex const &"))
         self.assertEqual("QString_arg", name("method", "arg"))
+        # A template instance's destructor carries its template arguments; a
+        # nested class's is named after the nested class alone.
+        dtor = {"kind": "destructor", "name": "~QList", "result": "void"}
+        self.assertEqual("QList_int__DTOR_QList_int_", rules.member_base_name("QList<int>", dtor))
+        self.assertEqual("QMap_QString_QMap_QString_QVariant____const_iterator_DTOR_const_iterator",
+                         rules.member_base_name("QMap<QString,QMap<QString,QVariant> >::const_iterator",
+                                                dict(dtor, name="~const_iterator")))
 
     def test_overload_numbering(self):
         self.assertEqual(["a", "b", "a_2", "a_3", "b_2"],
