@@ -461,20 +461,8 @@ def innermost_name(type_name):
     """The last part of a qualified class name, template arguments and all:
     "QList<int>" for "QList<int>", "iterator" for "QList<int>::iterator",
     "ConverterState" for "QTextCodec::ConverterState"."""
-    depth = 0
-    start = 0
-    i = 0
-    while i < len(type_name):
-        ch = type_name[i]
-        if ch == "<":
-            depth += 1
-        elif ch == ">":
-            depth -= 1
-        elif depth == 0 and type_name.startswith("::", i):
-            start = i + 2
-            i += 1
-        i += 1
-    return type_name[start:]
+    node = parse_type(type_name)
+    return spell(Named([node.parts[-1]], node.is_enum))
 
 
 def member_base_name(type_name, member):
@@ -633,13 +621,19 @@ def map_type(node):
     raise Inexpressible(spell(node))
 
 
-def result_type_name(node):
-    """Type name a class-typed result is wrapped under: the class itself for
-    a value, reference or pointer ("QString" for const QString &)."""
+def _object_class(node):
+    """The class a value, reference or pointer type names, or None."""
     core = _strip_const(node)
     if isinstance(core, (Pointer, Reference)):
         core = _strip_const(core.inner)
-    return spell(core) if _is_class(core) else None
+    return core if _is_class(core) else None
+
+
+def result_type_name(node):
+    """Type name a class-typed result is wrapped under: the class itself for
+    a value, reference or pointer ("QString" for const QString &)."""
+    cls = _object_class(node)
+    return spell(cls) if cls is not None else None
 
 
 def template_argument_classes(type_name):
@@ -660,19 +654,14 @@ def template_argument_classes(type_name):
 
 def points_to_one_of(node, class_names):
     """True for a pointer (const or not) to one of the named classes."""
-    core = _strip_const(node)
-    if not isinstance(core, Pointer):
-        return False
-    target = _strip_const(core.inner)
-    return _is_class(target) and spell(target) in class_names
+    cls = _object_class(node)
+    return isinstance(_strip_const(node), Pointer) and cls is not None and spell(cls) in class_names
 
 
 def is_flags(node):
     """A QFlags<E> value, reference or pointer."""
-    core = _strip_const(node)
-    if isinstance(core, (Pointer, Reference)):
-        core = _strip_const(core.inner)
-    return _is_class(core) and len(core.parts) == 1 and core.parts[0][0] == "QFlags"
+    cls = _object_class(node)
+    return cls is not None and len(cls.parts) == 1 and cls.parts[0][0] == "QFlags"
 
 
 def require_wrapper(node, known_type_names):
