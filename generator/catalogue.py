@@ -15,6 +15,20 @@ class Catalogue:
         self.known_names = known_names
         self.targets = targets
 
+    def nameable_classes(self):
+        """The classes whose objects a member may take or give: those the
+        wrappers manager knows, and the declared-only Qt classes, which have
+        their interface in the library but no wrapper code.  An argument of
+        one is read out of whatever wrapper the host passes (arguments are
+        never checked against their class), and a result goes to the manager
+        under its name, the manager's answer being the member's.  The
+        declared-only runtime entries are excepted: they are another
+        compiler's library classes, not this compiler's classes of the same
+        name."""
+        return set(self.known_names) | {
+            e.type_name for e in self.entries
+            if not e.wrapped and e.group != "runtime"}
+
     def halves(self):
         out = {}
         for e in self.entries:

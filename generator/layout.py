@@ -60,9 +60,10 @@ def read_declarations(path):
 
 
 def _require_wrapper(type_text, node, known, unreachable):
-    """The class of an object argument or result needs a wrapper of this
-    module (known None: no such check), and the wrapper code must be able
-    to name it: not a class nested privately in another (QList<T>::Node)."""
+    """The class of an object argument or result must be one the module
+    can hand over (known: Catalogue.nameable_classes, None: no such check),
+    and the wrapper code must be able to name it: not a class nested
+    privately in another (QList<T>::Node)."""
     rules.require_wrapper(node, known)
     name = rules.result_type_name(node)
     if name in unreachable:
@@ -73,7 +74,7 @@ def _require_wrapper(type_text, node, known, unreachable):
 def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset()):
     """Fill params/retval, or mark the member dropped.
 
-    known is the set of type names the module wraps, or None for a class
+    known is the set of classes members may take or give, or None for a class
     with no wrapper class of its own: nothing runs behind its members, so
     they need no wrapper of their argument and result classes either.
     template_args are the classes the class's template arguments name: an
@@ -111,7 +112,7 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
 def build(catalogue, classes):
     """Lay out the whole library: a list of Interface in catalogue order."""
     out = []
-    known = set(catalogue.known_names) if catalogue.known_names else None
+    known = catalogue.nameable_classes() if catalogue.known_names else None
     unreachable = frozenset(rec["type"] for rec in classes.values()
                             if rec.get("nested_access"))
     for half in catalogue.halves():

@@ -667,8 +667,8 @@ def is_flags(node):
 def require_wrapper(node, known_type_names):
     """An object argument is read out of a wrapper this module made and an
     object result comes back as a new wrapper made by type name, so the
-    class of an object type needs a wrapper.  Raises Inexpressible when
-    known_type_names (None: no check) lacks it.
+    class of an object type must be one the module can hand over.  Raises
+    Inexpressible when known_type_names (None: no check) lacks it.
 
     QFlags are the exception: an argument is the 32-bit value of whatever
     wrapper the host passes, and a result is handed to the manager under

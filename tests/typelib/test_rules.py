@@ -205,16 +205,22 @@ class Layout(unittest.TestCase):
         # wrapped class, drops, QFlags excepted.  A pointer to a template's
         # own argument is the template parameter and takes any wrapper; the
         # same class by reference, or in a class that is not its template
-        # argument, does not.
+        # argument, does not.  D itself, a declared-only Qt class, is a class
+        # of the library that W may take and give; R, a declared-only runtime
+        # entry, is not.
         def f(name, params=(), result="void", kind="method"):
             return {"name": name, "kind": kind, "result": result,
                     "params": [{"name": "", "type": t} for t in params]}
-        d, w, p = self.build(
-            "0\t1\tvalue\t0\t0\tD\n1\t1\tvalue\t0\t1\tW\n2\t1\tvalue\t0\t1\tP<QObject>\n",
+        d, w, p, _r = self.build(
+            "0\t1\tvalue\t0\t0\tD\n1\t1\tvalue\t0\t1\tW\n2\t1\tvalue\t0\t1\tP<QObject>\n"
+            "3\t1\truntime\t0\t0\tstd::R\n",
             {0: [f("take", ["QObject *"]), f("give", result="QTransform"), f("bad", ["int * &"])],
              1: [f("take", ["QObject *"]), f("give", result="QTransform"), f("ok", ["A *"]),
                  f("flags", result="QFlags<enum Qt::WindowType>"),
-                 f("setFlags", ["QFlags<enum Qt::WindowType>"])],
+                 f("setFlags", ["QFlags<enum Qt::WindowType>"]),
+                 f("local", result="D"), f("setLocal", ["D const &"]), f("std", result="std::R"),
+                 f("setStd", ["std::R const &"])],
+             3: [],
              2: [f("operator=", ["QObject *"], "P<QObject> &", "operator"), f("get", result="QObject *"),
                  f("ref", ["QObject const &"])]},
             known=("A", "W", "P<QObject>"))
@@ -223,8 +229,11 @@ class Layout(unittest.TestCase):
         self.assertEqual("IDispatch**", d.kept[1].retval)
         # QFlags need no wrapper either way: the manager answers for a
         # result under a name it may not know.
-        self.assertEqual([("W_ok", 0x0D001005), ("W_flags", 0x0D001006), ("W_setFlags", 0x0D001007)],
+        self.assertEqual([("W_ok", 0x0D001005), ("W_flags", 0x0D001006), ("W_setFlags", 0x0D001007),
+                          ("W_local", 0x0D001008), ("W_setLocal", 0x0D001009)],
                          [(m.name, m.dispid) for m in w.kept])
+        self.assertEqual(("IDispatch**", "IDispatch*"), (w.kept[3].retval, w.kept[4].params[0].idl))
+        self.assertEqual(["W_std", "W_setStd"], [m.name for m in w.members if not m.kept][-2:])
         self.assertEqual(("IDispatch**", "IDispatch*"), (w.kept[1].retval, w.kept[2].params[0].idl))
         self.assertEqual([("P_QObject__operator_ASSIGMENT", "IDispatch*", "IDispatch**")],
                          [(m.name, m.params[0].idl, m.retval) for m in p.kept])
