@@ -28,8 +28,10 @@ _INSTANCE_NOTE = ("template instance: members are those Qt 4.8.7's own sources a
                   "headers instantiate with this compiler; the catalogue's come from "
                   "another compiler's build of Qt, which inlined and instantiated otherwise")
 _DECLARED_NOTE = ("the class as Qt 4.8.7 declares it; the catalogue's count comes from "
-                  "another Qt 4 release and configuration (members added since, Qt 3 "
-                  "support members, pure virtual functions listed for some classes)")
+                  "an earlier Qt 4 release (its QInputDialog has only the static functions "
+                  "of the API before Qt 4.5) and another configuration (members added "
+                  "since, Qt 3 support members, pure virtual functions listed for some "
+                  "classes)")
 
 GROUP_NOTES = {
     "container": _INSTANCE_NOTE,
