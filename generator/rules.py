@@ -560,19 +560,21 @@ class Inexpressible(Exception):
     """A C++ type with no Automation form; its member is dropped."""
 
 
-def _strip_const(node):
+def strip_const(node):
+    """The type under any const qualifiers (a pointer's own const too)."""
     while isinstance(node, Const):
         node = node.inner
     return node
 
 
-def _is_class(node):
+def is_class(node):
+    """Whether node names a class or structure (not an enumeration)."""
     return isinstance(node, Named) and not node.is_enum
 
 
 def _plain(node):
     """IDL spelling of a plain (by-value scalar) type, or None."""
-    node = _strip_const(node)
+    node = strip_const(node)
     if isinstance(node, Named) and node.is_enum:
         return "long"
     if isinstance(node, Builtin):
@@ -592,23 +594,23 @@ def map_type(node):
       'object'     a class value, reference or pointer, as IDispatch*
     Raises Inexpressible for anything else.
     """
-    core = _strip_const(node)
+    core = strip_const(node)
     plain = _plain(core)
     if plain is not None:
         return plain, IN, "value"
-    if _is_class(core):
+    if is_class(core):
         return "IDispatch*", IN, "object"
     if isinstance(core, (Pointer, Reference)):
-        target = _strip_const(core.inner)
-        if _is_class(target):
+        target = strip_const(core.inner)
+        if is_class(target):
             return "IDispatch*", IN, "object"
         if isinstance(target, Builtin) and target.name == "void":
             if isinstance(core, Pointer):
                 return "void*", IN_OUT, "void_ptr"
             raise Inexpressible(spell(node))
         if (isinstance(core, Pointer) and isinstance(target, Pointer)
-                and isinstance(_strip_const(target.inner), Builtin)
-                and _strip_const(target.inner).name == "void"):
+                and isinstance(strip_const(target.inner), Builtin)
+                and strip_const(target.inner).name == "void"):
             return "void**", IN_OUT, "void_ptr"
         tplain = _plain(target)
         if tplain is not None:
@@ -623,10 +625,10 @@ def map_type(node):
 
 def _object_class(node):
     """The class a value, reference or pointer type names, or None."""
-    core = _strip_const(node)
+    core = strip_const(node)
     if isinstance(core, (Pointer, Reference)):
-        core = _strip_const(core.inner)
-    return core if _is_class(core) else None
+        core = strip_const(core.inner)
+    return core if is_class(core) else None
 
 
 def result_type_name(node):
@@ -647,7 +649,7 @@ def template_argument_classes(type_name):
     if isinstance(node, Named):
         for _ident, args in node.parts:
             for arg in args or ():
-                if _is_class(arg):
+                if is_class(arg):
                     out.add(spell(arg))
     return frozenset(out)
 
@@ -655,7 +657,7 @@ def template_argument_classes(type_name):
 def points_to_one_of(node, class_names):
     """True for a pointer (const or not) to one of the named classes."""
     cls = _object_class(node)
-    return isinstance(_strip_const(node), Pointer) and cls is not None and spell(cls) in class_names
+    return isinstance(strip_const(node), Pointer) and cls is not None and spell(cls) in class_names
 
 
 def is_flags(node):
@@ -686,7 +688,7 @@ def map_result(node, known_type_names=None):
     """Automation form of a result type: the [out, retval] IDL type, or None
     for void.  Raises Inexpressible; with known_type_names given, also for a
     class the module has no wrapper for (require_wrapper)."""
-    core = _strip_const(node)
+    core = strip_const(node)
     if isinstance(core, Builtin) and core.name == "void":
         return None
     idl, _direction, category = map_type(node)
