@@ -5,7 +5,8 @@ Prints, interface by interface, the number of members the generator makes
 from the declarations beside the catalogue's number, then the totals
 (members, unused DISPIDs, overload groups, last DISPID of each half)
 beside the catalogue's targets, with the reason where a class could not be
-read from the headers.
+read from the headers, then the catalogue's anchors (anchors.txt) that the
+layout does not hold, with what the declarations give in their place.
 
 With --dump-with TOOL... DLL, the DLL's own type library is printed with
 the dump tool and must hold exactly the generated interfaces, members and
@@ -20,6 +21,7 @@ from collections import defaultdict
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+import anchors as anchors_mod  # noqa: E402
 import catalogue as catalogue_mod  # noqa: E402
 import layout  # noqa: E402
 import rules  # noqa: E402
@@ -98,6 +100,24 @@ def _unnumbered(member, itf):
     return rules.member_base_name(itf.entry.type_name, member.decl)
 
 
+def print_anchors(results):
+    """The catalogue's fixed members: how many the layout holds, and for
+    each it misses what the declarations give there."""
+    missed = [r for r in results if not r.met]
+    print()
+    print("Anchors: %d of %d hold" % (len(results) - len(missed), len(results)))
+    previous = None
+    for r in missed:
+        a = r.anchor
+        print("  not held: %s %s %s" % (a.interface, "" if a.member == "-" else a.member, a.fact))
+        if r.details == previous:
+            print("      (as above)")
+            continue
+        for line in r.details:
+            print("      " + line)
+        previous = r.details
+
+
 def read_dump(text):
     """tlbdump output -> {interface: [(dispid, name), ...]}."""
     out = {}
@@ -174,6 +194,9 @@ def main(argv=None):
     big = sorted(interfaces, key=lambda i: -abs(len(i.kept) - i.entry.members))[:10]
     print("  largest differences: " + ", ".join(
         "%s %+d" % (i.entry.flat, len(i.kept) - i.entry.members) for i in big))
+    anchors_path = os.path.join(args.catalogue, "anchors.txt")
+    if os.path.exists(anchors_path):
+        print_anchors(anchors_mod.check(interfaces, anchors_mod.load(anchors_path)))
 
     if args.dump_with:
         cmd = args.dump_with

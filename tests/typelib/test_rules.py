@@ -11,6 +11,7 @@ SRC = os.environ.get("KW_SOURCE_DIR") or os.path.abspath(
     os.path.join(os.path.dirname(__file__), "..", ".."))
 sys.path.insert(0, os.path.join(SRC, "generator"))
 
+import anchors  # noqa: E402
 import catalogue  # noqa: E402
 import layout  # noqa: E402
 import rules  # noqa: E402
@@ -251,6 +252,45 @@ class Layout(unittest.TestCase):
                           ("A_size", None), ("A_set", "QString const &"), ("A_set_2", "int")],
                          [(m.name, m.params[0].cxx if m.params else None) for m in a.kept])
         self.assertEqual(list(range(0x0D001000, 0x0D001007)), [m.dispid for m in a.kept])
+
+    def test_anchors_hold_or_say_why(self):
+        def f(name, params=(), kind="method"):
+            return {"name": name, "kind": kind, "result": "void",
+                    "params": [{"name": "", "type": t} for t in params]}
+        itfs = self.build(
+            "0\t1\tvalue\t3\t1\tA\n1\t1\tvalue\t2\t1\tB\n",
+            {0: [f("f", ["int"]), f("f", ["double"]), f("g"), f("g", ["int * &"])],
+             1: [f("h"), f("k", ["int"]), f("k", ["int * &"])]})
+        with tempfile.TemporaryDirectory() as tmp:
+            path = os.path.join(tmp, "anchors.txt")
+            with open(path, "w") as out:
+                out.write("# comment\n"
+                          "Iwrp_A A_f_2 present\nIwrp_A A_f absent   # said twice\n"
+                          "Iwrp_A A_g present\nIwrp_B B_k 0x0D001004\nIwrp_B B_k first\n"
+                          "Iwrp_B B_h 0x0D001004\nIwrp_B - exactly B_h\nIwrp_C C_x present\n")
+            results = anchors.check(itfs, anchors.load(path))
+            with open(path, "w") as out:
+                out.write("Iwrp_A A_f kept\n")
+            self.assertRaises(ValueError, anchors.load, path)
+        self.assertEqual([True, False, False, False, False, True, False, False],
+                         [r.met for r in results])
+        # A name the declarations hold: every candidate of it with its fate.
+        self.assertEqual(["the declarations give 2 candidates of that name:",
+                          "  A_f: f(double), 0x0D001000 kept",
+                          "  A_f_2: f(int), 0x0D001001 kept"], results[1].details)
+        self.assertIn("  A_g: g(int * &), 0x0D001002 dropped, no Automation form for int * &",
+                      results[2].details)
+        # B starts after A's four numbers, one above what the catalogue's
+        # three members of A leave.
+        self.assertEqual(["generated at 0x0D001005",
+                          "the catalogue's number leaves room for at most 1 candidates before it "
+                          "(the earlier interfaces of half 1 hold 3 members)",
+                          "the declarations give 1 (1 kept, 0 dropped): h() kept; "
+                          "in the whole interface 3 candidates, 1 dropped"], results[3].details)
+        self.assertEqual(["generated first member: B_h", "candidates before it: 1 (1 kept, 0 dropped): h() kept"],
+                         results[4].details)
+        self.assertEqual(["also generated: B_k, k(int)"], results[6].details)
+        self.assertEqual(["no such interface"], results[7].details)
 
 
 class CatalogueData(unittest.TestCase):
