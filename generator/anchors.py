@@ -1,8 +1,8 @@
 """Fixed points of the catalogue's library, checked against a layout.
 
 typelib/catalogue/anchors.txt lists members the host already knows: which
-names exist, which do not, the DISPIDs of some, which member opens or
-closes an interface, the whole member list of a few.  check() tells for
+names exist, which do not, the DISPIDs of some, the parameters of some,
+which member opens or closes an interface, the whole member list of a few.  check() tells for
 each whether the generated layout holds it and, where it does not, shows
 what the declarations give at that place (the candidates of the name with
 their fate, the numbers before the member), so that the reader sees why.
@@ -16,14 +16,16 @@ import rules
 Anchor = namedtuple("Anchor", "interface member fact names")
 Result = namedtuple("Result", "anchor met details")
 
-_FACTS = ("present", "absent", "first", "last", "exactly")
+_FACTS = ("present", "absent", "first", "last", "exactly", "takes")
+_LISTS = ("exactly", "takes")
 _SUFFIX = re.compile(r"^(.*?)(?:_(\d+))?$")
 
 
 def load(path):
     """anchors.txt -> [Anchor].  Each line: interface, member (or - for a
     fact about the whole interface), fact (present, absent, first, last, a
-    DISPID, or exactly followed by the interface's member names)."""
+    DISPID, exactly followed by the interface's member names, or takes
+    followed by the member's parameter types: "(int, char const *)")."""
     out = []
     with open(path, encoding="utf-8") as f:
         for number, line in enumerate(f, 1):
@@ -35,8 +37,8 @@ def load(path):
             interface, member, fact = words[:3]
             if fact not in _FACTS and not fact.startswith("0x"):
                 raise ValueError("%s:%d: unknown fact %r" % (path, number, fact))
-            if (fact == "exactly") != (len(words) > 3):
-                raise ValueError("%s:%d: only 'exactly' takes a list of names" % (path, number))
+            if (fact in _LISTS) != (len(words) > 3):
+                raise ValueError("%s:%d: only %s take a list" % (path, number, " and ".join(_LISTS)))
             out.append(Anchor(interface, member, fact, tuple(words[3:])))
     return out
 
@@ -116,6 +118,11 @@ def _check_one(anchor, itf, interfaces):
         return member is None, _group_details(itf, anchor.member) if member else []
     if member is None:
         return False, ["not generated"] + _group_details(itf, anchor.member)
+    if fact == "takes":
+        have = "(%s)" % ", ".join(p.cxx for p in member.params)
+        if have == " ".join(anchor.names):
+            return True, []
+        return False, ["generated with %s" % have] + _group_details(itf, anchor.member)
     if fact in ("first", "last"):
         at = kept[0] if fact == "first" else kept[-1]
         if at is member:

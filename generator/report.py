@@ -109,7 +109,8 @@ def print_anchors(results):
     previous = None
     for r in missed:
         a = r.anchor
-        print("  not held: %s %s %s" % (a.interface, "" if a.member == "-" else a.member, a.fact))
+        print("  not held: %s %s" % (a.interface, " ".join(
+            ([] if a.member == "-" else [a.member]) + [a.fact] + list(a.names))))
         if r.details == previous:
             print("      (as above)")
             continue

@@ -267,12 +267,13 @@ class Layout(unittest.TestCase):
                 out.write("# comment\n"
                           "Iwrp_A A_f_2 present\nIwrp_A A_f absent   # said twice\n"
                           "Iwrp_A A_g present\nIwrp_B B_k 0x0D001004\nIwrp_B B_k first\n"
-                          "Iwrp_B B_h 0x0D001004\nIwrp_B - exactly B_h\nIwrp_C C_x present\n")
+                          "Iwrp_B B_h 0x0D001004\nIwrp_B - exactly B_h\nIwrp_C C_x present\n"
+                          "Iwrp_A A_f takes (double)\nIwrp_A A_f_2 takes (double)\n")
             results = anchors.check(itfs, anchors.load(path))
             with open(path, "w") as out:
                 out.write("Iwrp_A A_f kept\n")
             self.assertRaises(ValueError, anchors.load, path)
-        self.assertEqual([True, False, False, False, False, True, False, False],
+        self.assertEqual([True, False, False, False, False, True, False, False, True, False],
                          [r.met for r in results])
         # A name the declarations hold: every candidate of it with its fate.
         self.assertEqual(["the declarations give 2 candidates of that name:",
@@ -291,6 +292,7 @@ class Layout(unittest.TestCase):
                          results[4].details)
         self.assertEqual(["also generated: B_k, k(int)"], results[6].details)
         self.assertEqual(["no such interface"], results[7].details)
+        self.assertEqual("generated with (int)", results[9].details[0])
 
 
 class CatalogueData(unittest.TestCase):
