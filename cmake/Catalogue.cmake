@@ -8,7 +8,8 @@
 # (in PARTS translation units, default 1) and the exposers from the
 # declarations and the catalogue at build time; the exposers it writes are
 # the ones the chain gets factories for. The caller adds the include folders
-# and libraries of the wrapped classes to <target>.
+# and libraries of the wrapped classes to <target>; the generated sources are
+# listed in <target>_generated_sources.
 # kw_generate_wrappers(<prefix> <out dir> <declarations> <catalogue> <parts> <sources var> <exposers var>)
 # Has the generator's C++ back-end write, at build time, the interfaces
 # header, the wrapper classes in <parts> translation units and the exposers
@@ -22,11 +23,13 @@ function(kw_generate_wrappers prefix out declarations catalogue parts sources_va
   endforeach()
   list(APPEND sources ${out}/${prefix}Exposers.cpp)
   file(GLOB catalogue_files ${catalogue}/*)
+  get_filename_component(declarations_dir ${declarations} DIRECTORY)
+  file(GLOB unexported ${declarations_dir}/unexported.txt)
   add_custom_command(OUTPUT ${sources} ${out}/${prefix}Interfaces.h ${out}/${prefix}Exposers.txt
     COMMAND ${Python3_EXECUTABLE} ${gen}/backend_cpp.py
             --declarations ${declarations} --catalogue ${catalogue}
             --out-dir ${out} --prefix ${prefix} --parts ${parts}
-    DEPENDS ${declarations} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
+    DEPENDS ${declarations} ${unexported} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
             ${gen}/rules.py ${gen}/catalogue.py
     COMMENT "Generating the wrapper classes and exposers of ${prefix}")
   set(${sources_var} ${sources} PARENT_SCOPE)
@@ -57,6 +60,7 @@ function(kw_add_wrappers_dll target)
     DEPENDS ${chain_deps}
     COMMENT "Generating the type-name chain of ${target}")
 
+  set(${target}_generated_sources ${generated} PARENT_SCOPE)
   add_library(${target} SHARED ${chain} ${generated} ${D_SOURCES} ${PROJECT_SOURCE_DIR}/module/kwQtWrappers.def)
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_libraries(${target} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,kwframe>)

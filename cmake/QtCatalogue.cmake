@@ -1,15 +1,22 @@
 # kwQtWrappers.dll, the Qt 4.8 catalogue DLL.
 #
 # Its wrapper classes call Qt, so they are built only against a Qt 4.8 SDK
-# for Windows x64 (KW_QT_SDK: a folder with include/ and lib/). Without one
-# the DLL carries the frame, the type-name chain and the type library, and
-# every known type name answers E_NOINTERFACE.
+# for Windows x64 (KW_QT_SDK: a folder with include/, lib/ and
+# mkspecs/default/). When none is named, ../shared/qt48-sdk beside the
+# source tree is used if it is there. Without an SDK the DLL carries the
+# frame, the type-name chain and the type library, and every known type name
+# answers E_NOINTERFACE.
 #
 # KW_QT_SOURCE (a Qt 4.8.7 source tree, read for its headers only) adds the
 # target kwQtWrappers_compile_check, not built by default, which compiles the
 # generated Qt wrappers against those headers without linking anything.
 
 set(KW_QT_SDK "" CACHE PATH "Qt 4.8 SDK for Windows x64 (include/, lib/) to build kwQtWrappers' wrapper classes against")
+set(kw_shared_qt_sdk ${PROJECT_SOURCE_DIR}/../shared/qt48-sdk)
+if(NOT KW_QT_SDK AND EXISTS ${kw_shared_qt_sdk}/include/QtCore/qglobal.h)
+  get_filename_component(kw_shared_qt_sdk ${kw_shared_qt_sdk} ABSOLUTE)
+  set(KW_QT_SDK ${kw_shared_qt_sdk} CACHE PATH "" FORCE)
+endif()
 set(KW_QT_SOURCE "" CACHE PATH "Qt 4.8.7 source tree whose headers kwQtWrappers_compile_check compiles the generated wrappers against")
 set(KW_QT_WRAPPER_PARTS 16 CACHE STRING "Translation units the generated Qt wrapper classes are spread over")
 
@@ -17,8 +24,13 @@ set(kw_qt_catalogue ${PROJECT_SOURCE_DIR}/typelib/catalogue)
 set(kw_qt_declarations ${PROJECT_SOURCE_DIR}/typelib/qt48/declarations.jsonl)
 set(KW_QT_IMPORTED_DLLS "")
 
-# Qt's configuration for a client of a shared Qt.
-set(kw_qt_definitions QT_DLL QT_NO_DEBUG QT_CORE_LIB QT_GUI_LIB)
+# Qt's configuration for a client of a shared Qt. The wrappers leave
+# QT_NO_DEBUG out on purpose: Qt's inline container code is compiled into
+# them with its assertions active ("index out of range" reaches the
+# application's message handler), as a debug client of Qt would have it.
+set(kw_qt_definitions QT_DLL QT_CORE_LIB QT_GUI_LIB)
+# The folders an installed Qt puts on a client's include path, as qmake does.
+set(kw_qt_sdk_includes include include/QtCore include/QtGui mkspecs/default)
 
 if(KW_QT_SDK)
   find_library(KW_QTCORE4_LIBRARY NAMES QtCore4 PATHS ${KW_QT_SDK}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -31,11 +43,25 @@ if(KW_QT_SDK)
     WRAPPERS_FROM ${kw_qt_declarations}
     CATALOGUE ${kw_qt_catalogue}
     PARTS ${KW_QT_WRAPPER_PARTS})
-  target_include_directories(kwQtWrappers SYSTEM PRIVATE
-    ${KW_QT_SDK}/include ${KW_QT_SDK}/include/QtCore ${KW_QT_SDK}/include/QtGui)
+  list(TRANSFORM kw_qt_sdk_includes PREPEND ${KW_QT_SDK}/)
+  target_include_directories(kwQtWrappers SYSTEM PRIVATE ${kw_qt_sdk_includes})
   target_compile_definitions(kwQtWrappers PRIVATE ${kw_qt_definitions})
+  # Qt's headers redeclare some of its functions without dllimport.
+  target_compile_options(kwQtWrappers PRIVATE -Wno-attributes)
   target_link_libraries(kwQtWrappers PRIVATE ${KW_QTCORE4_LIBRARY} ${KW_QTGUI4_LIBRARY})
+  # Debug information of 569 wrapper classes would be most of the DLL.
+  set_source_files_properties(${kwQtWrappers_generated_sources} TARGET_DIRECTORY kwQtWrappers
+                              PROPERTIES COMPILE_OPTIONS -g0)
+  target_link_options(kwQtWrappers PRIVATE -s)
   set(KW_QT_IMPORTED_DLLS "QtCore4|QtGui4")
+  # Qt for the project's own Qt programs (tests, demo): the SDK's headers and
+  # import libraries, and its DLLs beside every program in the output folder.
+  add_library(kwQt4 INTERFACE)
+  target_include_directories(kwQt4 SYSTEM INTERFACE ${kw_qt_sdk_includes})
+  target_compile_definitions(kwQt4 INTERFACE ${kw_qt_definitions})
+  target_compile_options(kwQt4 INTERFACE -Wno-attributes)
+  target_link_libraries(kwQt4 INTERFACE ${KW_QTGUI4_LIBRARY} ${KW_QTCORE4_LIBRARY})
+  file(COPY ${KW_QT_SDK}/lib/QtCore4.dll ${KW_QT_SDK}/lib/QtGui4.dll DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
   message(STATUS "kwQtWrappers: Qt 4.8 wrapper classes built against the SDK in ${KW_QT_SDK}")
 else()
   kw_add_wrappers_dll(kwQtWrappers KNOWN_TYPE_NAMES ${kw_qt_catalogue}/known_type_names.txt)

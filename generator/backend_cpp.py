@@ -3,6 +3,7 @@
 
 Usage: backend_cpp.py --declarations FILE --catalogue DIR --out-dir DIR
                       --prefix NAME [--parts N] [--include HEADER ...]
+                      [--only CLASS,...]
 
 Writes into DIR:
   <prefix>Interfaces.h     the dual interfaces Iwrp_<Class> as C++ vtables,
@@ -333,20 +334,31 @@ def main(argv=None):
     ap.add_argument("--parts", type=int, default=1)
     ap.add_argument("--include", action="append", default=[],
                     help="header to include (default: the declarations' headers)")
+    ap.add_argument("--only", help="comma-separated flattened class names: write just their "
+                    "interfaces and wrapper classes, no exposers (for tests that call bodies "
+                    "through their vtables)")
     args = ap.parse_args(argv)
 
     cat = catalogue_mod.load(args.catalogue)
     header, classes = layout.read_declarations(args.declarations)
-    interfaces = [i for i in layout.build(cat, classes) if i.entry.wrapped]
+    interfaces = [i for i in layout.build(cat, classes, header["unexported"]) if i.entry.wrapped]
     headers = args.include or header.get("headers", [])
     wrapped = {i.entry.flat for i in interfaces}
     exposers = exposer_list(cat, wrapped)
 
     os.makedirs(args.out_dir, exist_ok=True)
     out = lambda name: os.path.join(args.out_dir, args.prefix + name)  # noqa: E731
+    if args.only:
+        only = set(args.only.split(","))
+        interfaces = [i for i in interfaces if i.entry.flat in only]
+        if len(interfaces) != len(only):
+            raise ValueError("--only names classes without a wrapper: %s"
+                             % ", ".join(sorted(only - {i.entry.flat for i in interfaces})))
     write_if_changed(out("Interfaces.h"), interfaces_header(interfaces))
     for k, part in enumerate(split_parts(interfaces, args.parts), 1):
         write_if_changed(out("Wrappers%d.cpp" % k), wrappers_file(part, args.prefix, headers))
+    if args.only:
+        return 0
     write_if_changed(out("Exposers.cpp"), exposers_file(exposers, wrapped))
     write_if_changed(out("Exposers.txt"), [t for t, _ in exposers])
     return 0

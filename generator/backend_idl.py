@@ -75,8 +75,8 @@ def main(argv=None):
     args = ap.parse_args(argv)
 
     cat = catalogue_mod.load(args.catalogue)
-    _header, classes = layout.read_declarations(args.declarations)
-    interfaces = layout.build(cat, classes)
+    header, classes = layout.read_declarations(args.declarations)
+    interfaces = layout.build(cat, classes, header["unexported"])
     if args.half:
         interfaces = [i for i in interfaces if i.entry.half == args.half]
     text = emit(interfaces, args.library, args.libid, args.helpstring)

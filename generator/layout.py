@@ -7,6 +7,7 @@ the wrapper classes agree on names, numbers and order.
 """
 
 import json
+import os
 from collections import namedtuple
 
 import rules
@@ -45,8 +46,27 @@ class Interface:
         return [m for m in self.members if m.kept]
 
 
+# Next to a declarations file: the wrapper members whose code needs a symbol
+# the wrapped library's DLLs do not export (written by scan_exports.py).
+UNEXPORTED_FILE = "unexported.txt"
+
+
+def read_unexported(path):
+    """unexported.txt -> {(flat class, member name): symbols text}; {} when
+    there is no such file."""
+    out = {}
+    if os.path.isfile(path):
+        with open(path, encoding="utf-8") as f:
+            for line in f:
+                if line.strip() and not line.startswith("#"):
+                    flat, member, symbols = line.rstrip("\n").split(" ", 2)
+                    out[(flat, member)] = symbols
+    return out
+
+
 def read_declarations(path):
-    """Declarations file -> (header dict, {place: class record})."""
+    """Declarations file -> (header dict, {place: class record}). The
+    header's "unexported" is read_unexported of the file beside it."""
     classes = {}
     with open(path, encoding="utf-8") as f:
         header = json.loads(f.readline())
@@ -56,6 +76,7 @@ def read_declarations(path):
             if line.strip():
                 rec = json.loads(line)
                 classes[rec["place"]] = rec
+    header["unexported"] = read_unexported(os.path.join(os.path.dirname(path), UNEXPORTED_FILE))
     return header, classes
 
 
@@ -109,8 +130,10 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
     member.retval = retval
 
 
-def build(catalogue, classes):
-    """Lay out the whole library: a list of Interface in catalogue order."""
+def build(catalogue, classes, unexported=None):
+    """Lay out the whole library: a list of Interface in catalogue order.
+    unexported: read_unexported's members, dropped like inexpressible ones."""
+    unexported = unexported or {}
     out = []
     known = catalogue.nameable_classes() if catalogue.known_names else None
     unreachable = frozenset(rec["type"] for rec in classes.values()
@@ -138,6 +161,10 @@ def build(catalogue, classes):
                 m = Member(decl, name, counter)
                 counter += 1
                 _express(m, decl, check, unreachable, template_args)
+                symbols = unexported.get((entry.flat, name))
+                if m.kept and symbols:
+                    m.kept = False
+                    m.reason = "needs %s, which the DLLs do not export" % symbols
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out

@@ -143,7 +143,7 @@ def main(argv=None):
 
     cat = catalogue_mod.load(args.catalogue)
     header, classes = layout.read_declarations(args.declarations)
-    interfaces = layout.build(cat, classes)
+    interfaces = layout.build(cat, classes, header["unexported"])
 
     print("Type library report: %s, declarations of Qt %s read with %s (%s)"
           % ("QtClientWrap", header.get("qt"), header.get("compiler"), header.get("std")))
@@ -195,6 +195,12 @@ def main(argv=None):
     big = sorted(interfaces, key=lambda i: -abs(len(i.kept) - i.entry.members))[:10]
     print("  largest differences: " + ", ".join(
         "%s %+d" % (i.entry.flat, len(i.kept) - i.entry.members) for i in big))
+    unexported = [(i, m) for i in interfaces for m in i.members
+                  if (i.entry.flat, m.name) in header["unexported"]]
+    print("  members dropped because their code needs a symbol Qt's DLLs do not export: %d"
+          % len(unexported))
+    for itf, member in unexported:
+        print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
     anchors_path = os.path.join(args.catalogue, "anchors.txt")
     if os.path.exists(anchors_path):
         print_anchors(anchors_mod.check(interfaces, anchors_mod.load(anchors_path)))

@@ -44,7 +44,9 @@ function(kw_add_type_library)
   set(out ${CMAKE_CURRENT_BINARY_DIR}/${L_NAME})
   file(MAKE_DIRECTORY ${out})
   file(GLOB catalogue_files ${L_CATALOGUE}/*)
-  set(gen_deps ${L_DECLARATIONS} ${catalogue_files}
+  get_filename_component(declarations_dir ${L_DECLARATIONS} DIRECTORY)
+  file(GLOB unexported ${declarations_dir}/unexported.txt)
+  set(gen_deps ${L_DECLARATIONS} ${unexported} ${catalogue_files}
       ${gen}/backend_idl.py ${gen}/layout.py ${gen}/rules.py ${gen}/catalogue.py)
   set(extra)
   if(L_LIBID)
