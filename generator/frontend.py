@@ -568,6 +568,15 @@ def is_template_instance(cx, cls):
     return "<" in cx.qualified(cls)
 
 
+def is_container_iterator(cx, cls):
+    """An iterator class nested in a template instance (QList<T>::iterator)."""
+    return cx.qualified(cls).rsplit("::", 1)[-1] in ("iterator", "const_iterator")
+
+
+def is_equality(m):
+    return m.tag == "OperatorMethod" and m.get("name") in ("==", "!=")
+
+
 def is_exported(cls):
     """The class is declared dllimport (Q_CORE_EXPORT, Q_GUI_EXPORT): the
     DLL carries every member, inline ones included."""
@@ -591,6 +600,10 @@ def collect_members(cx, cls, slots, members, instantiated=(), used_by_sources=No
             chosen = [m for m in candidates if tier(cls, m)]
             if chosen:
                 break
+        if is_container_iterator(cx, cls):
+            # A host walks a container with begin(), end() and operator!=
+            # whether or not Qt's own code compares that kind of iterator.
+            chosen = [m for m in candidates if m in chosen or is_equality(m)]
         candidates = chosen
     elif used_by_sources is not None and not is_exported(cls):
         candidates = [m for m in candidates
