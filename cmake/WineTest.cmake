@@ -13,12 +13,13 @@ add_subdirectory(${KW_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_F
 set(KW_WINE_ROOT ${CMAKE_BINARY_DIR}/wine)
 
 # kw_add_wine_test(NAME <name> SOURCES <files...> [LIBS <libs...>]
-#                  [WINE_PREFIX <prefix>] [DEPENDS <targets...>] [TIMEOUT <s>])
+#                  [WINE_PREFIX <prefix>] [DEPENDS <targets...>] [TIMEOUT <s>] [DISPLAY])
 # Builds <name>.exe against gtest_main and registers it as one ctest test run
 # under Wine. Tests sharing a prefix share one wineserver and registry; give a
-# test that changes the registry a prefix of its own.
+# test that changes the registry a prefix of its own. DISPLAY runs it on a
+# virtual X display of its own (give it a prefix of its own too).
 function(kw_add_wine_test)
-  cmake_parse_arguments(T "" "NAME;WINE_PREFIX;TIMEOUT" "SOURCES;LIBS;DEPENDS" ${ARGN})
+  cmake_parse_arguments(T "DISPLAY" "NAME;WINE_PREFIX;TIMEOUT" "SOURCES;LIBS;DEPENDS" ${ARGN})
   if(NOT T_WINE_PREFIX)
     set(T_WINE_PREFIX shared)
   endif()
@@ -28,8 +29,11 @@ function(kw_add_wine_test)
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE gtest_main ${T_LIBS})
   target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support ${PROJECT_SOURCE_DIR})
-  set_property(TARGET ${T_NAME} PROPERTY CROSSCOMPILING_EMULATOR
-               "${PROJECT_SOURCE_DIR}/cmake/wine-run.sh;--prefix;${T_WINE_PREFIX}")
+  set(emulator ${PROJECT_SOURCE_DIR}/cmake/wine-run.sh --prefix ${T_WINE_PREFIX})
+  if(T_DISPLAY)
+    list(APPEND emulator --display)
+  endif()
+  set_property(TARGET ${T_NAME} PROPERTY CROSSCOMPILING_EMULATOR "${emulator}")
   if(T_DEPENDS)
     add_dependencies(${T_NAME} ${T_DEPENDS})
   endif()

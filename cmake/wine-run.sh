@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine in a prefix kept under the build tree.
-#   wine-run.sh [--prefix NAME] program.exe [args...]
+#   wine-run.sh [--prefix NAME] [--display] program.exe [args...]
+# --display gives the program a virtual X display of its own (xvfb-run), for
+# programs that show windows.
 # The prefix <build>/wine/NAME (default "shared") is created once, under a lock,
 # so parallel test processes never race on its creation. Programs that change
 # the registry use a prefix of their own so that no other process sees it.
@@ -9,6 +11,8 @@ set -euo pipefail
 prefix_name=shared
 if [[ "${1:-}" == --prefix ]]; then prefix_name=$2; shift 2; fi
 [[ "${1:-}" == --prefix=* ]] && { prefix_name=${1#--prefix=}; shift; }
+display=
+if [[ "${1:-}" == --display ]]; then display=1; shift; fi
 
 program=$1; shift
 build_root=${KW_WINE_ROOT:-$(cd "$(dirname "$program")/.." && pwd)/wine}
@@ -33,4 +37,7 @@ wine_bin=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
   fi
 ) 9>"$build_root/.$prefix_name.lock"
 
+if [[ -n $display ]]; then
+  exec xvfb-run -a -s "-screen 0 1280x1024x24" "$wine_bin" "$program" "$@"
+fi
 exec "$wine_bin" "$program" "$@"

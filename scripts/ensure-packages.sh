@@ -9,6 +9,7 @@ packages=(
   libwine-dev
   googletest                       # test framework sources, cross-built by the project
   castxml                          # header front-end of the generator (only to regenerate declarations)
+  xvfb xauth                       # a virtual display for the Qt programs under Wine
 )
 
 missing=()

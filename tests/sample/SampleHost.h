@@ -27,22 +27,8 @@ using kwtest::R8;
 using kwtest::UI1;
 using kwtest::UI2;
 
-// A call's result, cleared on destruction.
-struct Result {
-  VARIANT value;
-  Result() { VariantInit(&value); }
-  ~Result() { VariantClear(&value); }
-  Result(const Result&) = delete;
-  Result& operator=(const Result&) = delete;
-  // The returned object (VT_DISPATCH), or null; the reference stays here.
-  IDispatch* object() const { return V_VT(&value) == VT_DISPATCH ? V_DISPATCH(&value) : nullptr; }
-};
-
-// Resolves `name` on `object` and invokes it as a method. Returns what
-// Invoke returns; a failing member shows as DISP_E_EXCEPTION with its own
-// HRESULT in `memberResult`.
-HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args,
-                   VARIANT* result = nullptr, SCODE* memberResult = nullptr);
+using kwtest::CallByName;
+using kwtest::Result;
 
 // The instance behind a returned object, as `T`.
 template <class T>

@@ -150,6 +150,14 @@ HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> 
   return InvokeWith(object, id, DISPATCH_METHOD, args, result);
 }
 
+HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args, VARIANT* result,
+                   SCODE* memberResult) {
+  DISPID id = DISPID_UNKNOWN;
+  HRESULT hr = IdOf(object, name, &id);
+  if (FAILED(hr)) return hr;
+  return InvokeWithVariants(object, id, DISPATCH_METHOD, args, result, memberResult);
+}
+
 void* InstanceOf(IUnknown* exposer) {
   IkwInstanceProxy* proxy = nullptr;
   if (FAILED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) return nullptr;

@@ -64,6 +64,23 @@ HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_li
 // Resolves `name` and invokes it as a method with integer arguments.
 HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> args, VARIANT* result = nullptr);
 
+// Resolves `name` on `object` and invokes it as a method. Returns what
+// Invoke returns; a failing member shows as DISP_E_EXCEPTION with its own
+// HRESULT in `memberResult`.
+HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args,
+                   VARIANT* result = nullptr, SCODE* memberResult = nullptr);
+
+// A call's result, cleared on destruction.
+struct Result {
+  VARIANT value;
+  Result() { VariantInit(&value); }
+  ~Result() { VariantClear(&value); }
+  Result(const Result&) = delete;
+  Result& operator=(const Result&) = delete;
+  // The returned object (VT_DISPATCH), or null; the reference stays here.
+  IDispatch* object() const { return V_VT(&value) == VT_DISPATCH ? V_DISPATCH(&value) : nullptr; }
+};
+
 // The instance an exposer stands for, through IkwInstanceProxy.
 void* InstanceOf(IUnknown* exposer);
 

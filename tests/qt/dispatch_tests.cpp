@@ -1,0 +1,324 @@
+// Real Qt widgets and values driven through kwQtWrappers.dll by member name,
+// as a test-automation host drives them; every check looks at the Qt object.
+#include <QtGui/QApplication>
+#include <QtGui/QBoxLayout>
+#include <QtGui/QButtonGroup>
+#include <QtGui/QLineEdit>
+#include <QtGui/QListWidget>
+#include <QtGui/QPushButton>
+#include <QtGui/QRadioButton>
+#include <QtGui/QStyleOptionButton>
+#include <QtGui/QTextDocument>
+#include <QtGui/QToolTip>
+#include <QtGui/QUndoView>
+#include <QtGui/QWorkspace>
+#include <QtCore/QStringList>
+#include <QtCore/QTimerEvent>
+
+#include <cstdarg>
+#include <functional>
+
+#include "QtHost.h"
+
+namespace qttest {
+namespace {
+
+// A window of real widgets, shown on the virtual display.
+class WidgetTest : public QtTest {
+ protected:
+  void SetUp() override {
+    QtTest::SetUp();
+    layout_->addWidget(button_);
+    layout_->addWidget(edit_);
+    window_.resize(320, 200);
+    window_.show();
+    QApplication::processEvents();
+  }
+
+  QWidget window_;
+  QVBoxLayout* layout_ = new QVBoxLayout(&window_);
+  QPushButton* button_ = new QPushButton("Press");
+  QLineEdit* edit_ = new QLineEdit;
+};
+
+TEST_F(QtTest, ExposersComposeTheirListedWrappers) {
+  QPushButton push;
+  QRadioButton radio;
+  QListWidget list;
+  QUndoView undo;
+  QWorkspace workspace;
+  QStringList strings;
+  QTimerEvent timer(7);
+  const struct {
+    const wchar_t* typeName;
+    void* instance;
+    std::vector<std::wstring> composed;
+  } rows[] = {
+      {L"QPushButton", &push, {L"Iwrp_QWidget", L"Iwrp_QAbstractButton", L"Iwrp_QPushButton"}},
+      {L"QRadioButton", &radio, {L"Iwrp_QAbstractButton", L"Iwrp_QRadioButton"}},
+      {L"QListWidget", &list,
+       {L"Iwrp_QWidget", L"Iwrp_QFrame", L"Iwrp_QAbstractScrollArea", L"Iwrp_QAbstractItemView", L"Iwrp_QListView",
+        L"Iwrp_QListWidget"}},
+      {L"QUndoView", &undo,
+       {L"Iwrp_QFrame", L"Iwrp_QAbstractScrollArea", L"Iwrp_QAbstractItemView", L"Iwrp_QListView",
+        L"Iwrp_QUndoView"}},
+      {L"QWorkspace", &workspace, {L"Iwrp_QWidget"}},
+      {L"QStringList", &strings, {L"Iwrp_QList_QString_", L"Iwrp_QStringList"}},
+      {L"QTimerEvent", &timer, {L"Iwrp_QEvent", L"Iwrp_QTimerEvent"}},
+  };
+  for (const auto& row : rows) {
+    IDispatch* exposer = Wrap(row.typeName, row.instance);
+    EXPECT_EQ(row.composed, ComposedInterfaces(exposer)) << QString::fromWCharArray(row.typeName).toStdString();
+    EXPECT_EQ(row.instance, kwtest::InstanceOf(exposer));
+    if (exposer != nullptr) exposer->Release();
+  }
+  // Names of every composed class answer on the one object; QObject is never composed.
+  IDispatch* radioExposer = Wrap(L"QRadioButton", &radio);
+  DISPID id = DISPID_UNKNOWN;
+  EXPECT_EQ(S_OK, kwtest::IdOf(radioExposer, L"QAbstractButton_setText", &id));
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, kwtest::IdOf(radioExposer, L"QWidget_setVisible", &id));
+  radioExposer->Release();
+}
+
+TEST_F(WidgetTest, ButtonMembersBehaveAsDeclared) {
+  IDispatch* button = Wrap(L"QPushButton", button_);
+  ASSERT_NE(nullptr, button);
+
+  // bool in: any non-zero value is true; bool out: 1, never -1.
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setDown", {I4(1)}));
+  EXPECT_TRUE(button_->isDown());
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setCheckable", {I4(1)}));
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setChecked", {I4(2)}));
+  EXPECT_TRUE(button_->isChecked());
+  Result checked;
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_isChecked", {}, &checked.value));
+  EXPECT_EQ(VT_I4, V_VT(&checked.value));
+  EXPECT_EQ(1, V_I4(&checked.value));
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setDown", {I4(0)}));
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_animateClick", {I4(10)}));
+  EXPECT_TRUE(button_->isDown()) << "animateClick presses the button at once";
+
+  // Value results: a new object over a heap copy, of the declared type.
+  button_->setIcon(QApplication::style()->standardIcon(QStyle::SP_DialogOkButton));
+  button_->setIconSize(QSize(24, 18));
+  const struct {
+    const wchar_t* member;
+    const wchar_t* interfaceName;
+  } values[] = {{L"QAbstractButton_text", L"Iwrp_QString"},
+                {L"QAbstractButton_icon", L"Iwrp_QIcon"},
+                {L"QAbstractButton_shortcut", L"Iwrp_QKeySequence"},
+                {L"QAbstractButton_iconSize", L"Iwrp_QSize"}};
+  for (const auto& row : values) {
+    Result value;
+    EXPECT_EQ(S_OK, CallByName(button, row.member, {}, &value.value));
+    EXPECT_EQ(std::vector<std::wstring>{row.interfaceName}, ComposedInterfaces(value.object()));
+  }
+  Result text1, text2, size;
+  CallByName(button, L"QAbstractButton_text", {}, &text1.value);
+  CallByName(button, L"QAbstractButton_text", {}, &text2.value);
+  EXPECT_EQ(QString("Press"), TextOf(text1));
+  EXPECT_NE(InstanceAs<QString>(text1.object()), InstanceAs<QString>(text2.object()));
+  CallByName(button, L"QAbstractButton_iconSize", {}, &size.value);
+  EXPECT_EQ(QSize(24, 18), *InstanceAs<QSize>(size.object()));
+
+  // Pointer results: the object itself, also a null one.
+  Result noGroup, group;
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_group", {}, &noGroup.value));
+  EXPECT_EQ(nullptr, kwtest::InstanceOf(noGroup.object()));
+  QButtonGroup buttons;
+  buttons.addButton(button_);
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_group", {}, &group.value));
+  EXPECT_EQ(&buttons, InstanceAs<QButtonGroup>(group.object()));
+
+  // Class arguments: the instance of an object the library handed out.
+  IDispatch* label = WrapString("Pressed");
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setText", {Object(label)}));
+  EXPECT_EQ(QString("Pressed"), button_->text());
+  label->Release();
+
+  // A static member with byte strings.
+  Result translated;
+  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_trUtf8_2",
+                             {BytesRef("caf\xC3\xA9"), BytesRef(""), I4(-1)}, &translated.value));
+  EXPECT_EQ(QString::fromUtf8("caf\xC3\xA9"), TextOf(translated));
+  button->Release();
+}
+
+TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
+  IDispatch* window = Wrap(L"QWidget", &window_);
+  ASSERT_NE(nullptr, window);
+
+  // Four int* out-parameters go to Qt unchanged.
+  window_.setContentsMargins(1, 2, 3, 4);
+  LONG margins[4] = {-1, -1, -1, -1};
+  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_getContentsMargins",
+                             {LongRef(&margins[0]), LongRef(&margins[1]), LongRef(&margins[2]), LongRef(&margins[3])}));
+  EXPECT_EQ((std::vector<LONG>{1, 2, 3, 4}), std::vector<LONG>(margins, margins + 4));
+
+  // Every parameter is passed, defaults included.
+  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_setAttribute", {I4(Qt::WA_NoSystemBackground), I4(1)}));
+  EXPECT_TRUE(window_.testAttribute(Qt::WA_NoSystemBackground));
+  EXPECT_EQ(DISP_E_BADPARAMCOUNT, CallByName(window, L"QWidget_setAttribute", {I4(Qt::WA_NoSystemBackground)}));
+
+  // childAt: the (int, int) overload builds the QPoint, the pointer comes back.
+  QPoint inside = button_->geometry().center();
+  Result child;
+  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_childAt_2", {I4(inside.x()), I4(inside.y())}, &child.value));
+  EXPECT_EQ(button_, InstanceAs<QWidget>(child.object()));
+
+  // A QFlags result is a 4-byte value; QFlags<enum Qt::WindowType> is not a
+  // name the manager knows, so a sink shows what the body hands over.
+  kwtest::RecordingSink sink;
+  ASSERT_EQ(S_OK, host_.notificator()->SetDispatchSink(&sink));
+  Result flags;
+  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_windowFlags", {}, &flags.value));
+  ASSERT_EQ(1u, sink.calls.size());
+  EXPECT_EQ(L"QFlags<enum Qt::WindowType>", sink.calls[0].typeName);
+  EXPECT_EQ(window_.windowFlags(), *static_cast<Qt::WindowFlags*>(sink.calls[0].instance));
+  host_.notificator()->SetDispatchSink(nullptr);
+
+  // A QFlags argument is copied out of whatever object carries the value.
+  QWidget tool;
+  Qt::WindowFlags wanted = Qt::Tool | Qt::FramelessWindowHint;
+  IDispatch* flagsObject = Wrap(L"QFlags<enum Qt::ItemFlag>", &wanted);
+  IDispatch* toolObject = Wrap(L"QWidget", &tool);
+  EXPECT_EQ(S_OK, CallByName(toolObject, L"QWidget_setWindowFlags", {Object(flagsObject)}));
+  EXPECT_EQ(wanted, tool.windowFlags());
+  flagsObject->Release();
+  toolObject->Release();
+  window->Release();
+}
+
+TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
+  QString abc("abc");
+  IDispatch* text = Wrap(L"QString", &abc);
+  ASSERT_NE(nullptr, text);
+
+  Result at, ref, data, unicode;
+  EXPECT_EQ(S_OK, CallByName(text, L"QString_at", {I4(1)}, &at.value));
+  EXPECT_EQ(QChar('b'), *InstanceAs<QChar>(at.object()));
+  EXPECT_NE(abc.constData() + 1, InstanceAs<QChar>(at.object())) << "at gives a copy";
+  EXPECT_EQ(S_OK, CallByName(text, L"QString_operator_INDEXING_2", {I4(2)}, &ref.value));
+  EXPECT_EQ(std::vector<std::wstring>{L"Iwrp_QCharRef"}, ComposedInterfaces(ref.object()));
+  EXPECT_EQ(QChar('c'), QChar(*InstanceAs<QCharRef>(ref.object())));
+  EXPECT_EQ(S_OK, CallByName(text, L"QString_data_2", {}, &data.value));
+  EXPECT_EQ(S_OK, CallByName(text, L"QString_unicode", {}, &unicode.value));
+  EXPECT_EQ(abc.constData(), InstanceAs<QChar>(data.object())) << "the string's own characters";
+  EXPECT_EQ(abc.unicode(), InstanceAs<QChar>(unicode.object()));
+
+  QString null, empty("");
+  const struct {
+    QString* string;
+    int isNull;
+  } nulls[] = {{&null, 1}, {&empty, 0}, {&abc, 0}};
+  for (const auto& row : nulls) {
+    IDispatch* object = Wrap(L"QString", row.string);
+    Result isNull;
+    EXPECT_EQ(S_OK, CallByName(object, L"QString_isNull", {}, &isNull.value));
+    EXPECT_EQ(row.isNull, V_I4(&isNull.value));
+    object->Release();
+  }
+
+  // sprintf takes the format alone and rewrites the bound string; vsprintf
+  // takes the host's argument list.
+  Result printed;
+  EXPECT_EQ(S_OK, CallByName(text, L"QString_sprintf", {BytesRef("no arguments")}, &printed.value));
+  EXPECT_EQ(QString("no arguments"), abc);
+  EXPECT_EQ(abc, TextOf(printed));
+  EXPECT_NE(&abc, InstanceAs<QString>(printed.object()));
+  auto vsprintf = [&](const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Result result;
+    HRESULT hr = CallByName(text, L"QString_vsprintf",
+                            {BytesRef(format), BytesRef(reinterpret_cast<const char*>(arguments))}, &result.value);
+    va_end(arguments);
+    return hr;
+  };
+  EXPECT_EQ(S_OK, vsprintf("%d-%s", 42, "x"));
+  EXPECT_EQ(QString("42-x"), abc);
+  text->Release();
+
+  // bool* out-parameter: Qt writes one byte into the host's 32-bit integer.
+  QByteArray number("2.5");
+  IDispatch* bytes = Wrap(L"QByteArray", &number);
+  LONG ok = static_cast<LONG>(0xFFFFFF00);
+  Result value;
+  EXPECT_EQ(S_OK, CallByName(bytes, L"QByteArray_toDouble", {LongRef(&ok)}, &value.value));
+  EXPECT_EQ(static_cast<LONG>(0xFFFFFF01), ok);
+  EXPECT_EQ(2.5, V_R8(&value.value));
+  bytes->Release();
+}
+
+TEST_F(QtTest, DestructorMemberDestroysInPlace) {
+  QString shared("shared data");
+  QString* copy = new QString(shared);
+  ASSERT_FALSE(shared.isDetached());
+  IDispatch* object = Wrap(L"QString", copy);
+  EXPECT_EQ(S_OK, CallByName(object, L"QString_DTOR_QString", {}));
+  EXPECT_TRUE(shared.isDetached()) << "the copy's reference to the shared data is gone";
+  EXPECT_EQ(copy, kwtest::InstanceOf(object)) << "the wrapper still points at the destroyed object";
+  object->Release();
+  ::operator delete(copy);  // the memory is the host's to free
+}
+
+// One member of each family of wrapped classes, on a real instance.
+TEST_F(WidgetTest, OneMemberOfEachFamily) {
+  QTimerEvent timer(7);
+  QSize size(3, 4);
+  QList<int> numbers = QList<int>() << 5 << 6 << 7;
+  QListWidgetItem item("item");
+  QTextDocument document;
+  QStyleOptionButton option;
+  Qt::ItemFlags itemFlags = Qt::ItemIsEnabled;
+  QString hello("hello");
+  IDispatch* helloObject = Wrap(L"QString", &hello);
+  IDispatch* windowObject = Wrap(L"QWidget", &window_);
+  const struct {
+    const char* family;
+    const wchar_t* typeName;
+    void* instance;
+    const wchar_t* member;
+    std::vector<VARIANT> args;
+    std::function<bool(const Result&)> holds;
+  } rows[] = {
+      {"widget", L"QLineEdit", edit_, L"QLineEdit_setText", {Object(helloObject)},
+       [&](const Result&) { return edit_->text() == hello; }},
+      {"layout", L"QVBoxLayout", layout_, L"QBoxLayout_count", {},
+       [&](const Result& r) { return V_I4(&r.value) == layout_->count(); }},
+      {"event", L"QTimerEvent", &timer, L"QTimerEvent_timerId", {}, [](const Result& r) { return V_I4(&r.value) == 7; }},
+      {"value class", L"QSize", &size, L"QSize_width", {}, [](const Result& r) { return V_I4(&r.value) == 3; }},
+      {"QFlags", L"QFlags<enum Qt::ItemFlag>", &itemFlags, L"QFlags_enum_Qt_ItemFlag__operator_OR",
+       {I4(Qt::ItemIsSelectable)},
+       [](const Result& r) {
+         return *InstanceAs<Qt::ItemFlags>(r.object()) == (Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+       }},
+      {"container", L"QList<int>", &numbers, L"QList_int__size", {}, [](const Result& r) { return V_I4(&r.value) == 3; }},
+      {"style option", L"QStyleOptionButton", &option, L"QStyleOption_initFrom", {Object(windowObject)},
+       [&](const Result&) { return option.rect == window_.rect(); }},
+      {"text class", L"QTextDocument", &document, L"QTextDocument_setPlainText", {Object(helloObject)},
+       [&](const Result&) { return document.toPlainText() == hello; }},
+      {"item-view item", L"QListWidgetItem", &item, L"QListWidgetItem_text", {},
+       [](const Result& r) { return TextOf(r) == "item"; }},
+      {"static-only class", L"QToolTip", nullptr, L"QToolTip_isVisible", {},
+       [](const Result& r) { return V_I4(&r.value) == (QToolTip::isVisible() ? 1 : 0); }},
+  };
+  for (const auto& row : rows) {
+    IDispatch* object = Wrap(row.typeName, row.instance);
+    ASSERT_NE(nullptr, object) << row.family;
+    Result result;
+    DISPID id = DISPID_UNKNOWN;
+    EXPECT_EQ(S_OK, kwtest::IdOf(object, row.member, &id)) << row.family;
+    std::vector<VARIANT> reversed(row.args.rbegin(), row.args.rend());
+    DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+    EXPECT_EQ(S_OK, object->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, &result.value, nullptr, nullptr))
+        << row.family;
+    EXPECT_TRUE(row.holds(result)) << row.family;
+    object->Release();
+  }
+  helloObject->Release();
+  windowObject->Release();
+}
+
+}  // namespace
+}  // namespace qttest
