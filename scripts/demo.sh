@@ -1,8 +1,21 @@
 #!/usr/bin/env bash
-# Builds the wrappers DLLs and runs the demo host under Wine.
+# Builds the wrappers DLLs and runs the demos under Wine: with a Qt 4.8 SDK
+# the Qt demo first (a real Qt window driven by name, saved as
+# qt_demo_before.png and qt_demo_after.png in the build folder), then the
+# demo host against the module frame and the sample application.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
+export KW_WINE_ROOT="$build/wine"
+if cmake --build "$build" --target help | grep -q '^kwqt_demo:'; then
+  cmake --build "$build" --target kwqt_demo
+  (cd "$build" && "$root/cmake/wine-run.sh" --prefix demo --display "$build/bin/kwqt_demo.exe")
+  echo "Pictures of the window: $build/qt_demo_before.png, $build/qt_demo_after.png"
+  echo
+else
+  echo "The Qt demo was SKIPPED: no Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)"
+  echo
+fi
 cmake --build "$build" --target kwQtWrappers kwSampleWrappers kwdemo_host
-KW_WINE_ROOT="$build/wine" "$root/cmake/wine-run.sh" "$build/bin/kwdemo_host.exe"
+"$root/cmake/wine-run.sh" "$build/bin/kwdemo_host.exe"
