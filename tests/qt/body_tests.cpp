@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "BodyProbe.h"
 #include "QtHost.h"
 #include "kwQtProbeInterfaces.h"
 #include "managers/StaticWrappersManager.h"
@@ -24,27 +25,8 @@ namespace {
 // The module object every wrapper locks while it lives.
 kwatl::CAtlModule g_testModule;
 
-// A manager that records the instances it is asked to wrap.
-class RecordingManager : public CStaticWrappersManager {
- public:
-  HRESULT CreateWrapper(const wchar_t*, void* instance, IDispatch** result) override {
-    instances.push_back(instance);
-    *result = nullptr;
-    return S_OK;
-  }
-  std::vector<void*> instances;
-};
-
-// The interface `Face` of a new wrapper made by `factory` over `instance`.
-template <class Face>
-Face* MakeWrapper(WrapperFactory factory, const IID& iid, void* instance, CStaticWrappersManager* manager) {
-  IDispatch* dispatch = nullptr;
-  if (FAILED(factory(instance, manager, &dispatch))) return nullptr;
-  Face* face = nullptr;
-  dispatch->QueryInterface(iid, reinterpret_cast<void**>(&face));
-  dispatch->Release();
-  return face;
-}
+using kwtest::MakeWrapper;
+using kwtest::RecordingManager;
 
 TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   RecordingManager manager;
@@ -73,7 +55,7 @@ TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   EXPECT_EQ(S_OK, ints->QVector_int__at(0, &slot));
   EXPECT_EQ(UINT64_C(0xFFFFFFFFFFFFFFFE), reinterpret_cast<std::uintptr_t>(slot));
   ints->Release();
-  EXPECT_TRUE(manager.instances.empty());
+  EXPECT_TRUE(manager.requests.empty());
 }
 
 TEST(QtBodyTest, IndexOutOfRangeReachesQtsAssertion) {
@@ -93,12 +75,13 @@ TEST(QtBodyTest, IndexOutOfRangeReachesQtsAssertion) {
   EXPECT_NE(std::string::npos, fatal.find("index out of range")) << fatal;
   ASSERT_EQ(1u, Messages().size());
   EXPECT_EQ(QtFatalMsg, Messages()[0].type);
-  EXPECT_TRUE(manager.instances.empty()) << "the element is never wrapped";
+  EXPECT_TRUE(manager.requests.empty()) << "the element is never wrapped";
 
   // In range, the same body hands a copy of the element to the manager.
-  EXPECT_EQ(S_OK, wrapper->QList_QString__at(0, &element));
-  ASSERT_EQ(1u, manager.instances.size());
-  EXPECT_EQ(QString("only"), *static_cast<QString*>(manager.instances[0]));
+  EXPECT_EQ(S_FALSE, wrapper->QList_QString__at(0, &element)) << "the manager's answer";
+  ASSERT_EQ(1u, manager.requests.size());
+  EXPECT_EQ(L"QString", manager.requests[0].typeName);
+  EXPECT_EQ(QString("only"), *static_cast<QString*>(manager.requests[0].instance));
   wrapper->Release();
 }
 

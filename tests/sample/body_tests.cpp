@@ -14,6 +14,7 @@
 #include "managers/StaticWrappersManager.h"
 #include "module/ComSupport.h"
 #include "wrappers/WrapperBase.h"
+#include "BodyProbe.h"
 
 HRESULT wrp_SString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_SSize_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
@@ -25,33 +26,8 @@ namespace {
 // The module object every wrapper locks while it lives.
 kwatl::CAtlModule g_testModule;
 
-struct WrapRequest {
-  std::wstring typeName;
-  void* instance;
-};
-
-// A manager that records requests and answers with a fixed HRESULT.
-class RecordingManager : public CStaticWrappersManager {
- public:
-  HRESULT CreateWrapper(const wchar_t* typeName, void* instance, IDispatch** result) override {
-    requests.push_back({typeName, instance});
-    *result = nullptr;
-    return answer;
-  }
-  std::vector<WrapRequest> requests;
-  HRESULT answer = S_FALSE;
-};
-
-// The interface `Face` of a new wrapper made by `factory` over `instance`.
-template <class Face>
-Face* MakeWrapper(WrapperFactory factory, const IID& iid, void* instance, CStaticWrappersManager* manager) {
-  IDispatch* dispatch = nullptr;
-  if (FAILED(factory(instance, manager, &dispatch))) return nullptr;
-  Face* face = nullptr;
-  dispatch->QueryInterface(iid, reinterpret_cast<void**>(&face));
-  dispatch->Release();
-  return face;
-}
+using kwtest::MakeWrapper;
+using kwtest::RecordingManager;
 
 class BodyTest : public ::testing::Test {
  protected:
