@@ -6,3 +6,6 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build=$("$root/scripts/configure.sh" | tail -n 1)
 cmake --build "$build"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+if ! grep -q '^KW_QT_SDK:PATH=..*' "$build/CMakeCache.txt"; then
+  echo "Real-Qt tests and the Qt wrapper classes SKIPPED: no Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)"
+fi
