@@ -17,6 +17,7 @@ import argparse
 import os
 import subprocess
 import sys
+import textwrap
 from collections import defaultdict
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -201,6 +202,13 @@ def main(argv=None):
           % len(unexported))
     for itf, member in unexported:
         print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
+    vtable_only = [m.name for i in interfaces if i.entry.wrapped for m in i.kept
+                   if (m.retval and m.retval.count("*") > 1 and m.retval != "IDispatch**")
+                   or any(p.idl.startswith("void*") for p in m.params)]
+    print("  members Wine's ITypeInfo::Invoke refuses (a pointer-to-pointer result or a void* "
+          "parameter; hosts call them through the vtable): %d" % len(vtable_only))
+    print(textwrap.fill(", ".join(vtable_only), width=100, initial_indent="    ",
+                        subsequent_indent="    "))
     anchors_path = os.path.join(args.catalogue, "anchors.txt")
     if os.path.exists(anchors_path):
         print_anchors(anchors_mod.check(interfaces, anchors_mod.load(anchors_path)))
