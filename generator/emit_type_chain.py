@@ -6,6 +6,11 @@ as the compiler spells them. Optionally a file naming the types whose exposer
 the DLL carries (one type name per line); every such entry gets the factory
 `<flattened name>Exposer_CreateBound`, every other known name none, so the
 chain answers it as unknown.
+
+Beside the list in test order it writes an open-addressing index over it:
+slot `type_name_hash(name) & mask`, then the following slots in turn, hold
+the position of each name, so the manager finds a name, or learns that it
+is unknown, in constant time and without building any string.
 """
 import argparse
 import os
@@ -22,6 +27,33 @@ def read_names(path):
     if len(names) != len(set(names)):
         sys.exit(f"{path}: duplicate type names")
     return names
+
+
+EMPTY_SLOT = 0xFFFF
+
+
+def type_name_hash(name: str) -> int:
+    """32-bit FNV-1a over the UTF-16 code units of `name`; the manager
+    computes the same over the wide string it is asked for."""
+    h = 0x811C9DC5
+    data = name.encode("utf-16-le")
+    for i in range(0, len(data), 2):
+        h = ((h ^ int.from_bytes(data[i:i + 2], "little")) * 0x01000193) & 0xFFFFFFFF
+    return h
+
+
+def index_slots(names):
+    """Open-addressing slots (linear probing) over `names`, at most half full."""
+    size = 16
+    while size < 2 * len(names):
+        size *= 2
+    slots = [EMPTY_SLOT] * size
+    for position, name in enumerate(names):
+        slot = type_name_hash(name) & (size - 1)
+        while slots[slot] != EMPTY_SLOT:
+            slot = (slot + 1) & (size - 1)
+        slots[slot] = position
+    return slots
 
 
 def c_string(text: str) -> str:
@@ -42,6 +74,14 @@ def render(names, with_exposer):
     out.append("};")
     out.append("")
     out.append(f"const std::size_t g_typeNameChainLength = {len(names)};")
+    out.append("")
+    slots = index_slots(names)
+    out.append("// Positions in g_typeNameChain by type_name_hash, linear probing; 0xFFFF: empty.")
+    out.append("const std::uint16_t g_typeNameSlots[] = {")
+    for i in range(0, len(slots), 16):
+        out.append("    " + ", ".join("0x%04X" % v for v in slots[i:i + 16]) + ",")
+    out.append("};")
+    out.append(f"const std::size_t g_typeNameSlotMask = {len(slots) - 1};")
     return "\n".join(out) + "\n"
 
 

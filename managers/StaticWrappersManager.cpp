@@ -1,29 +1,29 @@
 #include "managers/StaticWrappersManager.h"
 
-#include <cstring>
-#include <string>
-
 namespace {
 
-// Widens a narrow type name as stored in the chain (the names are ASCII).
-std::wstring Widen(const char* text) {
-  std::wstring wide;
-  wide.reserve(std::strlen(text));
-  for (const char* c = text; *c != '\0'; ++c) wide.push_back(static_cast<unsigned char>(*c));
-  return wide;
+// Whether the narrow (ASCII) `known` name has exactly the code units of `name`.
+bool SameName(const char* known, const wchar_t* name) {
+  for (; *known != '\0'; ++known, ++name)
+    if (static_cast<unsigned char>(*known) != static_cast<std::uint16_t>(*name)) return false;
+  return *name == L'\0';
 }
 
 }  // namespace
 
-HRESULT CStaticWrappersManager::CreateWrapper(const wchar_t* typeName, void* instance, IDispatch** result) {
-  const std::wstring requested = typeName != nullptr ? typeName : L"";
-  for (std::size_t i = 0; i < g_typeNameChainLength; ++i) {
-    const TypeNameTest& test = g_typeNameChain[i];
-    if (Widen(test.typeName) != requested) continue;
-    if (test.createExposer == nullptr) break;  // known name without an exposer here
-    return test.createExposer(instance, this, result);
+const TypeNameTest* FindTypeName(const wchar_t* name) {
+  if (name == nullptr || *name == L'\0') return nullptr;
+  for (std::size_t slot = TypeNameHash(name) & g_typeNameSlotMask;; slot = (slot + 1) & g_typeNameSlotMask) {
+    const std::uint16_t position = g_typeNameSlots[slot];
+    if (position == kEmptyTypeNameSlot) return nullptr;
+    if (SameName(g_typeNameChain[position].typeName, name)) return &g_typeNameChain[position];
   }
-  return E_NOINTERFACE;
+}
+
+HRESULT CStaticWrappersManager::CreateWrapper(const wchar_t* typeName, void* instance, IDispatch** result) {
+  const TypeNameTest* test = FindTypeName(typeName);
+  if (test == nullptr || test->createExposer == nullptr) return E_NOINTERFACE;
+  return test->createExposer(instance, this, result);
 }
 
 CSinkAwareWrappersManager::~CSinkAwareWrappersManager() { ReplaceSink(nullptr); }

@@ -12,9 +12,10 @@
 class CStaticWrappersManager {
  public:
   virtual ~CStaticWrappersManager() = default;
-  // Exact, case-sensitive comparison with every known name in order; the
-  // first match creates that type's exposer bound to `instance`. Unknown,
-  // empty or null names give E_NOINTERFACE with `result` untouched.
+  // Exact, case-sensitive comparison with the known names (through their
+  // index: constant time, no allocation); a match creates that type's
+  // exposer bound to `instance`. Unknown, empty or null names give
+  // E_NOINTERFACE with `result` untouched.
   virtual HRESULT CreateWrapper(const wchar_t* typeName, void* instance, IDispatch** result);
 };
 

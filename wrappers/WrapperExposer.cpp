@@ -60,6 +60,7 @@ HRESULT CBaseWrapperExposer::InitComposed(void* instance, CStaticWrappersManager
                                           const WrapperFactory* factories, std::size_t count) {
   CBaseWrapperExposer::Init(instance, manager);
   for (std::size_t i = 0; i < count; ++i) AddWrapper(factories[i]);
+  m_names = CMemberNameTable::ForComposition(factories);
   return S_OK;
 }
 
@@ -96,6 +97,25 @@ HRESULT CBaseWrapperExposer::GetTypeInfo(UINT index, LCID lcid, ITypeInfo** type
 }
 
 HRESULT CBaseWrapperExposer::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* dispIds) {
+  // One name: the class's table answers as the search below would.
+  if (count == 1 && names != nullptr && dispIds != nullptr && m_names != nullptr) {
+    auto typeInfoOf = [this](unsigned index) -> ITypeInfo* {
+      ITypeInfo* info = nullptr;
+      return SUCCEEDED(GetTypeInfo(index, 0, &info)) ? info : nullptr;
+    };
+    unsigned index = 0;
+    DISPID dispId = DISPID_UNKNOWN;
+    switch (m_names->Find(names[0], static_cast<unsigned>(m_contained.size()), typeInfoOf, &index, &dispId)) {
+      case CMemberNameTable::Lookup::kFound:
+        dispIds[0] = dispId;
+        SetRoute(dispId, index);
+        return S_OK;
+      case CMemberNameTable::Lookup::kUnknown:
+        return DISP_E_UNKNOWNNAME;
+      case CMemberNameTable::Lookup::kNotAnswered:
+        break;
+    }
+  }
   UINT objects = 0;
   HRESULT hr = GetTypeInfoCount(&objects);
   if (FAILED(hr)) return hr;
@@ -107,10 +127,7 @@ HRESULT CBaseWrapperExposer::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, 
     hr = info->GetIDsOfNames(names, count, dispIds);
     info->Release();
     if (hr == S_OK) {  // success codes other than S_OK do not count as found
-      try {
-        m_routes[dispIds[0]] = index;
-      } catch (const std::bad_alloc&) {
-      }
+      SetRoute(dispIds[0], index);
       return S_OK;
     }
   }
@@ -119,9 +136,9 @@ HRESULT CBaseWrapperExposer::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, 
 
 HRESULT CBaseWrapperExposer::Invoke(DISPID dispId, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params,
                                     VARIANT* result, EXCEPINFO* exceptionInfo, UINT* argumentError) {
-  auto route = m_routes.find(dispId);
-  if (route != m_routes.end() && route->second < m_contained.size()) {
-    IDispatch* object = m_contained[route->second];
+  unsigned routed = 0;
+  if (FindRoute(dispId, &routed) && routed < m_contained.size()) {
+    IDispatch* object = m_contained[routed];
     if (object == nullptr) return DISP_E_MEMBERNOTFOUND;
     object->AddRef();
     HRESULT hr = object->Invoke(dispId, iid, lcid, flags, params, result, exceptionInfo, argumentError);
@@ -135,11 +152,26 @@ HRESULT CBaseWrapperExposer::Invoke(DISPID dispId, REFIID iid, LCID lcid, WORD f
     HRESULT hr = object->Invoke(dispId, iid, lcid, flags, params, result, exceptionInfo, argumentError);
     object->Release();
     if (hr == DISP_E_MEMBERNOTFOUND) continue;
-    try {
-      m_routes[dispId] = index;
-    } catch (const std::bad_alloc&) {
-    }
+    SetRoute(dispId, index);
     return hr;
   }
   return DISP_E_MEMBERNOTFOUND;
+}
+
+bool CBaseWrapperExposer::FindRoute(DISPID dispId, unsigned* index) {
+  AcquireSRWLockShared(&m_routesLock);
+  auto route = m_routes.find(dispId);
+  const bool found = route != m_routes.end();
+  if (found) *index = route->second;
+  ReleaseSRWLockShared(&m_routesLock);
+  return found;
+}
+
+void CBaseWrapperExposer::SetRoute(DISPID dispId, unsigned index) {
+  AcquireSRWLockExclusive(&m_routesLock);
+  try {
+    m_routes[dispId] = index;
+  } catch (const std::bad_alloc&) {
+  }
+  ReleaseSRWLockExclusive(&m_routesLock);
 }

@@ -25,6 +25,7 @@
 
 #include "module/ComSupport.h"
 #include "module/Interfaces.h"
+#include "wrappers/MemberNameTable.h"
 #include "wrappers/WrapperBase.h"
 
 class CStaticWrappersManager;
@@ -74,12 +75,19 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
 
   IUnknown* m_pMarshaler = nullptr;       // inner unknown of the free-threaded marshaler
   std::vector<IDispatch*> m_contained;    // composed wrappers, creation order
-  std::map<DISPID, unsigned> m_routes;    // DISPID -> index of the owning wrapper
+  std::map<DISPID, unsigned> m_routes;    // DISPID -> index of the owning wrapper, under m_routesLock
+  SRWLOCK m_routesLock = SRWLOCK_INIT;    // hosts call one exposer from many threads
+  CMemberNameTable* m_names = nullptr;    // the names of this exposer class, shared; null: search in order
   void* m_pInstance = nullptr;            // not owned
   CStaticWrappersManager* m_pManager = nullptr;  // borrowed
 
  private:
   static HRESULT QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID iid, void** ppv);
+
+  // The routing map's entry for `dispId`, or false when it has none.
+  bool FindRoute(DISPID dispId, unsigned* index);
+  // Records (or overwrites) the route of `dispId`; without memory, none.
+  void SetRoute(DISPID dispId, unsigned index);
 };
 
 // An exposer composing the wrappers `Wrappers...`, created in that order.

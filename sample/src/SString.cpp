@@ -61,6 +61,11 @@ SString& SString::append(const char* text) {
 }
 
 int SString::toInt(bool* ok, int base) const {
+  // strtol leaves `end` unset for a base it does not take.
+  if (base != 0 && (base < 2 || base > 36)) {
+    if (ok != nullptr) *ok = false;
+    return 0;
+  }
   char* end = nullptr;
   long value = std::strtol(m_text, &end, base);
   const bool converted = end != m_text && *end == '\0';

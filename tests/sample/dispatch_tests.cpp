@@ -389,6 +389,13 @@ TEST_F(SampleTest, OutParametersWriteThroughTheHostsLocations) {
   ASSERT_EQ(S_OK, CallByName(hexExposer, L"SString_toInt", {LongRef(&hexOk), I4(16)}, &parsed.value));
   EXPECT_EQ(255, V_I4(&parsed.value));
   EXPECT_EQ(0x7F7F7F01, hexOk);
+  for (int base : {1, -1, 37}) {  // bases strtol does not take: no conversion, no fault
+    LONG refused = 0x7F7F7F7F;
+    Result none;
+    ASSERT_EQ(S_OK, CallByName(hexExposer, L"SString_toInt", {LongRef(&refused), I4(base)}, &none.value));
+    EXPECT_EQ(0, V_I4(&none.value));
+    EXPECT_EQ(0x7F7F7F00, refused) << base;
+  }
 
   SWidget widget;
   widget.setContentsMargins(7, 8, 9, 10);
@@ -450,4 +457,59 @@ TEST_F(SampleTest, DroppedOverloadKeepsItsNumberAndDestructorMemberDestroysInPla
   EXPECT_EQ(widget, kwtest::InstanceOf(exposer));
   EXPECT_EQ(0u, exposer->Release());
   ::operator delete(widget);  // the destructor ran; the memory is the test's
+}
+
+// The exposer's one-name lookup (a table per exposer class) answers exactly
+// as asking each composed wrapper's type information in turn would: every
+// member name in any case, IDispatch's own names, parameter names, unknown
+// and non-ASCII names, and the route it records serves the next Invoke.
+TEST_F(SampleTest, NameLookupAnswersAsTheInOrderSearch) {
+  SPushButton button;
+  IDispatch* exposer = Wrap(L"SPushButton", &button);
+  ASSERT_NE(nullptr, exposer);
+  UINT composed = 0;
+  exposer->GetTypeInfoCount(&composed);
+  std::vector<std::wstring> names = {L"QueryInterface", L"invoke", L"GetTypeInfoCount", L"Par0", L"RetPar",
+                                     L"SWidget_", L"", L"SWidget_setEnabled ", L"SW\u00eddget_setEnabled"};
+  for (UINT i = 0; i < composed; ++i) {
+    ITypeInfo* info = nullptr;
+    ASSERT_EQ(S_OK, exposer->GetTypeInfo(i, 0, &info));
+    TYPEATTR* attr = nullptr;
+    info->GetTypeAttr(&attr);
+    for (UINT f = 0; f < attr->cFuncs; ++f) {
+      FUNCDESC* function = nullptr;
+      info->GetFuncDesc(f, &function);
+      BSTR name = nullptr;
+      UINT got = 0;
+      info->GetNames(function->memid, &name, 1, &got);
+      std::wstring text(name, SysStringLen(name));
+      names.push_back(text);
+      for (wchar_t& c : text) c = static_cast<wchar_t>(iswupper(c) ? towlower(c) : towupper(c));
+      names.push_back(text);
+      SysFreeString(name);
+      info->ReleaseFuncDesc(function);
+    }
+    info->ReleaseTypeAttr(attr);
+    info->Release();
+  }
+  for (const std::wstring& name : names) {
+    LPOLESTR asked = const_cast<LPOLESTR>(name.c_str());
+    HRESULT expected = DISP_E_UNKNOWNNAME;
+    DISPID expectedId = DISPID_UNKNOWN;
+    for (UINT i = 0; i < composed && expected != S_OK; ++i) {
+      ITypeInfo* info = nullptr;
+      exposer->GetTypeInfo(i, 0, &info);
+      if (info->GetIDsOfNames(&asked, 1, &expectedId) == S_OK) expected = S_OK;
+      info->Release();
+    }
+    DISPID id = DISPID_UNKNOWN;
+    EXPECT_EQ(expected, exposer->GetIDsOfNames(IID_NULL, &asked, 1, 0, &id)) << std::string(name.begin(), name.end());
+    if (expected == S_OK) {
+      EXPECT_EQ(expectedId, id) << std::string(name.begin(), name.end());
+    }
+  }
+  // A name resolved in a lower case routes its Invoke to the wrapper that owns it.
+  EXPECT_EQ(S_OK, CallByName(exposer, L"sabstractbutton_setchecked", {I4(1)}));
+  EXPECT_TRUE(button.isChecked());
+  EXPECT_EQ(0u, exposer->Release());
 }
