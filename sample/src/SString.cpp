@@ -107,6 +107,10 @@ SString SString::number(int value) {
 }
 
 SString SString::number(double value, char format, int precision) {
+  // Only the floating-point conversions: any other letter would make the
+  // pattern read or write arguments that are not there.
+  if (std::strchr("eEfgG", format) == nullptr || format == '\0') format = 'g';
+  if (precision < 0 || precision > 40) precision = 6;
   char pattern[8] = {'%', '.', '*', format, '\0'};
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, pattern, precision, value);

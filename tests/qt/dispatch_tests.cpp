@@ -307,12 +307,7 @@ TEST_F(WidgetTest, OneMemberOfEachFamily) {
     IDispatch* object = Wrap(row.typeName, row.instance);
     ASSERT_NE(nullptr, object) << row.family;
     Result result;
-    DISPID id = DISPID_UNKNOWN;
-    EXPECT_EQ(S_OK, kwtest::IdOf(object, row.member, &id)) << row.family;
-    std::vector<VARIANT> reversed(row.args.rbegin(), row.args.rend());
-    DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
-    EXPECT_EQ(S_OK, object->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, &result.value, nullptr, nullptr))
-        << row.family;
+    EXPECT_EQ(S_OK, CallByName(object, row.member, row.args, &result.value)) << row.family;
     EXPECT_TRUE(row.holds(result)) << row.family;
     object->Release();
   }

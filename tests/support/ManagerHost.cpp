@@ -152,10 +152,16 @@ HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> 
 
 HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args, VARIANT* result,
                    SCODE* memberResult) {
+  return CallByName(object, name, std::vector<VARIANT>(args), result, memberResult);
+}
+
+HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VARIANT>& args, VARIANT* result,
+                   SCODE* memberResult) {
   DISPID id = DISPID_UNKNOWN;
   HRESULT hr = IdOf(object, name, &id);
   if (FAILED(hr)) return hr;
-  return InvokeWithVariants(object, id, DISPATCH_METHOD, args, result, memberResult);
+  return InvokeReversed(object, id, DISPATCH_METHOD, std::vector<VARIANT>(args.rbegin(), args.rend()), result,
+                        nullptr, memberResult);
 }
 
 void* InstanceOf(IUnknown* exposer) {

@@ -6,6 +6,7 @@
 #include <oaidl.h>
 
 #include <initializer_list>
+#include <vector>
 
 #include "HostSupport.h"
 
@@ -68,6 +69,8 @@ HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> 
 // Invoke returns; a failing member shows as DISP_E_EXCEPTION with its own
 // HRESULT in `memberResult`.
 HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args,
+                   VARIANT* result = nullptr, SCODE* memberResult = nullptr);
+HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VARIANT>& args,
                    VARIANT* result = nullptr, SCODE* memberResult = nullptr);
 
 // A call's result, cleared on destruction.

@@ -1,0 +1,187 @@
+#include "DispatchStress.h"
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+namespace kwtest {
+
+void RunOnThreads(int threads, const std::function<void(int)>& body) {
+  std::vector<std::thread> running;
+  std::atomic<int> waiting{threads};
+  for (int t = 0; t < threads; ++t) {
+    running.emplace_back([&body, &waiting, t] {
+      CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+      // All threads start their work together, so that they meet in it.
+      for (--waiting; waiting.load() > 0;) SwitchToThread();
+      body(t);
+      CoUninitialize();
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+}
+
+int HammerExposer(IDispatch* exposer, const std::vector<Probe>& probes, int threads, int rounds) {
+  std::atomic<int> failures{0};
+  RunOnThreads(threads, [&](int) {
+    for (int round = 0; round < rounds; ++round) {
+      for (const Probe& probe : probes) {
+        Result result;
+        if (CallByName(exposer, probe.member, probe.args, &result.value) != S_OK || !probe.holds(result))
+          ++failures;
+      }
+      DISPID id = 0;
+      if (IdOf(exposer, L"NoSuchMember", &id) != DISP_E_UNKNOWNNAME) ++failures;
+    }
+  });
+  return failures;
+}
+
+namespace {
+
+// A small deterministic generator (the same sequence on every run).
+class Random {
+ public:
+  explicit Random(std::uint32_t seed) : m_state(seed ? seed : 1) {}
+  std::uint32_t Next() {
+    m_state ^= m_state << 13;
+    m_state ^= m_state >> 17;
+    m_state ^= m_state << 5;
+    return m_state;
+  }
+  int Below(int bound) { return static_cast<int>(Next() % static_cast<std::uint32_t>(bound)); }
+  bool Chance(int percent) { return Below(100) < percent; }
+
+ private:
+  std::uint32_t m_state;
+};
+
+struct Member {
+  IDispatch* exposer;
+  std::wstring name;
+  DISPID id;
+  int parameters;
+};
+
+bool IsPlainNumber(VARTYPE type) {
+  switch (type) {
+    case VT_I1: case VT_UI1: case VT_I2: case VT_UI2: case VT_I4: case VT_UI4: case VT_INT: case VT_UINT:
+    case VT_I8: case VT_UI8: case VT_R4: case VT_R8: case VT_BOOL:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// The members of `exposer` whose parameters are all plain numbers.
+void CollectMembers(IDispatch* exposer, const std::vector<std::wstring>& avoid, std::vector<Member>* members) {
+  UINT composed = 0;
+  exposer->GetTypeInfoCount(&composed);
+  for (UINT i = 0; i < composed; ++i) {
+    ITypeInfo* info = nullptr;
+    if (FAILED(exposer->GetTypeInfo(i, 0, &info))) continue;
+    TYPEATTR* attr = nullptr;
+    info->GetTypeAttr(&attr);
+    for (UINT f = 0; f < attr->cFuncs; ++f) {
+      FUNCDESC* function = nullptr;
+      info->GetFuncDesc(f, &function);
+      bool plain = true;
+      int parameters = 0;
+      for (SHORT p = 0; p < function->cParams; ++p) {
+        const ELEMDESC& param = function->lprgelemdescParam[p];
+        if (param.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) continue;
+        ++parameters;
+        plain = plain && IsPlainNumber(param.tdesc.vt);
+      }
+      BSTR name = nullptr;
+      UINT got = 0;
+      info->GetNames(function->memid, &name, 1, &got);
+      std::wstring text(name, SysStringLen(name));
+      SysFreeString(name);
+      for (const std::wstring& part : avoid) plain = plain && text.find(part) == std::wstring::npos;
+      if (plain && function->memid >= 0x0D000000) members->push_back({exposer, text, function->memid, parameters});
+      info->ReleaseFuncDesc(function);
+    }
+    info->ReleaseTypeAttr(attr);
+    info->Release();
+  }
+}
+
+// An argument of a random VARTYPE and value; a BSTR is owned by the caller.
+VARIANT RandomArgument(Random& random) {
+  VARIANT v;
+  VariantInit(&v);
+  switch (random.Below(8)) {
+    case 0: V_VT(&v) = VT_I4; V_I4(&v) = static_cast<LONG>(random.Next()) % 1000; break;
+    case 1: V_VT(&v) = VT_I4; V_I4(&v) = static_cast<LONG>(random.Next()); break;
+    case 2: V_VT(&v) = VT_R8; V_R8(&v) = static_cast<double>(static_cast<int>(random.Next())) / 7.0; break;
+    case 3: V_VT(&v) = VT_BOOL; V_BOOL(&v) = random.Chance(50) ? VARIANT_TRUE : VARIANT_FALSE; break;
+    case 4: V_VT(&v) = VT_UI1; V_UI1(&v) = static_cast<BYTE>(random.Next()); break;
+    case 5: V_VT(&v) = VT_BSTR; V_BSTR(&v) = SysAllocString(random.Chance(50) ? L"12" : L"not a number"); break;
+    case 6: V_VT(&v) = VT_I8; V_I8(&v) = static_cast<LONGLONG>(random.Next()) << 20; break;
+    default: V_VT(&v) = random.Chance(50) ? VT_EMPTY : VT_NULL; break;
+  }
+  return v;
+}
+
+bool ExpectedFromDispatch(HRESULT hr) {
+  switch (hr) {
+    case S_OK: case DISP_E_UNKNOWNNAME: case DISP_E_MEMBERNOTFOUND: case DISP_E_BADPARAMCOUNT:
+    case DISP_E_TYPEMISMATCH: case DISP_E_OVERFLOW: case DISP_E_PARAMNOTOPTIONAL: case DISP_E_BADVARTYPE:
+    case DISP_E_PARAMNOTFOUND: case DISP_E_EXCEPTION: case E_INVALIDARG: case E_POINTER:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+FuzzTally FuzzExposers(const std::vector<IDispatch*>& exposers, int calls, std::uint32_t seed,
+                       const std::vector<std::wstring>& avoid) {
+  std::vector<Member> members;
+  for (IDispatch* exposer : exposers) CollectMembers(exposer, avoid, &members);
+  FuzzTally tally;
+  if (members.empty()) return tally;
+  Random random(seed);
+  const std::wstring longName(5000, L'Q');
+  for (int call = 0; call < calls; ++call) {
+    const Member& member = members[random.Below(static_cast<int>(members.size()))];
+    HRESULT hr;
+    if (random.Chance(40)) {
+      std::wstring name = member.name;
+      switch (random.Below(5)) {
+        case 0: for (wchar_t& c : name) c = static_cast<wchar_t>(towlower(c)); break;
+        case 1: name += L"_"; break;
+        case 2: name = longName; break;
+        case 3: name = name.substr(0, random.Below(static_cast<int>(name.size()) + 1)); break;
+        default: break;
+      }
+      DISPID id = 0;
+      hr = IdOf(member.exposer, name.c_str(), &id);
+    } else {
+      int count = member.parameters;
+      if (random.Chance(25)) count = random.Below(member.parameters + 3);
+      std::vector<VARIANT> args;
+      for (int a = 0; a < count; ++a) args.push_back(RandomArgument(random));
+      DISPPARAMS params{args.empty() ? nullptr : args.data(), nullptr, static_cast<UINT>(args.size()), 0};
+      DISPID id = random.Chance(90) ? member.id : static_cast<DISPID>(random.Next());
+      WORD flags = random.Chance(85) ? DISPATCH_METHOD : DISPATCH_PROPERTYGET;
+      Result result;
+      EXCEPINFO exception{};
+      UINT argumentError = 0;
+      hr = member.exposer->Invoke(id, IID_NULL, 0, flags, random.Chance(3) ? nullptr : &params, &result.value,
+                                  &exception, &argumentError);
+      SysFreeString(exception.bstrSource);
+      SysFreeString(exception.bstrDescription);
+      SysFreeString(exception.bstrHelpFile);
+      for (VARIANT& arg : args) VariantClear(&arg);
+    }
+    ++tally.calls;
+    if (hr == S_OK) ++tally.succeeded;
+    if (!ExpectedFromDispatch(hr)) ++tally.unexpected;
+  }
+  return tally;
+}
+
+}  // namespace kwtest
