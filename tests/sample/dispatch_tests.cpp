@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "DispatchStress.h"
 #include "SampleHost.h"
 
 using namespace sampletest;
@@ -471,27 +472,12 @@ TEST_F(SampleTest, NameLookupAnswersAsTheInOrderSearch) {
   exposer->GetTypeInfoCount(&composed);
   std::vector<std::wstring> names = {L"QueryInterface", L"invoke", L"GetTypeInfoCount", L"Par0", L"RetPar",
                                      L"SWidget_", L"", L"SWidget_setEnabled ", L"SW\u00eddget_setEnabled"};
-  for (UINT i = 0; i < composed; ++i) {
-    ITypeInfo* info = nullptr;
-    ASSERT_EQ(S_OK, exposer->GetTypeInfo(i, 0, &info));
-    TYPEATTR* attr = nullptr;
-    info->GetTypeAttr(&attr);
-    for (UINT f = 0; f < attr->cFuncs; ++f) {
-      FUNCDESC* function = nullptr;
-      info->GetFuncDesc(f, &function);
-      BSTR name = nullptr;
-      UINT got = 0;
-      info->GetNames(function->memid, &name, 1, &got);
-      std::wstring text(name, SysStringLen(name));
-      names.push_back(text);
-      for (wchar_t& c : text) c = static_cast<wchar_t>(iswupper(c) ? towlower(c) : towupper(c));
-      names.push_back(text);
-      SysFreeString(name);
-      info->ReleaseFuncDesc(function);
-    }
-    info->ReleaseTypeAttr(attr);
-    info->Release();
-  }
+  kwtest::ForEachFunction(exposer, [&names](const std::wstring& name, const FUNCDESC&) {
+    names.push_back(name);
+    std::wstring swapped = name;
+    for (wchar_t& c : swapped) c = static_cast<wchar_t>(iswupper(c) ? towlower(c) : towupper(c));
+    names.push_back(swapped);
+  });
   for (const std::wstring& name : names) {
     LPOLESTR asked = const_cast<LPOLESTR>(name.c_str());
     HRESULT expected = DISP_E_UNKNOWNNAME;

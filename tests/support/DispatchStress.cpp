@@ -75,36 +75,18 @@ bool IsPlainNumber(VARTYPE type) {
 
 // The members of `exposer` whose parameters are all plain numbers.
 void CollectMembers(IDispatch* exposer, const std::vector<std::wstring>& avoid, std::vector<Member>* members) {
-  UINT composed = 0;
-  exposer->GetTypeInfoCount(&composed);
-  for (UINT i = 0; i < composed; ++i) {
-    ITypeInfo* info = nullptr;
-    if (FAILED(exposer->GetTypeInfo(i, 0, &info))) continue;
-    TYPEATTR* attr = nullptr;
-    info->GetTypeAttr(&attr);
-    for (UINT f = 0; f < attr->cFuncs; ++f) {
-      FUNCDESC* function = nullptr;
-      info->GetFuncDesc(f, &function);
-      bool plain = true;
-      int parameters = 0;
-      for (SHORT p = 0; p < function->cParams; ++p) {
-        const ELEMDESC& param = function->lprgelemdescParam[p];
-        if (param.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) continue;
-        ++parameters;
-        plain = plain && IsPlainNumber(param.tdesc.vt);
-      }
-      BSTR name = nullptr;
-      UINT got = 0;
-      info->GetNames(function->memid, &name, 1, &got);
-      std::wstring text(name, SysStringLen(name));
-      SysFreeString(name);
-      for (const std::wstring& part : avoid) plain = plain && text.find(part) == std::wstring::npos;
-      if (plain && function->memid >= 0x0D000000) members->push_back({exposer, text, function->memid, parameters});
-      info->ReleaseFuncDesc(function);
+  ForEachFunction(exposer, [&](const std::wstring& name, const FUNCDESC& function) {
+    bool plain = function.memid >= 0x0D000000;  // the wrapped members, not IDispatch's own
+    int parameters = 0;
+    for (SHORT p = 0; p < function.cParams; ++p) {
+      const ELEMDESC& param = function.lprgelemdescParam[p];
+      if (param.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) continue;
+      ++parameters;
+      plain = plain && IsPlainNumber(param.tdesc.vt);
     }
-    info->ReleaseTypeAttr(attr);
-    info->Release();
-  }
+    for (const std::wstring& part : avoid) plain = plain && name.find(part) == std::wstring::npos;
+    if (plain) members->push_back({exposer, name, function.memid, parameters});
+  });
 }
 
 // An argument of a random VARTYPE and value; a BSTR is owned by the caller.
@@ -136,6 +118,29 @@ bool ExpectedFromDispatch(HRESULT hr) {
 }
 
 }  // namespace
+
+void ForEachFunction(IDispatch* exposer, const std::function<void(const std::wstring&, const FUNCDESC&)>& visit) {
+  UINT composed = 0;
+  exposer->GetTypeInfoCount(&composed);
+  for (UINT i = 0; i < composed; ++i) {
+    ITypeInfo* info = nullptr;
+    if (FAILED(exposer->GetTypeInfo(i, 0, &info))) continue;
+    TYPEATTR* attr = nullptr;
+    info->GetTypeAttr(&attr);
+    for (UINT f = 0; f < attr->cFuncs; ++f) {
+      FUNCDESC* function = nullptr;
+      info->GetFuncDesc(f, &function);
+      BSTR name = nullptr;
+      UINT got = 0;
+      info->GetNames(function->memid, &name, 1, &got);
+      visit(std::wstring(name, SysStringLen(name)), *function);
+      SysFreeString(name);
+      info->ReleaseFuncDesc(function);
+    }
+    info->ReleaseTypeAttr(attr);
+    info->Release();
+  }
+}
 
 FuzzTally FuzzExposers(const std::vector<IDispatch*>& exposers, int calls, std::uint32_t seed,
                        const std::vector<std::wstring>& avoid) {

@@ -31,6 +31,10 @@ struct Probe {
 // how many calls failed or gave a wrong result.
 int HammerExposer(IDispatch* exposer, const std::vector<Probe>& probes, int threads, int rounds);
 
+// Calls `visit(name, function)` for every function of every type information
+// an exposer composes, in composition order.
+void ForEachFunction(IDispatch* exposer, const std::function<void(const std::wstring&, const FUNCDESC&)>& visit);
+
 // What a fuzzing run did and saw.
 struct FuzzTally {
   int calls = 0;
