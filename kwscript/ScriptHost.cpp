@@ -1,0 +1,175 @@
+#include "kwscript/ScriptHost.h"
+
+#include <activscp.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include <QtCore/QString>
+
+namespace kwscript {
+
+namespace {
+
+const CLSID CLSID_JScriptEngine = {0xf414c260, 0x6ac0, 0x11cf, {0xb6, 0xd1, 0x00, 0xaa, 0x00, 0xbb, 0xbb, 0x58}};
+const CLSID CLSID_VBScriptEngine = {0xb54f3741, 0x5b07, 0x11cf, {0xa4, 0xb0, 0x00, 0xaa, 0x00, 0x4a, 0x55, 0xe8}};
+// IActiveScriptParse64, which mingw-w64's uuid library does not define.
+const IID IID_ScriptParse64 = {0xc7ef7658, 0xe1ee, 0x480e, {0x97, 0xea, 0xd5, 0x2c, 0xb4, 0xd7, 0x6d, 0x17}};
+
+struct Known {
+  HRESULT hr;
+  const char* name;
+  const char* meaning;
+};
+
+const Known kKnown[] = {
+    {DISP_E_TYPEMISMATCH, "DISP_E_TYPEMISMATCH", "an argument has a type the member does not take"},
+    {DISP_E_BADPARAMCOUNT, "DISP_E_BADPARAMCOUNT", "the member takes another number of arguments (all of them, always)"},
+    {DISP_E_UNKNOWNNAME, "DISP_E_UNKNOWNNAME", "the object has no member of that name"},
+    {DISP_E_MEMBERNOTFOUND, "DISP_E_MEMBERNOTFOUND", "the object has no such member"},
+    {DISP_E_EXCEPTION, "DISP_E_EXCEPTION", "the member failed; its own code follows"},
+    {DISP_E_PARAMNOTOPTIONAL, "DISP_E_PARAMNOTOPTIONAL", "an argument is missing"},
+    {DISP_E_BADVARTYPE, "DISP_E_BADVARTYPE", "the platform's dispatch cannot carry a type of this member"},
+    {DISP_E_OVERFLOW, "DISP_E_OVERFLOW", "a number does not fit the member's argument"},
+    {E_NOINTERFACE, "E_NOINTERFACE", "the library knows no such type name"},
+    {E_INVALIDARG, "E_INVALIDARG", "an argument is not valid"},
+    {E_FAIL, "E_FAIL", "unspecified failure"},
+    {static_cast<HRESULT>(0x800A01B6), "JS/VBS 438", "the object does not support this property or method"},
+    {static_cast<HRESULT>(0x800A01A8), "JS/VBS 424", "an object is required"},
+    {static_cast<HRESULT>(0x800A000D), "JS/VBS 13", "type mismatch"},
+    {static_cast<HRESULT>(0x800A01C2), "JS/VBS 450", "wrong number of arguments or invalid property assignment"},
+    {static_cast<HRESULT>(0x800A138F), "JS 5007", "an object is expected"},
+    {static_cast<HRESULT>(0x800A1391), "JS 5009", "undefined identifier"},
+    {static_cast<HRESULT>(0x800A03EC), "JS 1004", "syntax error: ';' expected"},
+    {static_cast<HRESULT>(0x800A03EA), "JS 1002", "syntax error"},
+    {static_cast<HRESULT>(0x800A139E), "JS 5022", "exception thrown and not caught"},
+};
+
+const Known* Lookup(HRESULT hr) {
+  for (const Known& known : kKnown)
+    if (known.hr == hr) return &known;
+  return nullptr;
+}
+
+// The site the engine reports to: it hands out "app" and prints errors.
+class CScriptSite final : public IActiveScriptSite {
+ public:
+  CScriptSite(std::wstring path, IDispatch* app) : m_path(std::move(path)), m_app(app) {}
+  bool failed() const { return m_failed; }
+
+  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IActiveScriptSite)) {
+      *ppv = static_cast<IActiveScriptSite*>(this);
+      AddRef();
+      return S_OK;
+    }
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  STDMETHOD_(ULONG, AddRef)() override { return 2; }   // lives on the runner's stack
+  STDMETHOD_(ULONG, Release)() override { return 1; }
+  STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
+  STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
+    if (lstrcmpiW(name, L"app") != 0) return TYPE_E_ELEMENTNOTFOUND;
+    if ((mask & SCRIPTINFO_IUNKNOWN) && item != nullptr) {
+      *item = m_app;
+      m_app->AddRef();
+    }
+    if ((mask & SCRIPTINFO_ITYPEINFO) && info != nullptr) *info = nullptr;
+    return S_OK;
+  }
+  STDMETHOD(GetDocVersionString)(BSTR*) override { return E_NOTIMPL; }
+  STDMETHOD(OnScriptTerminate)(const VARIANT*, const EXCEPINFO*) override { return S_OK; }
+  STDMETHOD(OnStateChange)(SCRIPTSTATE) override { return S_OK; }
+  STDMETHOD(OnEnterScript)() override { return S_OK; }
+  STDMETHOD(OnLeaveScript)() override { return S_OK; }
+
+  STDMETHOD(OnScriptError)(IActiveScriptError* error) override {
+    m_failed = true;
+    EXCEPINFO info{};
+    error->GetExceptionInfo(&info);
+    if (info.pfnDeferredFillIn != nullptr) info.pfnDeferredFillIn(&info);
+    DWORD context = 0;
+    ULONG line = 0;
+    LONG column = 0;
+    error->GetSourcePosition(&context, &line, &column);
+    const HRESULT hr = info.scode != 0 ? info.scode : static_cast<HRESULT>(0x800A0000 | info.wCode);
+    const Known* known = Lookup(hr);
+    std::printf("%s:%lu:%ld: script error 0x%08lX %s: %s",
+                QString::fromStdWString(m_path).toUtf8().constData(), line + 1, column + 1,
+                static_cast<unsigned long>(hr), known ? known->name : "(no name)",
+                known ? known->meaning : "see the description");
+    if (info.bstrDescription != nullptr && SysStringLen(info.bstrDescription) > 0)
+      std::printf(" (%s)", QString::fromWCharArray(info.bstrDescription).toUtf8().constData());
+    std::printf("\n");
+    std::fflush(stdout);
+    SysFreeString(info.bstrSource);
+    SysFreeString(info.bstrDescription);
+    SysFreeString(info.bstrHelpFile);
+    return S_OK;
+  }
+
+ private:
+  std::wstring m_path;
+  IDispatch* m_app;
+  bool m_failed = false;
+};
+
+bool ReadText(const std::wstring& path, std::wstring* text) {
+  std::ifstream in(QString::fromStdWString(path).toLocal8Bit().constData(), std::ios::binary);
+  if (!in) return false;
+  std::stringstream bytes;
+  bytes << in.rdbuf();
+  *text = QString::fromUtf8(bytes.str().c_str()).toStdWString();
+  return true;
+}
+
+}  // namespace
+
+const char* HResultName(HRESULT hr) {
+  const Known* known = Lookup(hr);
+  return known ? known->name : nullptr;
+}
+
+const char* HResultMeaning(HRESULT hr) {
+  const Known* known = Lookup(hr);
+  return known ? known->meaning : nullptr;
+}
+
+bool RunScriptFile(const std::wstring& path, IDispatch* app) {
+  std::wstring code;
+  if (!ReadText(path, &code)) {
+    std::printf("kwscript: cannot read %s\n", QString::fromStdWString(path).toUtf8().constData());
+    return false;
+  }
+  const bool vbscript = path.size() > 4 && lstrcmpiW(path.c_str() + path.size() - 4, L".vbs") == 0;
+  IActiveScript* engine = nullptr;
+  HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr,
+                                CLSCTX_INPROC_SERVER, IID_IActiveScript, reinterpret_cast<void**>(&engine));
+  if (FAILED(hr)) {
+    std::printf("kwscript: no %s engine (0x%08lX)\n", vbscript ? "VBScript" : "JScript", static_cast<unsigned long>(hr));
+    return false;
+  }
+  CScriptSite site(path, app);
+  IActiveScriptParse* parser = nullptr;
+  engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));
+  bool ran = parser != nullptr && SUCCEEDED(parser->InitNew()) && SUCCEEDED(engine->SetScriptSite(&site)) &&
+             SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE));
+  if (ran) {
+    EXCEPINFO exception{};
+    hr = parser->ParseScriptText(code.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
+                                 &exception);
+    SysFreeString(exception.bstrSource);
+    SysFreeString(exception.bstrDescription);
+    SysFreeString(exception.bstrHelpFile);
+    ran = SUCCEEDED(hr) && SUCCEEDED(engine->SetScriptState(SCRIPTSTATE_CONNECTED));
+  }
+  engine->Close();
+  if (parser != nullptr) parser->Release();
+  engine->Release();
+  return ran && !site.failed();
+}
+
+}  // namespace kwscript

@@ -1,0 +1,21 @@
+// Runs a JScript (.js) or VBScript (.vbs) file through the platform's Active
+// Scripting engine, with the named item "app", and reports script errors
+// with the file, line and column, the HRESULT, its name and what it means.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <string>
+
+namespace kwscript {
+
+// The name and meaning of an HRESULT scripts meet, or null for another.
+const char* HResultName(HRESULT hr);
+const char* HResultMeaning(HRESULT hr);
+
+// Runs the script in `path` with `app` as the named item "app". Returns
+// false (after reporting it) when the script fails or cannot be run.
+bool RunScriptFile(const std::wstring& path, IDispatch* app);
+
+}  // namespace kwscript

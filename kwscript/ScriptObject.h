@@ -1,0 +1,61 @@
+// What a script receives for every Qt object: a thin IDispatch in front of
+// the library's exposer. From the member table it turns script values into
+// what the member declares (a string into a new QString object or a byte
+// string, one of its own objects into the exposer behind it) and back (a
+// bool into a script boolean, a null object pointer into null/Nothing, a new
+// object into another such facade), and it refuses anything else where an
+// object is expected, before the call reaches the library.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kwscript/MemberTable.h"
+#include "module/Interfaces.h"
+
+namespace kwscript {
+
+// What every facade of one run shares: the wrappers manager (for the
+// QString objects made from script strings) and a count of live facades.
+struct ScriptContext {
+  IWrappersManager* manager = nullptr;
+  volatile LONG liveObjects = 0;
+};
+
+class CScriptObject final : public IDispatch {
+ public:
+  // A new facade (one reference) over `exposer`, which it keeps a
+  // reference to; null for a null exposer or one standing for no instance.
+  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context);
+  // The exposer behind a facade of this host, or null for anything else.
+  static IDispatch* ExposerOf(IUnknown* object);
+  // The interface names the exposer composes, in its order.
+  static std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer);
+
+  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override;
+  STDMETHOD_(ULONG, AddRef)() override;
+  STDMETHOD_(ULONG, Release)() override;
+  STDMETHOD(GetTypeInfoCount)(UINT* count) override;
+  STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** info) override;
+  STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
+  STDMETHOD(Invoke)(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
+                    EXCEPINFO* exception, UINT* argumentError) override;
+
+ private:
+  CScriptObject(IDispatch* exposer, ScriptContext* context);
+  ~CScriptObject();
+
+  const MemberInfo* FindMember(const wchar_t* name) const;
+
+  volatile LONG m_refs = 1;
+  IDispatch* m_exposer;
+  ScriptContext* m_context;
+  std::vector<const InterfaceInfo*> m_interfaces;
+  std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
+};
+
+}  // namespace kwscript
