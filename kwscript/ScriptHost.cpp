@@ -35,6 +35,7 @@ const Known kKnown[] = {
     {E_NOINTERFACE, "E_NOINTERFACE", "the library knows no such type name"},
     {E_INVALIDARG, "E_INVALIDARG", "an argument is not valid"},
     {E_FAIL, "E_FAIL", "unspecified failure"},
+    {static_cast<HRESULT>(0x800A01AE), "VBS 430", "a member failed (VBScript's word for DISP_E_EXCEPTION)"},
     {static_cast<HRESULT>(0x800A01B6), "JS/VBS 438", "the object does not support this property or method"},
     {static_cast<HRESULT>(0x800A01A8), "JS/VBS 424", "an object is required"},
     {static_cast<HRESULT>(0x800A000D), "JS/VBS 13", "type mismatch"},

@@ -1,5 +1,7 @@
 #include "kwscript/ScriptObject.h"
 
+#include "kwscript/ScriptHost.h"
+
 #include <QtCore/QString>
 
 #include <string>
@@ -104,6 +106,22 @@ bool StandsForNothing(IDispatch* exposer) {
   return instance == nullptr;
 }
 
+// A member that failed reaches the engine as DISP_E_EXCEPTION with its own
+// HRESULT in the EXCEPINFO; the description says both, and which Qt
+// declaration it was, also where the engine would give none.
+void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
+  if (exception->bstrDescription != nullptr && SysStringLen(exception->bstrDescription) > 0) return;
+  const HRESULT code = exception->scode;
+  const char* name = HResultName(code);
+  const QString text = QString("DISP_E_EXCEPTION: %1 answered 0x%2 %3 (%4)")
+                           .arg(member.name)
+                           .arg(static_cast<unsigned long>(code), 8, 16, QChar('0'))
+                           .arg(name ? name : "")
+                           .arg(HResultMeaning(code) ? HResultMeaning(code) : member.declaration);
+  SysFreeString(exception->bstrDescription);
+  exception->bstrDescription = SysAllocString(reinterpret_cast<const OLECHAR*>(text.utf16()));
+}
+
 }  // namespace
 
 CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exposer(exposer), m_context(context) {
@@ -199,6 +217,7 @@ STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
   VARIANT answer;
   VariantInit(&answer);
   hr = m_exposer->Invoke(id, iid, lcid, flags, arguments.params(), &answer, exception, argumentError);
+  if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(*member, exception);
   if (FAILED(hr) || result == nullptr) {
     VariantClear(&answer);
     return hr;
