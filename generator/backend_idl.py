@@ -19,6 +19,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import catalogue as catalogue_mod  # noqa: E402
 import layout  # noqa: E402
 import rules  # noqa: E402
+from output import write_if_changed  # noqa: E402
 
 
 def method_line(member):
@@ -55,6 +56,7 @@ def emit(interfaces, library, libid, helpstring):
         out.append("    interface %s : IDispatch" % itf.name)
         out.append("    {")
         for m in itf.members:
+            out.append("        " + m.comment(itf.entry.type_name))
             if m.kept:
                 out.append(method_line(m))
         out.append("    };")
@@ -79,11 +81,7 @@ def main(argv=None):
     interfaces = layout.build(cat, classes, header["unexported"])
     if args.half:
         interfaces = [i for i in interfaces if i.entry.half == args.half]
-    text = emit(interfaces, args.library, args.libid, args.helpstring)
-    tmp = args.out + ".tmp"
-    with open(tmp, "w", encoding="utf-8", newline="\n") as f:
-        f.write(text)
-    os.replace(tmp, args.out)
+    write_if_changed(args.out, emit(interfaces, args.library, args.libid, args.helpstring))
     return 0
 
 

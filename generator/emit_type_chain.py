@@ -18,6 +18,7 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+from output import write_if_changed  # noqa: E402
 from rules import exposer_class_name, flatten  # noqa: E402
 
 
@@ -96,15 +97,7 @@ def main():
     unknown = with_exposer - set(names)
     if unknown:
         sys.exit(f"exposers for types that are not known names: {sorted(unknown)[:5]}")
-    text = render(names, with_exposer)
-    try:
-        with open(args.output, encoding="utf-8") as f:
-            if f.read() == text:
-                return
-    except FileNotFoundError:
-        pass
-    with open(args.output, "w", encoding="utf-8") as f:
-        f.write(text)
+    write_if_changed(args.output, render(names, with_exposer))
 
 
 if __name__ == "__main__":

@@ -31,6 +31,28 @@ class Member:
         self.params = []
         self.retval = None
 
+    def declaration(self, type_name):
+        """The Qt declaration the member calls, on one line of C++."""
+        decl = self.decl
+        params = ", ".join((p["type"] + (" " + p["name"] if p["name"] else "")).replace("& ", "&")
+                           for p in decl["params"])
+        if decl.get("variadic"):
+            params += ", ..."
+        head = "" if decl["kind"] in ("constructor", "destructor") else decl["result"] + " "
+        static = "static " if decl["kind"] == "static" else ""
+        const = " const" if "const" in decl.get("flags", []) else ""
+        return "%s%s%s::%s(%s)%s" % (static, head, type_name, decl["name"], params, const)
+
+    def comment(self, type_name):
+        """One comment line: what a kept member calls, or why a dropped one
+        is not written (its number and suffix stay unused)."""
+        text = self.declaration(type_name)
+        if self.decl.get("at"):
+            text += "  [%s]" % self.decl["at"]
+        if self.kept:
+            return "// " + text
+        return "// dropped %s (DISPID 0x%08X): %s; %s" % (self.name, self.dispid, self.reason, text)
+
 
 class Interface:
     def __init__(self, entry, iid, members, found, reason=None):

@@ -726,21 +726,3 @@ def interface_iid(name, namespace=_IID_NAMESPACE, fixed=FIXED_IIDS):
     if name in fixed:
         return fixed[name]
     return str(uuid.uuid5(namespace, name)).upper()
-
-
-def assign_dispids(interfaces, base=DISPID_BASE):
-    """Give every candidate of every interface of one half its DISPID.
-
-    interfaces: list of lists of candidates, in library order.  Returns the
-    matching list of lists of DISPIDs.  Dropped candidates are counted too:
-    their number stays unused.
-    """
-    counter = base
-    out = []
-    for cands in interfaces:
-        ids = []
-        for _ in cands:
-            ids.append(counter)
-            counter += 1
-        out.append(ids)
-    return out

@@ -97,8 +97,6 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
   switch (reason) {
     case DLL_PROCESS_ATTACH: {
       g_hModule = instance;
-      wchar_t path[MAX_PATH];
-      GetModuleFileNameW(instance, path, MAX_PATH);
       return (g_module.InitFailed() || g_startupFailed) ? FALSE : TRUE;
     }
     case DLL_PROCESS_DETACH:
