@@ -10,6 +10,8 @@
 #include "typelib/dump/TypeText.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <functional>
 #include <fstream>
 #include <map>
 #include <set>
@@ -479,39 +481,59 @@ TEST_F(TypeLibrary, SameDispIdOnDifferentInterfacesOfTheTwoHalves) {
     ti->Release();
 }
 
-// Anchors of the catalogue that Qt 4.8.7 does not give: the report's
-// anchor section shows for each what the declarations put in its place
-// (one close and four repaint candidates in QWidget, no dropped one in
-// QColor; isEmpty in the QHash instance, since Qt 4.8's QHash::remove calls
-// it and Qt 4.5's did not).  Run with
-// --gtest_also_run_disabled_tests to see where the built library stands.
-TEST_F(TypeLibrary, DISABLED_CatalogueAnchorsBeyondTheHeaders) {
-    std::vector<Member> str = members(L"Iwrp_QString");
-    EXPECT_EQ(nullptr, find(str, L"QString_operator_LESS_ASSIGMENT_2"));
-    const Member* le = find(str, L"QString_operator_LESS_ASSIGMENT");
-    ASSERT_NE(nullptr, le);
-    EXPECT_EQ(0x0D00113F, le->id);
-    std::vector<Member> widget = members(L"Iwrp_QWidget");
-    EXPECT_EQ(nullptr, find(widget, L"QWidget_close"));
-    EXPECT_NE(nullptr, find(widget, L"QWidget_close_2"));
-    for (const wchar_t* n : {L"QWidget_repaint", L"QWidget_repaint_2", L"QWidget_repaint_3", L"QWidget_repaint_4"})
-        EXPECT_EQ(nullptr, find(widget, n)) << n;
-    for (const wchar_t* n : {L"QWidget_repaint_5", L"QWidget_repaint_6", L"QWidget_repaint_7", L"QWidget_repaint_8"})
-        EXPECT_NE(nullptr, find(widget, n)) << n;
-    EXPECT_EQ(nullptr, find(widget, L"QWidget_parentWidget"));
-    const Member* classInfo = find(members(L"Iwrp_QMetaObject"), L"QMetaObject_classInfo");
-    ASSERT_NE(nullptr, classInfo);
-    EXPECT_EQ(0x0D001004, classInfo->id);
-    std::vector<Member> color = members(L"Iwrp_QColor");
-    ASSERT_FALSE(color.empty());
-    EXPECT_EQ(L"QColor_alpha", color.front().name);
-    EXPECT_EQ(0x0D001004, color.front().id);
-    std::vector<std::wstring> hash;
-    for (const Member& m : members(L"Iwrp_QHash_QObject___int_")) hash.push_back(m.name);
-    std::sort(hash.begin(), hash.end());
-    EXPECT_EQ((std::vector<std::wstring>{L"QHash_QObject___int__DTOR_QHash_QObject___int_", L"QHash_QObject___int__begin",
-                                         L"QHash_QObject___int__detach", L"QHash_QObject___int__end"}),
-              hash);
+// Known gaps: anchors of the catalogue (and telling members) that the Qt
+// 4.8.7 declarations do not give by any rule found so far. The report's
+// anchor section shows for each what the declarations put in its place (one
+// close and four repaint candidates in QWidget, no dropped one in QColor;
+// isEmpty in the QHash instance, since Qt 4.8's QHash::remove calls it;
+// overloads numbered by their parameter lists). Each row prints its gap;
+// a row whose anchor starts to hold fails, so that it moves to the tests
+// above.
+TEST_F(TypeLibrary, KnownGapsAreStillGaps) {
+    auto absent = [&](const wchar_t* itf, const wchar_t* name) { return find(members(itf), name) == nullptr; };
+    auto dispid = [&](const wchar_t* itf, const wchar_t* name) {
+        const Member* m = find(members(itf), name);
+        return m != nullptr ? m->id : -1;
+    };
+    auto hashMembers = [&] {
+        std::vector<std::wstring> names;
+        for (const Member& m : members(L"Iwrp_QHash_QObject___int_")) names.push_back(m.name);
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    const struct {
+        const char* anchor;
+        std::function<bool()> holds;
+    } gaps[] = {
+        {"QString_operator_LESS_ASSIGMENT_2 absent", [&] { return absent(L"Iwrp_QString", L"QString_operator_LESS_ASSIGMENT_2"); }},
+        {"QString_operator_LESS_ASSIGMENT at 0x0D00113F",
+         [&] { return dispid(L"Iwrp_QString", L"QString_operator_LESS_ASSIGMENT") == 0x0D00113F; }},
+        {"QWidget_close absent", [&] { return absent(L"Iwrp_QWidget", L"QWidget_close"); }},
+        {"QWidget_repaint to _4 absent", [&] { return absent(L"Iwrp_QWidget", L"QWidget_repaint_4"); }},
+        {"QWidget_parentWidget absent", [&] { return absent(L"Iwrp_QWidget", L"QWidget_parentWidget"); }},
+        {"QMetaObject_classInfo at 0x0D001004",
+         [&] { return dispid(L"Iwrp_QMetaObject", L"QMetaObject_classInfo") == 0x0D001004; }},
+        {"QColor_alpha first at 0x0D001004", [&] {
+             std::vector<Member> color = members(L"Iwrp_QColor");
+             return !color.empty() && color.front().name == L"QColor_alpha" && color.front().id == 0x0D001004;
+         }},
+        {"QHash<QObject *,int> holds begin, end, detach and its destructor only",
+         [&] {
+             return hashMembers() == std::vector<std::wstring>{L"QHash_QObject___int__DTOR_QHash_QObject___int_",
+                                                               L"QHash_QObject___int__begin",
+                                                               L"QHash_QObject___int__detach", L"QHash_QObject___int__end"};
+         }},
+        {"QWidget_childAt takes (int, int)",
+         [&] {
+             const Member* m = find(members(L"Iwrp_QWidget"), L"QWidget_childAt");
+             return m != nullptr && m->signature.find(L"int [in], int [in]") == 0;
+         }},
+    };
+    for (const auto& gap : gaps) {
+        const bool holds = gap.holds();
+        std::printf("%s: %s\n", holds ? "NOW HOLDS" : "known gap", gap.anchor);
+        EXPECT_FALSE(holds) << gap.anchor << " now holds: move it to the anchors that hold";
+    }
 }
 
 TEST_F(TypeLibrary, GetIDsOfNamesResolvesLongNames) {
