@@ -20,7 +20,10 @@ HRESULT CallId(IDispatch* object, DISPID id, VARIANT* kept = nullptr) {
   VARIANT result;
   VariantInit(&result);
   HRESULT hr = object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, &result, nullptr, nullptr);
-  if (kept != nullptr) *kept = result; else VariantClear(&result);
+  if (kept != nullptr)
+    *kept = result;
+  else
+    VariantClear(&result);
   return hr;
 }
 
@@ -65,7 +68,8 @@ bool InvokeSection(const Subject& s, IDispatch* exposer) {
   const std::string member = Narrow(s.members[0]);
   std::vector<Case> cases = {
       {"exposer->Invoke(" + member + ")", [&] { CallId(exposer, id); }},
-      {"ITypeInfo::Invoke(body, " + member + ")", [&] {
+      {"ITypeInfo::Invoke(body, " + member + ")",
+       [&] {
          VARIANT result;
          typeInfoInvoke(&result);
        }},
@@ -92,13 +96,13 @@ bool NamesSection(const Subject& s, IDispatch* exposer) {
   for (int k = 0; k < 3; ++k) {
     ok = ok && Check(kwtest::IdOf(exposer, s.members[k], &id) == S_OK, "each composed class answers");
     const wchar_t* name = s.members[k];
-    cases.push_back({std::string(ordinals[k]) + " class: " + Narrow(name),
-                     [=, &id] { kwtest::IdOf(exposer, name, &id); }});
+    cases.push_back(
+        {std::string(ordinals[k]) + " class: " + Narrow(name), [=, &id] { kwtest::IdOf(exposer, name, &id); }});
   }
   cases.push_back({"unknown name", [=, &id] { kwtest::IdOf(exposer, unknown, &id); }});
   LPOLESTR first = const_cast<LPOLESTR>(s.members[0]);
-  cases.push_back({"raw ITypeInfo::GetIDsOfNames, 1st class",
-                   [=, &id, &first] { info->GetIDsOfNames(&first, 1, &id); }});
+  cases.push_back(
+      {"raw ITypeInfo::GetIDsOfNames, 1st class", [=, &id, &first] { info->GetIDsOfNames(&first, 1, &id); }});
   if (ok) {
     RunInterleaved(cases);
     PrintCases(cases, {0, 4});
@@ -289,7 +293,10 @@ TypeLibraryLoad MeasureTypeLibraryLoad(const wchar_t* dll) {
     ITypeLib* first = nullptr;
     ITypeLib* second = nullptr;
     const double ns = timed(&first);
-    if (round == 0) load.firstNs = ns; else fresh.push_back(ns);
+    if (round == 0)
+      load.firstNs = ns;
+    else
+      fresh.push_back(ns);
     held.push_back(timed(&second));
     if (second != nullptr) second->Release();
     if (first != nullptr) first->Release();

@@ -41,7 +41,7 @@ int main() {
     kwtest::ManagerHost qt(L"kwQtWrappers.dll");
     kwtest::RecordingManager bodyManager;
     Iwrp_SWidget* body = kwtest::MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget,
-                                                          static_cast<SWidget*>(&button), &bodyManager);
+                                                           static_cast<SWidget*>(&button), &bodyManager);
     if (!sample.ready() || !qt.ready() || body == nullptr) {
       std::printf("could not load the wrappers DLLs or make the compiled-in wrapper\n");
       return 1;
@@ -61,9 +61,11 @@ int main() {
       long enabled = 0;
       body->SWidget_isEnabled(&enabled);
     };
-    s.chains.push_back({"sample chain", sample.manager(), {L"SString", L"SFrame", L"SButtonGroup"},
-                        {&text, &frame, &group}});
-    s.chains.push_back({"Qt chain, placeholders", qt.manager(), {L"QGenericArgument", L"QWidget", L"QActionGroup"},
+    s.chains.push_back(
+        {"sample chain", sample.manager(), {L"SString", L"SFrame", L"SButtonGroup"}, {&text, &frame, &group}});
+    s.chains.push_back({"Qt chain, placeholders",
+                        qt.manager(),
+                        {L"QGenericArgument", L"QWidget", L"QActionGroup"},
                         {placeholder, placeholder, placeholder}});
     s.threadType = L"SSize";
     s.threadMember = L"SSize_width";

@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     kwtest::ManagerHost qt(L"kwQtWrappers.dll");
     kwtest::RecordingManager bodyManager;
     Iwrp_QWidget* body = kwtest::MakeWrapper<Iwrp_QWidget>(&wrp_QWidget_CreateBound, IID_Iwrp_QWidget,
-                                                          static_cast<QWidget*>(button), &bodyManager);
+                                                           static_cast<QWidget*>(button), &bodyManager);
     if (!qt.ready() || body == nullptr) {
       std::printf("could not load kwQtWrappers.dll or make the compiled-in wrapper\n");
       return 1;
@@ -72,8 +72,8 @@ int main(int argc, char** argv) {
       long enabled = 0;
       body->QWidget_isEnabled(&enabled);
     };
-    s.chains.push_back({"Qt chain", qt.manager(), {L"QGenericArgument", L"QWidget", L"QActionGroup"},
-                        {&generic, &window, &actions}});
+    s.chains.push_back(
+        {"Qt chain", qt.manager(), {L"QGenericArgument", L"QWidget", L"QActionGroup"}, {&generic, &window, &actions}});
     s.threadType = L"QSize";
     s.threadMember = L"QSize_width";
     s.newThreadObject = [] { return static_cast<void*>(new QSize(3, 4)); };

@@ -35,15 +35,18 @@ int DemoQtModule() {
     Step("GetModuleIntf", library.entry()(reinterpret_cast<void**>(&module)));
 
     ImxModuleIntf* listeners = nullptr;
-    Step("QueryInterface(ImxModuleIntf)", module->QueryInterface(IID_ImxModuleIntf, reinterpret_cast<void**>(&listeners)));
+    Step("QueryInterface(ImxModuleIntf)",
+         module->QueryInterface(IID_ImxModuleIntf, reinterpret_cast<void**>(&listeners)));
     Step("AddPrimaryListener(demo listener)", listeners->AddPrimaryListener(&listener));
 
     IWrappersModule* wrappersModule = nullptr;
-    Step("QueryInterface(IWrappersModule)", module->QueryInterface(IID_IWrappersModule, reinterpret_cast<void**>(&wrappersModule)));
+    Step("QueryInterface(IWrappersModule)",
+         module->QueryInterface(IID_IWrappersModule, reinterpret_cast<void**>(&wrappersModule)));
     IUnknown* managerUnknown = nullptr;
     Step("CreateWrappersManager", wrappersModule->CreateWrappersManager(&managerUnknown));
     IWrappersManager* manager = nullptr;
-    Step("QueryInterface(IWrappersManager)", managerUnknown->QueryInterface(IID_IWrappersManager, reinterpret_cast<void**>(&manager)));
+    Step("QueryInterface(IWrappersManager)",
+         managerUnknown->QueryInterface(IID_IWrappersManager, reinterpret_cast<void**>(&manager)));
 
     int someObject = 42;
     IDispatch* wrapper = nullptr;

@@ -66,7 +66,9 @@ int main(int argc, char** argv) {
   QCheckBox* agree = new QCheckBox("I agree");
   QLabel* status = new QLabel("(nothing yet)");
   QListWidget* items = new QListWidget;
-  items->addItems(QStringList() << "red" << "green" << "blue");
+  items->addItems(QStringList() << "red"
+                                << "green"
+                                << "blue");
   foreach (QWidget* widget, QList<QWidget*>() << name << ok << agree << status << items) layout->addWidget(widget);
   window.resize(320, 260);
   window.show();
@@ -115,7 +117,9 @@ int main(int argc, char** argv) {
     std::printf("    the QSize object holds %d x %d\n", buttonSize->width(), buttonSize->height());
 
     std::printf("\nA list walked through iterator wrappers\n");
-    QStringList colours = QStringList() << "red" << "green" << "blue";
+    QStringList colours = QStringList() << "red"
+                                        << "green"
+                                        << "blue";
     IDispatch* list = host.Wrap(L"QStringList", &colours);
     Result it, end;
     Play("list", list, L"QList_QString__begin", {}, "", &it);
@@ -149,9 +153,8 @@ int main(int argc, char** argv) {
     std::printf("\nUnload\n");
     IUnknown* module = nullptr;
     ImxModuleIntf* listeners = nullptr;
-    reinterpret_cast<GetModuleIntfFn>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kwQtWrappers.dll"),
-                                                                              "GetModuleIntf")))(
-        reinterpret_cast<void**>(&module));
+    reinterpret_cast<GetModuleIntfFn>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleW(L"kwQtWrappers.dll"), "GetModuleIntf")))(reinterpret_cast<void**>(&module));
     module->QueryInterface(IID_ImxModuleIntf, reinterpret_cast<void**>(&listeners));
     listeners->AddPrimaryListener(&listener);
     listeners->Release();

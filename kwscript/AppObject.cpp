@@ -58,10 +58,14 @@ HRESULT TextOfObject(const VARIANT* arg, QString* text) {
   const std::vector<std::wstring> composed = CScriptObject::ComposedInterfaces(exposer);
   const std::wstring own = composed.empty() ? L"" : composed.back();
   if (instance == nullptr) return DISP_E_TYPEMISMATCH;
-  if (own == L"Iwrp_QString") *text = *static_cast<QString*>(instance);
-  else if (own == L"Iwrp_QByteArray") *text = QString::fromUtf8(*static_cast<QByteArray*>(instance));
-  else if (own == L"Iwrp_QLatin1String") *text = QString(*static_cast<QLatin1String*>(instance));
-  else return DISP_E_TYPEMISMATCH;
+  if (own == L"Iwrp_QString")
+    *text = *static_cast<QString*>(instance);
+  else if (own == L"Iwrp_QByteArray")
+    *text = QString::fromUtf8(*static_cast<QByteArray*>(instance));
+  else if (own == L"Iwrp_QLatin1String")
+    *text = QString(*static_cast<QLatin1String*>(instance));
+  else
+    return DISP_E_TYPEMISMATCH;
   return S_OK;
 }
 

@@ -3,8 +3,12 @@
 #include <QtGui/QVBoxLayout>
 
 DemoForm::DemoForm()
-    : m_name(new QLineEdit), m_ok(new QPushButton("OK")), m_agree(new QCheckBox("I agree")),
-      m_color(new QComboBox), m_items(new QListWidget), m_status(new QLabel) {
+    : m_name(new QLineEdit),
+      m_ok(new QPushButton("OK")),
+      m_agree(new QCheckBox("I agree")),
+      m_color(new QComboBox),
+      m_items(new QListWidget),
+      m_status(new QLabel) {
   setWindowTitle("kwscript demo form");
   m_name->setObjectName("nameEdit");
   m_ok->setObjectName("okButton");
@@ -12,8 +16,12 @@ DemoForm::DemoForm()
   m_color->setObjectName("colorBox");
   m_items->setObjectName("itemList");
   m_status->setObjectName("statusLabel");
-  m_color->addItems(QStringList() << "red" << "green" << "blue");
-  m_items->addItems(QStringList() << "first" << "second" << "third");
+  m_color->addItems(QStringList() << "red"
+                                  << "green"
+                                  << "blue");
+  m_items->addItems(QStringList() << "first"
+                                  << "second"
+                                  << "third");
   QVBoxLayout* layout = new QVBoxLayout(this);
   foreach (QWidget* widget, QList<QWidget*>() << m_name << m_ok << m_agree << m_color << m_items << m_status)
     layout->addWidget(widget);

@@ -26,8 +26,9 @@ bool SameIgnoringCase(const wchar_t* wide, const char* narrow) {
 
 const InterfaceInfo* FindInterface(const wchar_t* name) {
   const InterfaceInfo* end = kInterfaces + kInterfaceCount;
-  const InterfaceInfo* found = std::lower_bound(
-      kInterfaces, end, name, [](const InterfaceInfo& info, const wchar_t* key) { return CompareName(key, info.name) > 0; });
+  const InterfaceInfo* found =
+      std::lower_bound(kInterfaces, end, name,
+                       [](const InterfaceInfo& info, const wchar_t* key) { return CompareName(key, info.name) > 0; });
   return found != end && CompareName(name, found->name) == 0 ? found : nullptr;
 }
 

@@ -25,7 +25,8 @@ struct Known {
 
 const Known kKnown[] = {
     {DISP_E_TYPEMISMATCH, "DISP_E_TYPEMISMATCH", "an argument has a type the member does not take"},
-    {DISP_E_BADPARAMCOUNT, "DISP_E_BADPARAMCOUNT", "the member takes another number of arguments (all of them, always)"},
+    {DISP_E_BADPARAMCOUNT, "DISP_E_BADPARAMCOUNT",
+     "the member takes another number of arguments (all of them, always)"},
     {DISP_E_UNKNOWNNAME, "DISP_E_UNKNOWNNAME", "the object has no member of that name"},
     {DISP_E_MEMBERNOTFOUND, "DISP_E_MEMBERNOTFOUND", "the object has no such member"},
     {DISP_E_EXCEPTION, "DISP_E_EXCEPTION", "the member failed; its own code follows"},
@@ -69,7 +70,7 @@ class CScriptSite final : public IActiveScriptSite {
     *ppv = nullptr;
     return E_NOINTERFACE;
   }
-  STDMETHOD_(ULONG, AddRef)() override { return 2; }   // lives on the runner's stack
+  STDMETHOD_(ULONG, AddRef)() override { return 2; }  // lives on the runner's stack
   STDMETHOD_(ULONG, Release)() override { return 1; }
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
@@ -98,9 +99,8 @@ class CScriptSite final : public IActiveScriptSite {
     error->GetSourcePosition(&context, &line, &column);
     const HRESULT hr = info.scode != 0 ? info.scode : static_cast<HRESULT>(0x800A0000 | info.wCode);
     const Known* known = Lookup(hr);
-    std::printf("%s:%lu:%ld: script error 0x%08lX %s: %s",
-                QString::fromStdWString(m_path).toUtf8().constData(), line + 1, column + 1,
-                static_cast<unsigned long>(hr), known ? known->name : "(no name)",
+    std::printf("%s:%lu:%ld: script error 0x%08lX %s: %s", QString::fromStdWString(m_path).toUtf8().constData(),
+                line + 1, column + 1, static_cast<unsigned long>(hr), known ? known->name : "(no name)",
                 known ? known->meaning : "see the description");
     if (info.bstrDescription != nullptr && SysStringLen(info.bstrDescription) > 0)
       std::printf(" (%s)", QString::fromWCharArray(info.bstrDescription).toUtf8().constData());
@@ -147,10 +147,11 @@ bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   }
   const bool vbscript = path.size() > 4 && lstrcmpiW(path.c_str() + path.size() - 4, L".vbs") == 0;
   IActiveScript* engine = nullptr;
-  HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr,
-                                CLSCTX_INPROC_SERVER, IID_IActiveScript, reinterpret_cast<void**>(&engine));
+  HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_IActiveScript, reinterpret_cast<void**>(&engine));
   if (FAILED(hr)) {
-    std::printf("kwscript: no %s engine (0x%08lX)\n", vbscript ? "VBScript" : "JScript", static_cast<unsigned long>(hr));
+    std::printf("kwscript: no %s engine (0x%08lX)\n", vbscript ? "VBScript" : "JScript",
+                static_cast<unsigned long>(hr));
     return false;
   }
   CScriptSite site(path, app);

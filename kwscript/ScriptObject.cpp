@@ -72,8 +72,8 @@ class ConvertedArguments {
   HRESULT MakeString(VARIANT* arg, ScriptContext* context) {
     const BSTR text = V_BSTR(arg);
     IDispatch* made = nullptr;
-    HRESULT hr = context->manager->CreateWrapper(
-        L"QString", new QString(QString::fromWCharArray(text, SysStringLen(text))), &made);
+    HRESULT hr = context->manager->CreateWrapper(L"QString",
+                                                 new QString(QString::fromWCharArray(text, SysStringLen(text))), &made);
     if (FAILED(hr)) return hr;
     m_made.push_back(made);
     V_VT(arg) = VT_DISPATCH;
@@ -204,8 +204,8 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
   return hr;
 }
 
-STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params,
-                                   VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
+STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
+                                   EXCEPINFO* exception, UINT* argumentError) {
   auto known = m_members.find(id);
   const MemberInfo* member = known != m_members.end() ? known->second : nullptr;
   if (member == nullptr || params == nullptr)

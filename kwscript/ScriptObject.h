@@ -42,8 +42,9 @@ class CScriptObject final : public IDispatch {
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** info) override;
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
-  STDMETHOD(Invoke)(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
-                    EXCEPINFO* exception, UINT* argumentError) override;
+  STDMETHOD(Invoke)
+  (DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
+   UINT* argumentError) override;
 
  private:
   CScriptObject(IDispatch* exposer, ScriptContext* context);

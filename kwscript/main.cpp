@@ -19,25 +19,39 @@ namespace {
 
 const char* ArgumentWord(char kind) {
   switch (kind) {
-    case 'b': return "boolean";
-    case 'e': return "number (enumeration)";
-    case 'n': return "number";
-    case 't': return "string (bytes)";
-    case 's': return "string or QString";
-    case 'o': return "object";
-    default: return "pointer";
+    case 'b':
+      return "boolean";
+    case 'e':
+      return "number (enumeration)";
+    case 'n':
+      return "number";
+    case 't':
+      return "string (bytes)";
+    case 's':
+      return "string or QString";
+    case 'o':
+      return "object";
+    default:
+      return "pointer";
   }
 }
 
 const char* ResultWord(char kind) {
   switch (kind) {
-    case '-': return "nothing";
-    case 'b': return "boolean";
-    case 'e': return "number (enumeration)";
-    case 'n': return "number";
-    case 'o': return "object";
-    case 'r': return "object or null";
-    default: return "pointer";
+    case '-':
+      return "nothing";
+    case 'b':
+      return "boolean";
+    case 'e':
+      return "number (enumeration)";
+    case 'n':
+      return "number";
+    case 'o':
+      return "object";
+    case 'r':
+      return "object or null";
+    default:
+      return "pointer";
   }
 }
 

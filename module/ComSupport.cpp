@@ -32,8 +32,8 @@ HRESULT CAtlModule::GetGITPtr(IGlobalInterfaceTable** git) {
   if (git == nullptr) return E_POINTER;
   HRESULT hr = S_OK;
   if (m_git == nullptr) {
-    hr = CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                          IID_IGlobalInterfaceTable, reinterpret_cast<void**>(&m_git));
+    hr = CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER, IID_IGlobalInterfaceTable,
+                          reinterpret_cast<void**>(&m_git));
     if (FAILED(hr)) {
       m_git = nullptr;
       return hr;
@@ -74,8 +74,8 @@ void CAtlModule::Term() {
   }
 }
 
-HRESULT CComObjectRootBase::InternalQueryInterface(CComObjectRootBase* object, const InterfaceEntry* map,
-                                                   REFIID iid, void** ppv) {
+HRESULT CComObjectRootBase::InternalQueryInterface(CComObjectRootBase* object, const InterfaceEntry* map, REFIID iid,
+                                                   void** ppv) {
   if (object == nullptr || map == nullptr) return E_INVALIDARG;
   if (ppv == nullptr) return E_POINTER;
   *ppv = nullptr;

@@ -22,9 +22,7 @@ namespace kwatl {
 constexpr LONG kDestroyedRefCount = static_cast<LONG>(0xC0000001);
 
 // HRESULT of a failed Win32 call whose error code is `code`.
-inline HRESULT HResultFromWin32Code(DWORD code) {
-  return static_cast<HRESULT>(0x80070000u | (code & 0xFFFFu));
-}
+inline HRESULT HResultFromWin32Code(DWORD code) { return static_cast<HRESULT>(0x80070000u | (code & 0xFFFFu)); }
 
 // Initialises `cs` with spin count 0. Returns S_OK, or the HRESULT of the
 // error code when initialisation fails with a non-zero code.
@@ -103,8 +101,7 @@ constexpr InterfaceEntry FaceEntry(const IID& iid) {
 class CComObjectRootBase {
  public:
   // Looks `iid` up in `map` (terminated by a row with a null iid).
-  static HRESULT InternalQueryInterface(CComObjectRootBase* object, const InterfaceEntry* map, REFIID iid,
-                                        void** ppv);
+  static HRESULT InternalQueryInterface(CComObjectRootBase* object, const InterfaceEntry* map, REFIID iid, void** ppv);
 
   HRESULT FinalConstruct() { return S_OK; }
   // Runs first thing in destruction, right after the guard value is set and
@@ -152,8 +149,8 @@ class CComObject final : public Base {
   }
 
   STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
-    return CComObjectRootBase::InternalQueryInterface(static_cast<CComObjectRootBase*>(this),
-                                                      Base::GetInterfaceMap(), iid, ppv);
+    return CComObjectRootBase::InternalQueryInterface(static_cast<CComObjectRootBase*>(this), Base::GetInterfaceMap(),
+                                                      iid, ppv);
   }
   STDMETHOD_(ULONG, AddRef)() override { return this->InternalAddRef(); }
   STDMETHOD_(ULONG, Release)() override {

@@ -32,8 +32,7 @@ bool IsHardwareFault(DWORD code) {
 
 LONG CALLBACK ResumeAfterFault(EXCEPTION_POINTERS* info) {
   GuardFrame* frame = t_innermostGuard;
-  if (frame == nullptr || !IsHardwareFault(info->ExceptionRecord->ExceptionCode))
-    return EXCEPTION_CONTINUE_SEARCH;
+  if (frame == nullptr || !IsHardwareFault(info->ExceptionRecord->ExceptionCode)) return EXCEPTION_CONTINUE_SEARCH;
   frame->faulted = true;
   *info->ContextRecord = frame->resume;
   return EXCEPTION_CONTINUE_EXECUTION;

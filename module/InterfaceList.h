@@ -39,15 +39,24 @@ class CInterfaceList {
     if (item != nullptr) item->AddRef();
     node->prev = m_tail;
     node->next = nullptr;
-    if (m_tail != nullptr) m_tail->next = node; else m_head = node;
+    if (m_tail != nullptr)
+      m_tail->next = node;
+    else
+      m_head = node;
     m_tail = node;
     ++m_count;
   }
 
   // Unlinks `node` and releases its reference.
   void RemoveAt(Node* node) {
-    if (node->prev != nullptr) node->prev->next = node->next; else m_head = node->next;
-    if (node->next != nullptr) node->next->prev = node->prev; else m_tail = node->prev;
+    if (node->prev != nullptr)
+      node->prev->next = node->next;
+    else
+      m_head = node->next;
+    if (node->next != nullptr)
+      node->next->prev = node->prev;
+    else
+      m_tail = node->prev;
     IUnknown* item = node->item;
     node->next = m_free;
     m_free = node;

@@ -6,9 +6,9 @@
 #include <oaidl.h>
 
 // Builds a GUID constant from its textual parts (usable in constant expressions).
-constexpr GUID kwMakeGuid(unsigned long d1, unsigned short d2, unsigned short d3,
-                          unsigned char b0, unsigned char b1, unsigned char b2, unsigned char b3,
-                          unsigned char b4, unsigned char b5, unsigned char b6, unsigned char b7) {
+constexpr GUID kwMakeGuid(unsigned long d1, unsigned short d2, unsigned short d3, unsigned char b0, unsigned char b1,
+                          unsigned char b2, unsigned char b3, unsigned char b4, unsigned char b5, unsigned char b6,
+                          unsigned char b7) {
   return GUID{d1, d2, d3, {b0, b1, b2, b3, b4, b5, b6, b7}};
 }
 
@@ -49,8 +49,7 @@ struct IModuleUnloadListener : public IUnknown {
 
 // Turns (type name, raw instance pointer) into an automation object.
 struct IWrappersManager : public IUnknown {
-  virtual HRESULT STDMETHODCALLTYPE CreateWrapper(const wchar_t* typeName, void* instance,
-                                                  IDispatch** result) = 0;
+  virtual HRESULT STDMETHODCALLTYPE CreateWrapper(const wchar_t* typeName, void* instance, IDispatch** result) = 0;
 };
 
 // Installs the host's dispatch sink on a wrappers manager.

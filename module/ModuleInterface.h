@@ -17,9 +17,7 @@ class ImxModuleIntfImpl : public ImxModuleIntf {
   STDMETHOD(AddPrimaryListener)(IUnknown* listener) override { return AddListener(m_primary, listener); }
   STDMETHOD(RemovePrimaryListener)(IUnknown* listener) override { return RemoveListener(m_primary, listener); }
   STDMETHOD(AddSecondaryListener)(IUnknown* listener) override { return AddListener(m_secondary, listener); }
-  STDMETHOD(RemoveSecondaryListener)(IUnknown* listener) override {
-    return RemoveListener(m_secondary, listener);
-  }
+  STDMETHOD(RemoveSecondaryListener)(IUnknown* listener) override { return RemoveListener(m_secondary, listener); }
 
   virtual ~ImxModuleIntfImpl() {
     m_secondary.RemoveAll();

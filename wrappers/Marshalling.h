@@ -24,8 +24,7 @@ class InstanceArgument {
   // Queries the argument for IkwInstanceProxy; the result of the query is
   // not looked at.
   explicit InstanceArgument(IDispatch* argument) {
-    if (argument != nullptr)
-      argument->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&m_proxy));
+    if (argument != nullptr) argument->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&m_proxy));
   }
   InstanceArgument(const InstanceArgument&) = delete;
   InstanceArgument& operator=(const InstanceArgument&) = delete;

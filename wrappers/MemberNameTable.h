@@ -59,6 +59,6 @@ class CMemberNameTable {
 
   SRWLOCK m_lock = SRWLOCK_INIT;
   bool m_ready = false;
-  std::vector<Entry> m_entries;          // first answer of each name, composition order
-  std::vector<std::uint32_t> m_slots;    // open addressing over m_entries, 0: empty, else position + 1
+  std::vector<Entry> m_entries;        // first answer of each name, composition order
+  std::vector<std::uint32_t> m_slots;  // open addressing over m_entries, 0: empty, else position + 1
 };

@@ -75,12 +75,13 @@ class CWrapperBase : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>
 
   // Argument conversion is the platform's standard dispatch against the
   // interface's type information, which calls this object's own method.
-  STDMETHOD(Invoke)(DISPID dispId, REFIID, LCID, WORD flags, DISPPARAMS* params, VARIANT* result,
-                    EXCEPINFO* exceptionInfo, UINT* argumentError) override {
+  STDMETHOD(Invoke)
+  (DISPID dispId, REFIID, LCID, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exceptionInfo,
+   UINT* argumentError) override {
     ITypeInfo* info = GetWrapperTypeInfo();
     if (info == nullptr) return E_FAIL;
-    HRESULT hr = info->Invoke(static_cast<Interface*>(this), dispId, flags, params, result, exceptionInfo,
-                              argumentError);
+    HRESULT hr =
+        info->Invoke(static_cast<Interface*>(this), dispId, flags, params, result, exceptionInfo, argumentError);
     info->Release();
     return hr;
   }

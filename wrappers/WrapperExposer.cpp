@@ -44,8 +44,7 @@ CBaseWrapperExposer::~CBaseWrapperExposer() {
 HRESULT CBaseWrapperExposer::Init(void* instance, CStaticWrappersManager* manager) {
   m_pInstance = instance;
   m_pManager = manager;
-  if (m_pMarshaler == nullptr)
-    CoCreateFreeThreadedMarshaler(static_cast<IDispatch*>(this), &m_pMarshaler);
+  if (m_pMarshaler == nullptr) CoCreateFreeThreadedMarshaler(static_cast<IDispatch*>(this), &m_pMarshaler);
   return S_OK;
 }
 

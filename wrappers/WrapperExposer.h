@@ -47,8 +47,9 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** typeInfo) override;
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* dispIds) override;
-  STDMETHOD(Invoke)(DISPID dispId, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
-                    EXCEPINFO* exceptionInfo, UINT* argumentError) override;
+  STDMETHOD(Invoke)
+  (DISPID dispId, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exceptionInfo,
+   UINT* argumentError) override;
 
   // Binds the exposer: stores the instance and the manager and aggregates
   // the free-threaded marshaler. Composing exposers add their wrappers.
@@ -73,12 +74,12 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
   // Appends `object` with a reference of the array's own.
   void AppendContained(IDispatch* object);
 
-  IUnknown* m_pMarshaler = nullptr;       // inner unknown of the free-threaded marshaler
-  std::vector<IDispatch*> m_contained;    // composed wrappers, creation order
-  std::map<DISPID, unsigned> m_routes;    // DISPID -> index of the owning wrapper, under m_routesLock
-  SRWLOCK m_routesLock = SRWLOCK_INIT;    // hosts call one exposer from many threads
-  CMemberNameTable* m_names = nullptr;    // the names of this exposer class, shared; null: search in order
-  void* m_pInstance = nullptr;            // not owned
+  IUnknown* m_pMarshaler = nullptr;              // inner unknown of the free-threaded marshaler
+  std::vector<IDispatch*> m_contained;           // composed wrappers, creation order
+  std::map<DISPID, unsigned> m_routes;           // DISPID -> index of the owning wrapper, under m_routesLock
+  SRWLOCK m_routesLock = SRWLOCK_INIT;           // hosts call one exposer from many threads
+  CMemberNameTable* m_names = nullptr;           // the names of this exposer class, shared; null: search in order
+  void* m_pInstance = nullptr;                   // not owned
   CStaticWrappersManager* m_pManager = nullptr;  // borrowed
 
  private:

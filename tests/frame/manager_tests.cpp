@@ -29,8 +29,7 @@ class ManagerTest : public ::testing::Test {
     ASSERT_EQ(S_OK, module->QueryInterface(IID_IWrappersModule, reinterpret_cast<void**>(&wrappers)));
     ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&manager_));
     ASSERT_EQ(S_OK, manager_->QueryInterface(IID_IWrappersManager, reinterpret_cast<void**>(&wrappersManager_)));
-    ASSERT_EQ(S_OK,
-              manager_->QueryInterface(IID_IkwQtDispatchNotificator, reinterpret_cast<void**>(&notificator_)));
+    ASSERT_EQ(S_OK, manager_->QueryInterface(IID_IkwQtDispatchNotificator, reinterpret_cast<void**>(&notificator_)));
     wrappers->Release();
     module->Release();
   }
@@ -74,9 +73,17 @@ TEST_F(ManagerTest, FacesAndIdentity) {
 }
 
 TEST_F(ManagerTest, UnknownNamesGiveNoInterfaceAndLeaveTheResult) {
-  const wchar_t* names[] = {L"QObject",  L"qsize",  L"QSize ", L" QSize", L"QSIZE", L"",
-                            L"QList< QString >", L"QList<QString >", L"QFlags<Qt::WindowType>",
-                            L"QMap<QString, QVariant>", nullptr};
+  const wchar_t* names[] = {L"QObject",
+                            L"qsize",
+                            L"QSize ",
+                            L" QSize",
+                            L"QSIZE",
+                            L"",
+                            L"QList< QString >",
+                            L"QList<QString >",
+                            L"QFlags<Qt::WindowType>",
+                            L"QMap<QString, QVariant>",
+                            nullptr};
   for (const wchar_t* name : names) {
     bool untouched = false;
     EXPECT_EQ(E_NOINTERFACE, CreateWrapper(name, &untouched)) << (name ? name : L"<null>");

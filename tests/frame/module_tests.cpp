@@ -68,8 +68,8 @@ TEST(ModuleEntry, IdentityOfBothFaces) {
   EXPECT_EQ(E_NOINTERFACE, module->QueryInterface(IID_IWrappersManager, &other));
   EXPECT_EQ(E_POINTER, wrappers->QueryInterface(IID_IUnknown, nullptr));
 
-  for (IUnknown* face : {static_cast<IUnknown*>(back), fromWrappers, fromListeners,
-                         static_cast<IUnknown*>(wrappers), static_cast<IUnknown*>(listeners), module})
+  for (IUnknown* face : {static_cast<IUnknown*>(back), fromWrappers, fromListeners, static_cast<IUnknown*>(wrappers),
+                         static_cast<IUnknown*>(listeners), module})
     face->Release();
   EXPECT_EQ(1u, RefCountOf(module));
 }

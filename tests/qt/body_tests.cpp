@@ -61,7 +61,8 @@ TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
 TEST(QtBodyTest, IndexOutOfRangeReachesQtsAssertion) {
   RecordingManager manager;
   QStringList list = QStringList() << "only";
-  auto* wrapper = MakeWrapper<Iwrp_QList_QString_>(&wrp_QList_QString__CreateBound, IID_Iwrp_QList_QString_, &list, &manager);
+  auto* wrapper =
+      MakeWrapper<Iwrp_QList_QString_>(&wrp_QList_QString__CreateBound, IID_Iwrp_QList_QString_, &list, &manager);
   ASSERT_NE(nullptr, wrapper);
   Messages().clear();
   IDispatch* element = nullptr;

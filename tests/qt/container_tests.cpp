@@ -42,7 +42,9 @@ class ContainerTest : public QtTest {
     return seen;
   }
 
-  QStringList abc_ = QStringList() << "a" << "b" << "c";
+  QStringList abc_ = QStringList() << "a"
+                                   << "b"
+                                   << "c";
 };
 
 TEST_F(ContainerTest, ListElementsComeBackAsCopies) {

@@ -73,8 +73,8 @@ TEST_F(IdentityTest, MarshalIsTheFreeThreadedMarshaler) {
   IMarshal* marshal = nullptr;
   ASSERT_EQ(S_OK, exposer_->QueryInterface(IID_IMarshal, reinterpret_cast<void**>(&marshal)));
   CLSID unmarshaler = CLSID_NULL;
-  EXPECT_EQ(S_OK, marshal->GetUnmarshalClass(IID_IDispatch, exposer_, MSHCTX_INPROC, nullptr,
-                                             MSHLFLAGS_NORMAL, &unmarshaler));
+  EXPECT_EQ(S_OK, marshal->GetUnmarshalClass(IID_IDispatch, exposer_, MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL,
+                                             &unmarshaler));
   // {0000033A-0000-0000-C000-000000000046}, the in-process free-threaded unmarshaler.
   const CLSID freeThreaded = {0x0000033A, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
   EXPECT_EQ(freeThreaded, unmarshaler);

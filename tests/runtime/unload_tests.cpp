@@ -53,8 +53,8 @@ class UnloadTest : public ::testing::Test {
     CreateDirectoryW(folder_.c_str(), nullptr);
     RemoveLogs();
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, kQuillmoorKey, 0, nullptr, 0, KEY_SET_VALUE,
-                                             nullptr, &key, nullptr));
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegCreateKeyExW(HKEY_CURRENT_USER, kQuillmoorKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr));
     const LONG rc = RegSetValueExW(key, kFolderValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(folder_.c_str()),
                                    static_cast<DWORD>((folder_.size() + 1) * sizeof(wchar_t)));
     RegCloseKey(key);
@@ -116,8 +116,8 @@ class UnloadTest : public ::testing::Test {
 
 std::string ReadFile(const std::wstring& path) {
   std::string bytes;
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                            0, nullptr);
+  HANDLE file =
+      CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return bytes;
   char buffer[4096];
   DWORD read = 0;

@@ -84,7 +84,8 @@ TEST_F(BodyTest, ResultsReachTheManagerWithTheirStaticTypeNames) {
   button.setIconSize(SSize(8, 9));
   Iwrp_SAbstractButton* wrapper =
       MakeWrapper<Iwrp_SAbstractButton>(&wrp_SAbstractButton_CreateBound, IID_Iwrp_SAbstractButton, &button, &manager_);
-  Iwrp_SWidget* widgetWrapper = MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget, &button, &manager_);
+  Iwrp_SWidget* widgetWrapper =
+      MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget, &button, &manager_);
   ASSERT_TRUE(wrapper && widgetWrapper);
 
   IDispatch* result = reinterpret_cast<IDispatch*>(1);

@@ -57,9 +57,7 @@ class RefusingArgument : public kwtest::HostObject<IDispatch> {
   STDMETHOD(GetTypeInfoCount)(UINT* count) override { return E_NOTIMPL; }
   STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   STDMETHOD(GetIDsOfNames)(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-  STDMETHOD(Invoke)(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
-    return E_NOTIMPL;
-  }
+  STDMETHOD(Invoke)(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override { return E_NOTIMPL; }
   RefusingProxy proxy;
 };
 
@@ -215,16 +213,15 @@ TEST_F(SampleTest, ValueResultsAreNewObjectsOverSeparateCopies) {
   Result widened;
   ASSERT_EQ(S_OK, CallByName(flags.object(), L"SFlags_enum_Sample_WindowType__operator_OR",
                              {I4(Sample::StaysOnTopHint)}, &widened.value));
-  EXPECT_EQ(Sample::Dialog | Sample::StaysOnTopHint,
-            InstanceAs<SFlags<Sample::WindowType>>(widened.object())->value());
+  EXPECT_EQ(Sample::Dialog | Sample::StaysOnTopHint, InstanceAs<SFlags<Sample::WindowType>>(widened.object())->value());
   EXPECT_EQ(Sample::Dialog, InstanceAs<SFlags<Sample::WindowType>>(flags.object())->value());
   SWidget other;
   IDispatch* otherExposer = Wrap(L"SWidget", &other);
   EXPECT_EQ(S_OK, CallByName(otherExposer, L"SWidget_setWindowFlags", {Object(widened.object())}));
   EXPECT_EQ(Sample::Dialog | Sample::StaysOnTopHint, other.windowFlags().value());
   Result hasHint;
-  EXPECT_EQ(S_OK, CallByName(widened.object(), L"SFlags_enum_Sample_WindowType__testFlag",
-                             {I4(Sample::StaysOnTopHint)}, &hasHint.value));
+  EXPECT_EQ(S_OK, CallByName(widened.object(), L"SFlags_enum_Sample_WindowType__testFlag", {I4(Sample::StaysOnTopHint)},
+                             &hasHint.value));
   EXPECT_EQ(1, V_I4(&hasHint.value));
   // Members of the template instance that nothing instantiates are not there.
   DISPID unused = 0;
@@ -357,8 +354,8 @@ TEST_F(SampleTest, StaticMembersIgnoreTheInstance) {
   EXPECT_EQ(SWidget::instances(), V_I4(&instances.value));
 
   Result translated, plain;
-  ASSERT_EQ(S_OK, CallByName(widgetExposer, L"SWidget_tr_2", {BytesRef("Open"), BytesRef("menu"), I4(3)},
-                             &translated.value));
+  ASSERT_EQ(S_OK,
+            CallByName(widgetExposer, L"SWidget_tr_2", {BytesRef("Open"), BytesRef("menu"), I4(3)}, &translated.value));
   EXPECT_EQ("Open [menu] #3", TextOf(translated.object()));
   ASSERT_EQ(S_OK, CallByName(widgetExposer, L"SWidget_tr", {BytesRef("Open"), BytesRef("")}, &plain.value));
   EXPECT_EQ("Open", TextOf(plain.object()));
@@ -470,8 +467,15 @@ TEST_F(SampleTest, NameLookupAnswersAsTheInOrderSearch) {
   ASSERT_NE(nullptr, exposer);
   UINT composed = 0;
   exposer->GetTypeInfoCount(&composed);
-  std::vector<std::wstring> names = {L"QueryInterface", L"invoke", L"GetTypeInfoCount", L"Par0", L"RetPar",
-                                     L"SWidget_", L"", L"SWidget_setEnabled ", L"SW\u00eddget_setEnabled"};
+  std::vector<std::wstring> names = {L"QueryInterface",
+                                     L"invoke",
+                                     L"GetTypeInfoCount",
+                                     L"Par0",
+                                     L"RetPar",
+                                     L"SWidget_",
+                                     L"",
+                                     L"SWidget_setEnabled ",
+                                     L"SW\u00eddget_setEnabled"};
   kwtest::ForEachFunction(exposer, [&names](const std::wstring& name, const FUNCDESC&) {
     names.push_back(name);
     std::wstring swapped = name;

@@ -51,19 +51,24 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
     shared.resize(30, 40);
     std::vector<kwtest::Probe> probes = {
         {L"SWidget_isEnabled", {}, [](const Result& r) { return V_VT(&r.value) == VT_I4 && V_I4(&r.value) == 1; }},
-        {L"SAbstractButton_text", {},
-         [](const Result& r) { return r.object() && static_cast<SString*>(kwtest::InstanceOf(r.object()))->data() ==
-                                                        std::string("shared"); }},
-        {L"SWidget_size", {},
-         [](const Result& r) { return r.object() && static_cast<SSize*>(kwtest::InstanceOf(r.object()))->width() == 30; }},
+        {L"SAbstractButton_text",
+         {},
+         [](const Result& r) {
+           return r.object() && static_cast<SString*>(kwtest::InstanceOf(r.object()))->data() == std::string("shared");
+         }},
+        {L"SWidget_size",
+         {},
+         [](const Result& r) {
+           return r.object() && static_cast<SSize*>(kwtest::InstanceOf(r.object()))->width() == 30;
+         }},
         {L"SPushButton_isDefault", {}, [](const Result& r) { return V_VT(&r.value) == VT_I4 && V_I4(&r.value) == 0; }},
     };
     // More members, more routes recorded at once.
-    for (const wchar_t* getter : {L"SWidget_opacity", L"SWidget_zoom", L"SWidget_serial", L"SWidget_shortcutKey",
-                                  L"SWidget_mnemonic", L"SWidget_alignment", L"SWidget_instanceNumber",
-                                  L"SAbstractButton_isChecked", L"SAbstractButton_checkState",
-                                  L"SAbstractButton_clickCount", L"SAbstractButton_lastAnimation",
-                                  L"SAbstractButton_iconSize", L"SWidget_windowFlagBits"})
+    for (const wchar_t* getter :
+         {L"SWidget_opacity", L"SWidget_zoom", L"SWidget_serial", L"SWidget_shortcutKey", L"SWidget_mnemonic",
+          L"SWidget_alignment", L"SWidget_instanceNumber", L"SAbstractButton_isChecked", L"SAbstractButton_checkState",
+          L"SAbstractButton_clickCount", L"SAbstractButton_lastAnimation", L"SAbstractButton_iconSize",
+          L"SWidget_windowFlagBits"})
       probes.push_back({getter, {}, [](const Result&) { return true; }});
     // A fresh exposer each time, so that its first routes are recorded by
     // eight threads at once.

@@ -27,8 +27,7 @@ int HammerExposer(IDispatch* exposer, const std::vector<Probe>& probes, int thre
     for (int round = 0; round < rounds; ++round) {
       for (const Probe& probe : probes) {
         Result result;
-        if (CallByName(exposer, probe.member, probe.args, &result.value) != S_OK || !probe.holds(result))
-          ++failures;
+        if (CallByName(exposer, probe.member, probe.args, &result.value) != S_OK || !probe.holds(result)) ++failures;
       }
       DISPID id = 0;
       if (IdOf(exposer, L"NoSuchMember", &id) != DISP_E_UNKNOWNNAME) ++failures;
@@ -65,8 +64,19 @@ struct Member {
 
 bool IsPlainNumber(VARTYPE type) {
   switch (type) {
-    case VT_I1: case VT_UI1: case VT_I2: case VT_UI2: case VT_I4: case VT_UI4: case VT_INT: case VT_UINT:
-    case VT_I8: case VT_UI8: case VT_R4: case VT_R8: case VT_BOOL:
+    case VT_I1:
+    case VT_UI1:
+    case VT_I2:
+    case VT_UI2:
+    case VT_I4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
+    case VT_I8:
+    case VT_UI8:
+    case VT_R4:
+    case VT_R8:
+    case VT_BOOL:
       return true;
     default:
       return false;
@@ -94,23 +104,55 @@ VARIANT RandomArgument(Random& random) {
   VARIANT v;
   VariantInit(&v);
   switch (random.Below(8)) {
-    case 0: V_VT(&v) = VT_I4; V_I4(&v) = static_cast<LONG>(random.Next()) % 1000; break;
-    case 1: V_VT(&v) = VT_I4; V_I4(&v) = static_cast<LONG>(random.Next()); break;
-    case 2: V_VT(&v) = VT_R8; V_R8(&v) = static_cast<double>(static_cast<int>(random.Next())) / 7.0; break;
-    case 3: V_VT(&v) = VT_BOOL; V_BOOL(&v) = random.Chance(50) ? VARIANT_TRUE : VARIANT_FALSE; break;
-    case 4: V_VT(&v) = VT_UI1; V_UI1(&v) = static_cast<BYTE>(random.Next()); break;
-    case 5: V_VT(&v) = VT_BSTR; V_BSTR(&v) = SysAllocString(random.Chance(50) ? L"12" : L"not a number"); break;
-    case 6: V_VT(&v) = VT_I8; V_I8(&v) = static_cast<LONGLONG>(random.Next()) << 20; break;
-    default: V_VT(&v) = random.Chance(50) ? VT_EMPTY : VT_NULL; break;
+    case 0:
+      V_VT(&v) = VT_I4;
+      V_I4(&v) = static_cast<LONG>(random.Next()) % 1000;
+      break;
+    case 1:
+      V_VT(&v) = VT_I4;
+      V_I4(&v) = static_cast<LONG>(random.Next());
+      break;
+    case 2:
+      V_VT(&v) = VT_R8;
+      V_R8(&v) = static_cast<double>(static_cast<int>(random.Next())) / 7.0;
+      break;
+    case 3:
+      V_VT(&v) = VT_BOOL;
+      V_BOOL(&v) = random.Chance(50) ? VARIANT_TRUE : VARIANT_FALSE;
+      break;
+    case 4:
+      V_VT(&v) = VT_UI1;
+      V_UI1(&v) = static_cast<BYTE>(random.Next());
+      break;
+    case 5:
+      V_VT(&v) = VT_BSTR;
+      V_BSTR(&v) = SysAllocString(random.Chance(50) ? L"12" : L"not a number");
+      break;
+    case 6:
+      V_VT(&v) = VT_I8;
+      V_I8(&v) = static_cast<LONGLONG>(random.Next()) << 20;
+      break;
+    default:
+      V_VT(&v) = random.Chance(50) ? VT_EMPTY : VT_NULL;
+      break;
   }
   return v;
 }
 
 bool ExpectedFromDispatch(HRESULT hr) {
   switch (hr) {
-    case S_OK: case DISP_E_UNKNOWNNAME: case DISP_E_MEMBERNOTFOUND: case DISP_E_BADPARAMCOUNT:
-    case DISP_E_TYPEMISMATCH: case DISP_E_OVERFLOW: case DISP_E_PARAMNOTOPTIONAL: case DISP_E_BADVARTYPE:
-    case DISP_E_PARAMNOTFOUND: case DISP_E_EXCEPTION: case E_INVALIDARG: case E_POINTER:
+    case S_OK:
+    case DISP_E_UNKNOWNNAME:
+    case DISP_E_MEMBERNOTFOUND:
+    case DISP_E_BADPARAMCOUNT:
+    case DISP_E_TYPEMISMATCH:
+    case DISP_E_OVERFLOW:
+    case DISP_E_PARAMNOTOPTIONAL:
+    case DISP_E_BADVARTYPE:
+    case DISP_E_PARAMNOTFOUND:
+    case DISP_E_EXCEPTION:
+    case E_INVALIDARG:
+    case E_POINTER:
       return true;
     default:
       return false;
@@ -156,11 +198,20 @@ FuzzTally FuzzExposers(const std::vector<IDispatch*>& exposers, int calls, std::
     if (random.Chance(40)) {
       std::wstring name = member.name;
       switch (random.Below(5)) {
-        case 0: for (wchar_t& c : name) c = static_cast<wchar_t>(towlower(c)); break;
-        case 1: name += L"_"; break;
-        case 2: name = longName; break;
-        case 3: name = name.substr(0, random.Below(static_cast<int>(name.size()) + 1)); break;
-        default: break;
+        case 0:
+          for (wchar_t& c : name) c = static_cast<wchar_t>(towlower(c));
+          break;
+        case 1:
+          name += L"_";
+          break;
+        case 2:
+          name = longName;
+          break;
+        case 3:
+          name = name.substr(0, random.Below(static_cast<int>(name.size()) + 1));
+          break;
+        default:
+          break;
       }
       DISPID id = 0;
       hr = IdOf(member.exposer, name.c_str(), &id);

@@ -97,7 +97,10 @@ class RecordingListener : public HostObject<IModuleUnloadListener> {
     m_log->push_back({m_name, folder != nullptr ? std::wstring(folder, SysStringLen(folder)) : L"<null>", module});
     m_refsDuringCall = refs();
     if (m_removeSelf && module != nullptr) {
-      if (m_removeFromPrimary) module->RemovePrimaryListener(this); else module->RemoveSecondaryListener(this);
+      if (m_removeFromPrimary)
+        module->RemovePrimaryListener(this);
+      else
+        module->RemoveSecondaryListener(this);
       m_refsAfterRemoval = refs();
     }
     return S_OK;
@@ -126,8 +129,9 @@ class RecordingSink : public HostObject<IQtDispatchSink> {
   explicit RecordingSink(HRESULT answer = S_OK) : HostObject(IID_IUnknown), m_answer(answer) {}
   std::vector<SinkCall> calls;
 
-  STDMETHOD(CreateDispatch)(void* instance, void* reserved, const wchar_t* typeName, VARIANT_BOOL flag1,
-                            VARIANT_BOOL flag2, VARIANT_BOOL flag3, IDispatch** result) override {
+  STDMETHOD(CreateDispatch)
+  (void* instance, void* reserved, const wchar_t* typeName, VARIANT_BOOL flag1, VARIANT_BOOL flag2, VARIANT_BOOL flag3,
+   IDispatch** result) override {
     calls.push_back({instance, reserved, typeName != nullptr ? typeName : L"<null>", {flag1, flag2, flag3}});
     if (result != nullptr) *result = nullptr;
     return m_answer;

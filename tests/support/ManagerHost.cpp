@@ -160,8 +160,8 @@ HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VAR
   DISPID id = DISPID_UNKNOWN;
   HRESULT hr = IdOf(object, name, &id);
   if (FAILED(hr)) return hr;
-  return InvokeReversed(object, id, DISPATCH_METHOD, std::vector<VARIANT>(args.rbegin(), args.rend()), result,
-                        nullptr, memberResult);
+  return InvokeReversed(object, id, DISPATCH_METHOD, std::vector<VARIANT>(args.rbegin(), args.rend()), result, nullptr,
+                        memberResult);
 }
 
 void* InstanceOf(IUnknown* exposer) {

@@ -45,8 +45,8 @@ VARIANT R8(double value);
 VARIANT UI1(unsigned char value);
 VARIANT UI2(unsigned short value);
 VARIANT Object(IDispatch* object);
-VARIANT LongRef(LONG* location);          // [in, out] long* (bool* and int*)
-VARIANT BytesRef(const char* bytes);      // [in, out] unsigned char* (byte strings)
+VARIANT LongRef(LONG* location);      // [in, out] long* (bool* and int*)
+VARIANT BytesRef(const char* bytes);  // [in, out] unsigned char* (byte strings)
 
 // GetIDsOfNames for one name on `object`.
 HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id);
@@ -59,8 +59,8 @@ HRESULT InvokeWithVariants(IDispatch* object, DISPID id, WORD flags, std::initia
                            VARIANT* result = nullptr, SCODE* exceptionCode = nullptr);
 
 // Invoke with 32-bit integer arguments.
-HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_list<int> args,
-                   VARIANT* result = nullptr, UINT* argumentError = nullptr);
+HRESULT InvokeWith(IDispatch* object, DISPID id, WORD flags, std::initializer_list<int> args, VARIANT* result = nullptr,
+                   UINT* argumentError = nullptr);
 
 // Resolves `name` and invokes it as a method with integer arguments.
 HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> args, VARIANT* result = nullptr);
@@ -70,8 +70,8 @@ HRESULT Call(IDispatch* object, const wchar_t* name, std::initializer_list<int> 
 // HRESULT in `memberResult`.
 HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list<VARIANT> args,
                    VARIANT* result = nullptr, SCODE* memberResult = nullptr);
-HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VARIANT>& args,
-                   VARIANT* result = nullptr, SCODE* memberResult = nullptr);
+HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VARIANT>& args, VARIANT* result = nullptr,
+                   SCODE* memberResult = nullptr);
 
 // A call's result, cleared on destruction.
 struct Result {

@@ -5,14 +5,13 @@
 
 namespace {
 struct TraceStart {
-    TraceStart() { OpenTraceLog(); }
+  TraceStart() { OpenTraceLog(); }
 } g_traceStart;
 }  // namespace
 
 // Writes one line formatted with `format`; the arguments are passed in this
 // order, so a format may use "%s", "%u" and "%p" (or fewer of them).
-extern "C" __declspec(dllexport) void ProbeTraceWrite(const wchar_t* format, const wchar_t* text,
-                                                      unsigned number, void* pointer)
-{
-    TraceWrite(format, text, number, pointer);
+extern "C" __declspec(dllexport) void ProbeTraceWrite(const wchar_t* format, const wchar_t* text, unsigned number,
+                                                      void* pointer) {
+  TraceWrite(format, text, number, pointer);
 }
