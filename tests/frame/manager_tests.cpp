@@ -7,13 +7,11 @@
 #include <fstream>
 #include <map>
 #include <sstream>
-#include <vector>
 #include <string>
+#include <vector>
 
-#include "HostSupport.h"
 #include "ManagerHost.h"
 
-using kwtest::LoadedLibrary;
 using kwtest::RecordingSink;
 using kwtest::RefCountOf;
 
@@ -21,70 +19,37 @@ namespace {
 
 class ManagerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(library_.loaded());
-    IUnknown* module = nullptr;
-    ASSERT_EQ(S_OK, library_.entry()(reinterpret_cast<void**>(&module)));
-    IWrappersModule* wrappers = nullptr;
-    ASSERT_EQ(S_OK, module->QueryInterface(IID_IWrappersModule, reinterpret_cast<void**>(&wrappers)));
-    ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&manager_));
-    ASSERT_EQ(S_OK, manager_->QueryInterface(IID_IWrappersManager, reinterpret_cast<void**>(&wrappersManager_)));
-    ASSERT_EQ(S_OK, manager_->QueryInterface(IID_IkwQtDispatchNotificator, reinterpret_cast<void**>(&notificator_)));
-    wrappers->Release();
-    module->Release();
-  }
-  void TearDown() override {
-    if (notificator_ != nullptr) notificator_->Release();
-    if (wrappersManager_ != nullptr) wrappersManager_->Release();
-    if (manager_ != nullptr) {
-      EXPECT_EQ(0u, manager_->Release());
-    }
-  }
+  void SetUp() override { ASSERT_TRUE(host_.ready()); }
 
-  // CreateWrapper with a result preset to a marker, so that "untouched" is visible.
+  // CreateWrapper with a marker in the result, so that "untouched" shows.
   HRESULT CreateWrapper(const wchar_t* name, bool* resultUntouched) {
-    IDispatch* marker = reinterpret_cast<IDispatch*>(0x5A5A5A5A);
+    IDispatch* const marker = reinterpret_cast<IDispatch*>(0x5A5A5A5A);
     IDispatch* result = marker;
     int instance = 7;
-    HRESULT hr = wrappersManager_->CreateWrapper(name, &instance, &result);
+    HRESULT hr = host_.manager()->CreateWrapper(name, &instance, &result);
     *resultUntouched = result == marker;
     return hr;
   }
 
-  LoadedLibrary library_;
-  IUnknown* manager_ = nullptr;
-  IWrappersManager* wrappersManager_ = nullptr;
-  IkwQtDispatchNotificator* notificator_ = nullptr;
+  kwtest::ManagerHost host_{L"kwQtWrappers.dll"};
 };
 
-}  // namespace
-
-TEST_F(ManagerTest, FacesAndIdentity) {
-  EXPECT_EQ(static_cast<void*>(manager_), static_cast<void*>(notificator_)) << "first face is the identity";
-  IUnknown* fromSecond = nullptr;
-  ASSERT_EQ(S_OK, wrappersManager_->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&fromSecond)));
-  EXPECT_EQ(manager_, fromSecond);
-  fromSecond->Release();
+TEST_F(ManagerTest, BothFacesShareTheFirstAsIdentity) {
+  IUnknown* identity = nullptr;
+  ASSERT_EQ(S_OK, host_.manager()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
+  EXPECT_EQ(static_cast<IUnknown*>(host_.notificator()), identity);
+  EXPECT_EQ(3u, RefCountOf(identity)) << "the host's two faces and this one";
+  identity->Release();
   void* other = reinterpret_cast<void*>(1);
-  EXPECT_EQ(E_NOINTERFACE, manager_->QueryInterface(IID_IWrappersModule, &other));
+  EXPECT_EQ(E_NOINTERFACE, host_.notificator()->QueryInterface(IID_IWrappersModule, &other));
   EXPECT_EQ(nullptr, other);
-  EXPECT_EQ(E_POINTER, wrappersManager_->QueryInterface(IID_IWrappersManager, nullptr));
-  EXPECT_EQ(3u, RefCountOf(manager_));
+  EXPECT_EQ(E_POINTER, host_.manager()->QueryInterface(IID_IWrappersManager, nullptr));
 }
 
 TEST_F(ManagerTest, UnknownNamesGiveNoInterfaceAndLeaveTheResult) {
-  const wchar_t* names[] = {L"QObject",
-                            L"qsize",
-                            L"QSize ",
-                            L" QSize",
-                            L"QSIZE",
-                            L"",
-                            L"QList< QString >",
-                            L"QList<QString >",
-                            L"QFlags<Qt::WindowType>",
-                            L"QMap<QString, QVariant>",
-                            nullptr};
-  for (const wchar_t* name : names) {
+  for (const wchar_t* name :
+       {L"QObject", L"qsize", L"QSize ", L" QSize", L"QSIZE", L"", L"QList< QString >", L"QList<QString >",
+        L"QFlags<Qt::WindowType>", L"QMap<QString, QVariant>", static_cast<const wchar_t*>(nullptr)}) {
     bool untouched = false;
     EXPECT_EQ(E_NOINTERFACE, CreateWrapper(name, &untouched)) << (name ? name : L"<null>");
     EXPECT_TRUE(untouched) << (name ? name : L"<null>");
@@ -93,30 +58,22 @@ TEST_F(ManagerTest, UnknownNamesGiveNoInterfaceAndLeaveTheResult) {
 
 TEST_F(ManagerTest, SinkIsHeldReplacedAndClearedButHostRequestsBypassIt) {
   RecordingSink first(E_ACCESSDENIED), second;
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(&first));
+  EXPECT_EQ(S_OK, host_.notificator()->SetDispatchSink(&first));
   EXPECT_EQ(2, first.refs());
-
   bool untouched = false;
   EXPECT_EQ(E_NOINTERFACE, CreateWrapper(L"NoSuchType", &untouched)) << "host requests run the chain";
   EXPECT_TRUE(first.calls.empty());
 
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(&second));
-  EXPECT_EQ(1, first.refs());
-  EXPECT_EQ(2, second.refs());
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(&second));
-  EXPECT_EQ(2, second.refs()) << "installing the same sink again keeps one reference";
-
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(nullptr));
-  EXPECT_EQ(1, second.refs());
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(nullptr));
-
-  EXPECT_EQ(S_OK, notificator_->SetDispatchSink(&first));
-  notificator_->Release();
-  notificator_ = nullptr;
-  wrappersManager_->Release();
-  wrappersManager_ = nullptr;
-  EXPECT_EQ(0u, manager_->Release());
-  manager_ = nullptr;
+  const struct {
+    IUnknown* sink;
+    LONG first, second;  // references afterwards
+  } steps[] = {{&second, 1, 2}, {&second, 1, 2}, {nullptr, 1, 1}, {nullptr, 1, 1}, {&first, 2, 1}};
+  for (const auto& step : steps) {
+    EXPECT_EQ(S_OK, host_.notificator()->SetDispatchSink(step.sink));
+    EXPECT_EQ(step.first, first.refs());
+    EXPECT_EQ(step.second, second.refs());
+  }
+  host_.Unload();
   EXPECT_EQ(1, first.refs()) << "a destroyed manager releases its sink";
 }
 
@@ -133,9 +90,8 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
   for (std::string line; std::getline(compositions, line);) {
     if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line.substr(line.find('\t') + 1));
-    std::string wrapper;
     UINT count = 0;
-    while (fields >> wrapper) ++count;
+    for (std::string wrapper; fields >> wrapper;) ++count;
     composed[std::wstring(line.begin(), line.begin() + line.find('\t'))] = count;
   }
   std::vector<std::wstring> known;
@@ -143,16 +99,9 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
     if (!line.empty()) known.emplace_back(line.begin(), line.end());
   ASSERT_EQ(570u, known.size());
 
-  LoadedLibrary library;
-  IUnknown* module = nullptr;
-  ASSERT_EQ(S_OK, library.entry()(reinterpret_cast<void**>(&module)));
-  IWrappersModule* wrappers = nullptr;
-  module->QueryInterface(IID_IWrappersModule, reinterpret_cast<void**>(&wrappers));
-  IUnknown* managerUnknown = nullptr;
-  wrappers->CreateWrappersManager(&managerUnknown);
-  IWrappersManager* manager = nullptr;
-  managerUnknown->QueryInterface(IID_IWrappersManager, reinterpret_cast<void**>(&manager));
-
+  kwtest::ManagerHost host(L"kwQtWrappers.dll");
+  ASSERT_TRUE(host.ready());
+  IWrappersManager* manager = host.manager();
   int instance = 0;
   IDispatch* probe = nullptr;
   const bool withWrappers = manager->CreateWrapper(L"QString", &instance, &probe) == S_OK;
@@ -179,8 +128,6 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
       EXPECT_EQ(reinterpret_cast<IDispatch*>(0x77), result);
     }
   }
-  manager->Release();
-  managerUnknown->Release();
-  wrappers->Release();
-  module->Release();
 }
+
+}  // namespace

@@ -1,5 +1,5 @@
-// The module frame as a host sees it: the module interface object, its two
-// faces, the listener lists and what happens to listeners at FreeLibrary.
+// The module frame as a host sees it: the module object and its two faces,
+// the listener lists and what happens to listeners at FreeLibrary.
 #include <gtest/gtest.h>
 
 #include "HostSupport.h"
@@ -24,190 +24,133 @@ IUnknown* ModuleOf(const LoadedLibrary& library) {
   return module;
 }
 
-}  // namespace
+// The loaded library and its listener face, held by the test until Unload.
+struct LoadedModule {
+  LoadedLibrary library;
+  IUnknown* module = ModuleOf(library);
+  ImxModuleIntf* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
 
-TEST(ModuleEntry, OneModuleObjectPerLoadAndItsOwnReference) {
+  ~LoadedModule() { Unload(); }
+  bool Unload() {
+    if (listeners != nullptr) listeners->Release();
+    if (module != nullptr) module->Release();
+    listeners = nullptr;
+    module = nullptr;
+    return library.Unload();
+  }
+};
+
+std::vector<std::wstring> Names(const std::vector<UnloadCall>& log) {
+  std::vector<std::wstring> names;
+  for (const UnloadCall& call : log) names.push_back(call.listener);
+  return names;
+}
+
+TEST(ModuleEntry, OneModuleObjectPerLoadWithTwoFacesOfOneIdentity) {
   LoadedLibrary library;
   ASSERT_TRUE(library.loaded());
   ASSERT_NE(nullptr, library.entry());
-
-  IUnknown* first = ModuleOf(library);
-  IUnknown* second = ModuleOf(library);
-  ASSERT_NE(nullptr, first);
-  EXPECT_EQ(first, second);
-  // Two host references plus the library's own.
-  EXPECT_EQ(3u, RefCountOf(first));
-  first->Release();
-  EXPECT_EQ(1u, second->Release());
-
   EXPECT_EQ(E_POINTER, library.entry()(nullptr));
-}
-
-TEST(ModuleEntry, IdentityOfBothFaces) {
-  LoadedLibrary library;
   IUnknown* module = ModuleOf(library);
+  IUnknown* again = ModuleOf(library);
+  ASSERT_NE(nullptr, module);
+  EXPECT_EQ(module, again);
+  EXPECT_EQ(3u, RefCountOf(module)) << "two host references plus the library's own";
+  again->Release();
 
   auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
   auto* wrappers = Query<IWrappersModule>(module, IID_IWrappersModule);
-  ASSERT_NE(nullptr, listeners);
   ASSERT_NE(nullptr, wrappers);
+  EXPECT_EQ(static_cast<void*>(module), static_cast<void*>(listeners)) << "the first face is the identity";
   EXPECT_NE(static_cast<void*>(listeners), static_cast<void*>(wrappers));
-  // The first face is the object's identity.
-  EXPECT_EQ(static_cast<void*>(module), static_cast<void*>(listeners));
-
-  IUnknown* fromListeners = Query<IUnknown>(listeners, IID_IUnknown);
   IUnknown* fromWrappers = Query<IUnknown>(wrappers, IID_IUnknown);
-  EXPECT_EQ(module, fromListeners);
-  EXPECT_EQ(module, fromWrappers);
   auto* back = Query<ImxModuleIntf>(wrappers, IID_ImxModuleIntf);
+  EXPECT_EQ(module, fromWrappers);
   EXPECT_EQ(listeners, back);
-
   void* other = reinterpret_cast<void*>(0x1234);
   EXPECT_EQ(E_NOINTERFACE, module->QueryInterface(IID_IDispatch, &other));
   EXPECT_EQ(nullptr, other);
   EXPECT_EQ(E_NOINTERFACE, module->QueryInterface(IID_IWrappersManager, &other));
   EXPECT_EQ(E_POINTER, wrappers->QueryInterface(IID_IUnknown, nullptr));
 
-  for (IUnknown* face : {static_cast<IUnknown*>(back), fromWrappers, fromListeners, static_cast<IUnknown*>(wrappers),
-                         static_cast<IUnknown*>(listeners), module})
-    face->Release();
-  EXPECT_EQ(1u, RefCountOf(module));
-}
-
-TEST(ModuleEntry, CreateWrappersManagerMakesDistinctManagers) {
-  LoadedLibrary library;
-  IUnknown* module = ModuleOf(library);
-  auto* wrappers = Query<IWrappersModule>(module, IID_IWrappersModule);
-
-  IUnknown* first = nullptr;
-  IUnknown* second = nullptr;
-  ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&first));
-  ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&second));
-  ASSERT_NE(nullptr, first);
-  EXPECT_NE(first, second);
-  EXPECT_EQ(1u, RefCountOf(first));
+  // Each call makes a new manager, held only by the caller.
+  IUnknown* managers[2] = {};
+  for (IUnknown*& manager : managers) ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&manager));
+  EXPECT_NE(managers[0], managers[1]);
   EXPECT_EQ(E_POINTER, wrappers->CreateWrappersManager(nullptr));
+  for (IUnknown* manager : managers) EXPECT_EQ(0u, manager->Release());
 
-  EXPECT_EQ(0u, first->Release());
-  EXPECT_EQ(0u, second->Release());
-  wrappers->Release();
-  module->Release();
+  for (IUnknown* face : {static_cast<IUnknown*>(back), fromWrappers, static_cast<IUnknown*>(wrappers),
+                         static_cast<IUnknown*>(listeners)})
+    face->Release();
+  EXPECT_EQ(1u, module->Release()) << "the library's own reference is left";
 }
 
-TEST(ModuleListeners, AddAndRemoveRules) {
-  LoadedLibrary library;
-  IUnknown* module = ModuleOf(library);
-  auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
+TEST(ModuleListeners, EachListIsASetHoldingOneReferencePerEntry) {
   std::vector<UnloadCall> log;
-  RecordingListener listener(L"L", &log);
-
-  EXPECT_EQ(S_OK, listeners->AddPrimaryListener(&listener));
-  EXPECT_EQ(2, listener.refs());
-  EXPECT_EQ(E_FAIL, listeners->AddPrimaryListener(&listener));
-  EXPECT_EQ(2, listener.refs()) << "a refused duplicate must not take a reference";
-  // The other list is independent.
-  EXPECT_EQ(S_OK, listeners->AddSecondaryListener(&listener));
-  EXPECT_EQ(3, listener.refs());
-
-  RecordingListener stranger(L"S", &log);
-  EXPECT_EQ(S_OK, listeners->RemovePrimaryListener(&stranger));
-  EXPECT_EQ(S_OK, listeners->RemoveSecondaryListener(nullptr));
-  EXPECT_EQ(S_OK, listeners->RemovePrimaryListener(nullptr));
+  RecordingListener listener(L"L", &log), stranger(L"S", &log);
+  LoadedModule loaded;
+  ImxModuleIntf* m = loaded.listeners;
+  ASSERT_NE(nullptr, m);
+  using Op = decltype(&ImxModuleIntf::AddPrimaryListener);
+  const struct {
+    Op op;
+    IUnknown* listener;
+    HRESULT expected;
+    LONG refs;  // of `listener` afterwards
+  } steps[] = {
+      {&ImxModuleIntf::AddPrimaryListener, &listener, S_OK, 2},
+      {&ImxModuleIntf::AddPrimaryListener, &listener, E_FAIL, 2},  // a refused duplicate takes no reference
+      {&ImxModuleIntf::AddSecondaryListener, &listener, S_OK, 3},  // the other list is independent
+      {&ImxModuleIntf::RemovePrimaryListener, &stranger, S_OK, 3},
+      {&ImxModuleIntf::RemoveSecondaryListener, nullptr, S_OK, 3},
+      {&ImxModuleIntf::RemovePrimaryListener, nullptr, S_OK, 3},
+      {&ImxModuleIntf::RemovePrimaryListener, &listener, S_OK, 2},
+      {&ImxModuleIntf::RemovePrimaryListener, &listener, S_OK, 2},
+      {&ImxModuleIntf::AddPrimaryListener, &listener, S_OK, 3},  // a removed listener can come back
+      {&ImxModuleIntf::RemovePrimaryListener, &listener, S_OK, 2},
+      {&ImxModuleIntf::RemoveSecondaryListener, &listener, S_OK, 1},
+  };
+  for (size_t i = 0; i < sizeof(steps) / sizeof(steps[0]); ++i) {
+    EXPECT_EQ(steps[i].expected, (m->*steps[i].op)(steps[i].listener)) << "step " << i;
+    EXPECT_EQ(steps[i].refs, listener.refs()) << "step " << i;
+  }
   EXPECT_EQ(1, stranger.refs());
-  EXPECT_EQ(3, listener.refs());
-
-  EXPECT_EQ(S_OK, listeners->RemovePrimaryListener(&listener));
-  EXPECT_EQ(2, listener.refs());
-  EXPECT_EQ(S_OK, listeners->RemovePrimaryListener(&listener));
-  EXPECT_EQ(2, listener.refs());
-  EXPECT_EQ(S_OK, listeners->AddPrimaryListener(&listener)) << "a removed listener can be added again";
-  EXPECT_EQ(S_OK, listeners->RemovePrimaryListener(&listener));
-  EXPECT_EQ(S_OK, listeners->RemoveSecondaryListener(&listener));
-  EXPECT_EQ(1, listener.refs());
-
-  listeners->Release();
-  module->Release();
-  library.Unload();
+  EXPECT_TRUE(loaded.Unload());
   EXPECT_TRUE(log.empty()) << "removed listeners are not told about the unload";
 }
 
-TEST(ModuleListeners, NotifiedAtUnloadPrimaryFirstInOrderOfAddition) {
+TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
   std::vector<UnloadCall> log;
   RecordingListener a(L"A", &log), b(L"B", &log), c(L"C", &log), d(L"D", &log);
+  b.RemoveSelfOnUnload(/*primary=*/true);
   ImxModuleIntf* moduleFace = nullptr;
   {
-    LoadedLibrary library;
-    IUnknown* module = ModuleOf(library);
-    auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
-    moduleFace = listeners;
-    // Secondary listeners are added first, to show that list order, not
-    // time of addition across lists, decides.
-    ASSERT_EQ(S_OK, listeners->AddSecondaryListener(&c));
-    ASSERT_EQ(S_OK, listeners->AddSecondaryListener(&a));
-    ASSERT_EQ(S_OK, listeners->AddPrimaryListener(&b));
-    ASSERT_EQ(S_OK, listeners->AddPrimaryListener(&a));
-    ASSERT_EQ(S_OK, listeners->AddPrimaryListener(&d));
-    ASSERT_EQ(E_FAIL, listeners->AddPrimaryListener(&d));
-    listeners->Release();
-    module->Release();
-    EXPECT_TRUE(log.empty());
-    ASSERT_TRUE(library.Unload());
+    LoadedModule loaded;
+    moduleFace = loaded.listeners;
+    // Secondary listeners are added first: the list, not the time, decides.
+    for (auto* listener : {&c, &a}) ASSERT_EQ(S_OK, loaded.listeners->AddSecondaryListener(listener));
+    for (auto* listener : {&b, &a, &d}) ASSERT_EQ(S_OK, loaded.listeners->AddPrimaryListener(listener));
+    ASSERT_TRUE(loaded.Unload());
   }
-  std::vector<std::wstring> order;
-  for (const UnloadCall& call : log) order.push_back(call.listener);
-  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), order);
+  // B removed itself while told; the listeners after it are still told.
+  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), Names(log));
   for (const UnloadCall& call : log) {
     EXPECT_EQ(kwtest::ProgramFolder(), call.folder) << "the DLL lives next to the test program";
     EXPECT_EQ(moduleFace, call.module);
   }
-  // The list entries and the notification's copies are all released.
+  // During its call B is held by the list and by the notification's copy.
+  EXPECT_EQ(3, b.refsDuringCall());
+  EXPECT_EQ(2, b.refsAfterRemoval());
   for (auto* listener : {&a, &b, &c, &d}) EXPECT_EQ(1, listener->refs());
-}
 
-TEST(ModuleListeners, ListenerMayRemoveItselfWhileNotified) {
-  std::vector<UnloadCall> log;
-  RecordingListener first(L"first", &log), leaving(L"leaving", &log), last(L"last", &log);
-  leaving.RemoveSelfOnUnload(/*primary=*/true);
-  {
-    LoadedLibrary library;
-    IUnknown* module = ModuleOf(library);
-    auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
-    listeners->AddPrimaryListener(&first);
-    listeners->AddPrimaryListener(&leaving);
-    listeners->AddPrimaryListener(&last);
-    listeners->Release();
-    module->Release();
-  }
-  ASSERT_EQ(3u, log.size());
-  EXPECT_EQ(L"first", log[0].listener);
-  EXPECT_EQ(L"leaving", log[1].listener);
-  EXPECT_EQ(L"last", log[2].listener);
-  // During its call the listener is held by the list and by the copy;
-  // removing itself drops the list's reference, the copy's goes afterwards.
-  EXPECT_EQ(3, leaving.refsDuringCall());
-  EXPECT_EQ(2, leaving.refsAfterRemoval());
-  EXPECT_EQ(1, leaving.refs());
-  EXPECT_EQ(1, first.refs());
-}
-
-TEST(ModuleEntry, ReloadStartsAfresh) {
-  std::vector<UnloadCall> log;
-  RecordingListener listener(L"once", &log);
-  {
-    LoadedLibrary library;
-    IUnknown* module = ModuleOf(library);
-    auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
-    listeners->AddPrimaryListener(&listener);
-    listeners->Release();
-    module->Release();
-  }
-  ASSERT_EQ(1u, log.size());
+  // A new load starts afresh: its module object and its lists are new.
   {
     LoadedLibrary library;
     ASSERT_TRUE(library.loaded());
-    IUnknown* module = ModuleOf(library);
-    EXPECT_EQ(1u, module->Release()) << "a new load has a new singleton holding only its own reference";
+    EXPECT_EQ(1u, ModuleOf(library)->Release()) << "only the library's own reference";
   }
-  EXPECT_EQ(1u, log.size()) << "listeners of an earlier load are not carried over";
-  EXPECT_EQ(1, listener.refs());
+  EXPECT_EQ(5u, log.size()) << "listeners of an earlier load are not carried over";
 }
+
+}  // namespace

@@ -13,40 +13,44 @@
 
 namespace fxtest {
 
-constexpr const wchar_t kFixtureDll[] = L"kwFxWrappers.dll";
+using kwtest::Call;
+using kwtest::IdOf;
+using kwtest::InstanceOf;
+using kwtest::InvokeWith;
+using kwtest::RefCountOf;
+
 constexpr DISPID kIdSetValueOrScale = 1;  // FxBase_setValue / FxDerived_scale
 constexpr DISPID kIdLevelOrTouch = 7;     // propget FxBase_level / method FxDerived_touch
 
 // The fixture's loaded DLL with one wrappers manager.
 class FixtureHost : public kwtest::ManagerHost {
  public:
-  FixtureHost() : ManagerHost(kFixtureDll) {}
+  FixtureHost() : ManagerHost(L"kwFxWrappers.dll") {}
 };
 
-using kwtest::Call;
-using kwtest::IdOf;
-using kwtest::InstanceOf;
-using kwtest::InvokeWith;
+// The object a member without arguments returns (VT_UNKNOWN or VT_DISPATCH),
+// with the result's reference; null otherwise.
+inline IUnknown* ObjectResult(IDispatch* object, const wchar_t* member) {
+  VARIANT result;
+  VariantInit(&result);
+  EXPECT_EQ(S_OK, Call(object, member, {}, &result)) << "calling " << member;
+  if (V_VT(&result) == VT_UNKNOWN || V_VT(&result) == VT_DISPATCH) return V_UNKNOWN(&result);
+  VariantClear(&result);
+  return nullptr;
+}
 
-// Reference count of an object, as AddRef/Release report it.
-inline ULONG Refs(IUnknown* object) { return kwtest::RefCountOf(object); }
-
-// A test holding one FxDerived exposer over its own counter; the exposer must
-// be gone with the test's reference. InitCounter presets the counter.
+// One FxDerived exposer over the test's own counter; the test's reference
+// must be the last one.
 class DerivedExposerTest : public ::testing::Test {
  protected:
-  virtual void InitCounter(FxCounter& counter) = 0;
   void SetUp() override {
     ASSERT_TRUE(host_.ready());
-    InitCounter(counter_);
+    counter_.value = 5;
+    counter_.level = 42;
     exposer_ = host_.Wrap(L"FxDerived", &counter_);
     ASSERT_NE(nullptr, exposer_);
   }
-  void TearDown() override {
-    if (exposer_ != nullptr) {
-      EXPECT_EQ(0u, exposer_->Release());
-    }
-  }
+  void TearDown() override { EXPECT_EQ(0u, exposer_ != nullptr ? exposer_->Release() : 0u); }
 
   FixtureHost host_;
   FxCounter counter_;

@@ -1,9 +1,10 @@
-// Composite dispatch of exposers: counts and indices of type information,
-// name resolution and the routing of DISPIDs that composed wrappers share.
-// FxDerived composes wrp_FxBase then wrp_FxDerived; both interfaces use
-// DISPID 1 (FxBase_setValue / FxDerived_scale) and DISPID 7 (the property
-// FxBase_level / the method FxDerived_touch).
+// Composite dispatch of exposers. FxDerived composes wrp_FxBase then
+// wrp_FxDerived; both use DISPID 1 (FxBase_setValue / FxDerived_scale) and
+// DISPID 7 (the property FxBase_level / the method FxDerived_touch).
 #include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
 
 #include "FixtureHost.h"
 
@@ -11,166 +12,118 @@ using namespace fxtest;
 
 namespace {
 
-class DispatchTest : public DerivedExposerTest {
- protected:
-  void InitCounter(FxCounter& counter) override {
-    counter.value = 5;
-    counter.level = 42;
-  }
+using DispatchTest = DerivedExposerTest;
 
-  GUID TypeGuidAt(UINT index) {
-    ITypeInfo* info = nullptr;
-    EXPECT_EQ(S_OK, exposer_->GetTypeInfo(index, LOCALE_USER_DEFAULT, &info));
-    if (info == nullptr) return GUID_NULL;
-    TYPEATTR* attributes = nullptr;
-    GUID guid = GUID_NULL;
-    if (SUCCEEDED(info->GetTypeAttr(&attributes))) {
-      guid = attributes->guid;
-      info->ReleaseTypeAttr(attributes);
-    }
-    info->Release();
-    return guid;
-  }
+GUID TypeGuidAt(IDispatch* object, UINT index) {
+  ITypeInfo* info = nullptr;
+  TYPEATTR* attributes = nullptr;
+  EXPECT_EQ(S_OK, object->GetTypeInfo(index, LOCALE_USER_DEFAULT, &info));
+  if (info == nullptr || FAILED(info->GetTypeAttr(&attributes))) return GUID_NULL;
+  const GUID guid = attributes->guid;
+  info->ReleaseTypeAttr(attributes);
+  info->Release();
+  return guid;
+}
 
-  // Property get of DISPID 7: answered only by wrp_FxBase (FxBase_level).
-  HRESULT GetLevel(int* level) {
-    VARIANT result;
-    VariantInit(&result);
-    HRESULT hr = InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_PROPERTYGET, {}, &result);
-    *level = V_VT(&result) == VT_I4 ? V_I4(&result) : -1;
-    VariantClear(&result);
-    return hr;
-  }
-};
-
-}  // namespace
-
-TEST_F(DispatchTest, TypeInfoCountIsCompositionLength) {
+TEST_F(DispatchTest, TypeInformationFollowsTheComposition) {
   UINT count = 0;
   ASSERT_EQ(S_OK, exposer_->GetTypeInfoCount(&count));
   EXPECT_EQ(2u, count);
-
-  FxCounter other;
-  IDispatch* base = host_.Wrap(L"FxBase", &other);
-  ASSERT_NE(nullptr, base);
-  ASSERT_EQ(S_OK, base->GetTypeInfoCount(&count));
-  EXPECT_EQ(1u, count);
-  base->Release();
-
   EXPECT_EQ(E_POINTER, exposer_->GetTypeInfoCount(nullptr));
-}
-
-TEST_F(DispatchTest, TypeInfoByIndexInCompositionOrder) {
-  EXPECT_EQ(IID_Iwrp_FxBase, TypeGuidAt(0));
-  EXPECT_EQ(IID_Iwrp_FxDerived, TypeGuidAt(1));
-}
-
-TEST_F(DispatchTest, TypeInfoIndexTestedBeforeOutPointer) {
+  EXPECT_EQ(IID_Iwrp_FxBase, TypeGuidAt(exposer_, 0));
+  EXPECT_EQ(IID_Iwrp_FxDerived, TypeGuidAt(exposer_, 1));
+  // The index is tested before the out pointer, which is left alone.
   ITypeInfo* info = reinterpret_cast<ITypeInfo*>(0x1234);
-  EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(2, 0, &info));
+  for (UINT index : {2u, 0xFFFFFFFFu}) EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(index, 0, &info));
   EXPECT_EQ(reinterpret_cast<ITypeInfo*>(0x1234), info);
-  EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(0xFFFFFFFFu, 0, &info));
   EXPECT_EQ(E_INVALIDARG, exposer_->GetTypeInfo(2, 0, nullptr));
   EXPECT_EQ(E_POINTER, exposer_->GetTypeInfo(1, 0, nullptr));
 }
 
-TEST_F(DispatchTest, NamesResolveThroughTheWrapperThatKnowsThem) {
-  DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_value", &id));
-  EXPECT_EQ(2, id);
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_twin", &id));
-  EXPECT_EQ(11, id);
-
-  // Shared DISPID 1: whichever name was resolved last owns the route.
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_scale", &id));
-  ASSERT_EQ(kIdSetValueOrScale, id);
-  EXPECT_EQ(S_OK, InvokeWith(exposer_, id, DISPATCH_METHOD, {3}));
-  EXPECT_EQ(15, counter_.value) << "DISPID 1 must reach FxDerived_scale";
-
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_setValue", &id));
-  ASSERT_EQ(kIdSetValueOrScale, id);
-  EXPECT_EQ(S_OK, InvokeWith(exposer_, id, DISPATCH_METHOD, {3}));
-  EXPECT_EQ(3, counter_.value) << "DISPID 1 must now reach FxBase_setValue";
-}
-
-TEST_F(DispatchTest, UnknownNameLeavesRoutesUnchanged) {
-  DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_touch", &id));
-  ASSERT_EQ(kIdLevelOrTouch, id);
-
-  DISPID unknown = 0;
-  EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(exposer_, L"FxNobody_here", &unknown));
-
-  // Still routed to wrp_FxDerived: the base's property is not reached.
-  int level = 0;
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, GetLevel(&level));
-  EXPECT_EQ(S_OK, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
-  EXPECT_EQ(1, counter_.touches);
-}
-
-TEST_F(DispatchTest, ResolvedRouteIsFollowedWithoutSearching) {
-  DISPID id = 0;
-  ASSERT_EQ(S_OK, IdOf(exposer_, L"FxBase_level", &id));
-  ASSERT_EQ(kIdLevelOrTouch, id);
-  // The route goes to wrp_FxBase, which has no method 7: no fall-back to FxDerived_touch.
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, id, DISPATCH_METHOD, {1}));
-  EXPECT_EQ(0, counter_.touches);
-  int level = 0;
-  EXPECT_EQ(S_OK, GetLevel(&level));
-  EXPECT_EQ(42, level);
-}
-
-TEST_F(DispatchTest, UnresolvedDispIdFindsFirstAnsweringWrapper) {
-  // Nothing resolved yet: the property get is answered by wrp_FxBase.
-  int level = 0;
-  EXPECT_EQ(S_OK, GetLevel(&level));
-  EXPECT_EQ(42, level);
-}
-
-TEST_F(DispatchTest, UnresolvedDispIdIsRoutedAndRemembered) {
-  // wrp_FxBase answers "member not found" for method 7, wrp_FxDerived runs it.
-  EXPECT_EQ(S_OK, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {1}));
-  EXPECT_EQ(1, counter_.touches);
-  // Remembered: the property get now goes to wrp_FxDerived, which has none.
-  int level = 0;
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, GetLevel(&level));
-}
-
-TEST_F(DispatchTest, FailingCallStillRecordsItsRoute) {
-  // FxDerived_touch is found but needs its argument.
-  EXPECT_EQ(DISP_E_BADPARAMCOUNT, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_METHOD, {}));
-  EXPECT_EQ(0, counter_.touches);
-  int level = 0;
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, GetLevel(&level)) << "route to wrp_FxDerived was not recorded";
-}
-
-TEST_F(DispatchTest, NobodyAnsweringRecordsNothing) {
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, 4711, DISPATCH_METHOD, {}));
-  // Property put of 7 is nobody's; afterwards 7 is still searched afresh.
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(exposer_, kIdLevelOrTouch, DISPATCH_PROPERTYPUT, {1}));
-  int level = 0;
-  EXPECT_EQ(S_OK, GetLevel(&level));
-  EXPECT_EQ(42, level);
-}
-
-TEST_F(DispatchTest, ArgumentsAndResultsPassThrough) {
+TEST_F(DispatchTest, ArgumentsResultsAndDispatchErrorsPassThrough) {
   VARIANT result;
   VariantInit(&result);
   ASSERT_EQ(S_OK, Call(exposer_, L"FxBase_add", {4, 3}, &result));
   EXPECT_EQ(VT_I4, V_VT(&result));
   EXPECT_EQ(17, V_I4(&result));
   EXPECT_EQ(17, counter_.value);
-  // Errors of the platform's dispatch come back unchanged, argument index included.
+
   VARIANT text;
-  VariantInit(&text);
   V_VT(&text) = VT_BSTR;
   V_BSTR(&text) = SysAllocString(L"not a number");
   DISPPARAMS params{&text, nullptr, 1, 0};
-  UINT argumentError = 99;
   DISPID id = 0;
   ASSERT_EQ(S_OK, IdOf(exposer_, L"FxDerived_scale", &id));
   EXPECT_EQ(DISP_E_TYPEMISMATCH,
-            exposer_->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, &argumentError));
+            exposer_->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, nullptr));
   VariantClear(&text);
   EXPECT_EQ(17, counter_.value);
 }
+
+// Routing scenarios: each step resolves a name or invokes DISPID `id`
+// (methods and puts with the argument 3); the counter starts at value 5, level 42.
+enum Op { kResolve, kMethod, kMethodWithoutArgument, kGet, kPut };
+struct Step {
+  Op op;
+  DISPID id;  // also the one kResolve expects
+  HRESULT expected;
+  const wchar_t* name;
+};
+Step Resolve(const wchar_t* name, DISPID id, HRESULT hr = S_OK) { return {kResolve, id, hr, name}; }
+Step Method(DISPID id, HRESULT hr) { return {kMethod, id, hr, nullptr}; }
+Step MethodWithoutArgument(DISPID id, HRESULT hr) { return {kMethodWithoutArgument, id, hr, nullptr}; }
+Step Get(DISPID id, HRESULT hr) { return {kGet, id, hr, nullptr}; }
+Step Put(DISPID id, HRESULT hr) { return {kPut, id, hr, nullptr}; }
+
+struct Scenario {
+  Scenario(const char* name, int value, int touches, std::vector<Step> steps)
+      : name(name), value(value), touches(touches), steps(std::move(steps)) {}
+  const char* name;
+  int value, touches;  // the counter afterwards
+  std::vector<Step> steps;
+};
+
+class RoutingTest : public DerivedExposerTest, public ::testing::WithParamInterface<Scenario> {};
+
+TEST_P(RoutingTest, RoutesFollowResolvedNamesAndFirstAnswers) {
+  const WORD flags[] = {0, DISPATCH_METHOD, DISPATCH_METHOD, DISPATCH_PROPERTYGET, DISPATCH_PROPERTYPUT};
+  for (const Step& step : GetParam().steps) {
+    SCOPED_TRACE(testing::Message() << "step " << step.op << " on DISPID " << step.id);
+    DISPID id = -1;
+    kwtest::Result result;
+    if (step.op == kResolve) {
+      EXPECT_EQ(step.expected, IdOf(exposer_, step.name, &id));
+      EXPECT_TRUE(step.expected != S_OK || step.id == id) << id;
+    } else if (step.op == kMethod || step.op == kPut) {
+      EXPECT_EQ(step.expected, InvokeWith(exposer_, step.id, flags[step.op], {3}));
+    } else {
+      EXPECT_EQ(step.expected, InvokeWith(exposer_, step.id, flags[step.op], {}, &result.value));
+      EXPECT_TRUE(step.op != kGet || step.expected != S_OK || V_I4(&result.value) == 42);
+    }
+  }
+  EXPECT_EQ(GetParam().value, counter_.value);
+  EXPECT_EQ(GetParam().touches, counter_.touches);
+}
+
+const HRESULT kNotFound = DISP_E_MEMBERNOTFOUND;
+
+INSTANTIATE_TEST_SUITE_P(
+    Exposer, RoutingTest,
+    ::testing::Values(
+        Scenario("UnresolvedGetIsAnsweredByTheFirstWrapper", 5, 0, {Get(7, S_OK)}),
+        Scenario("UnresolvedCallIsRoutedAndRemembered", 5, 3, {Method(7, S_OK), Get(7, kNotFound)}),
+        Scenario("FailingCallStillRecordsItsRoute", 5, 0,
+                 {MethodWithoutArgument(7, DISP_E_BADPARAMCOUNT), Get(7, kNotFound)}),
+        Scenario("NobodyAnsweringRecordsNothing", 5, 0, {Method(4711, kNotFound), Put(7, kNotFound), Get(7, S_OK)}),
+        Scenario("ResolvedRouteIsFollowedWithoutSearching", 5, 0,
+                 {Resolve(L"FxBase_level", 7), Method(7, kNotFound), Get(7, S_OK)}),
+        Scenario("UnknownNameLeavesRoutesUnchanged", 5, 3,
+                 {Resolve(L"FxDerived_touch", 7), Resolve(L"FxNobody_here", 0, DISP_E_UNKNOWNNAME), Get(7, kNotFound),
+                  Method(7, S_OK)}),
+        // setValue(3) then scale(3) gives 9; any other pair of targets does not.
+        Scenario("LastResolvedNameOwnsASharedId", 9, 0,
+                 {Resolve(L"FxBase_value", 2), Resolve(L"FxDerived_twin", 11), Resolve(L"FxBase_setValue", 1),
+                  Method(1, S_OK), Resolve(L"FxDerived_scale", 1), Method(1, S_OK)})),
+    [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.name); });
+
+}  // namespace

@@ -3,18 +3,18 @@
 // drops registered addresses that no longer hold their object.
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "FixtureHost.h"
 
 using namespace fxtest;
+namespace fs = std::filesystem;
 
 namespace {
-
-constexpr const wchar_t kQuillmoorKey[] = L"SOFTWARE\\Quillmoor";
-constexpr const wchar_t kFolderValue[] = L"DebugTraceFolder";
 
 // A host-side COM object that counts every call it receives. Two classes with
 // different tables stand for an object and whatever later reuses its memory.
@@ -28,193 +28,106 @@ class CountingObject : public IUnknown {
     if (ppv != nullptr) *ppv = nullptr;
     return E_NOINTERFACE;
   }
-  STDMETHOD_(ULONG, AddRef)() override {
-    ++*calls_;
-    return 2;
-  }
-  STDMETHOD_(ULONG, Release)() override {
-    ++*calls_;
-    return 1;
-  }
+  STDMETHOD_(ULONG, AddRef)() override { return ++*calls_, 2; }
+  STDMETHOD_(ULONG, Release)() override { return ++*calls_, 1; }
 
  private:
   long* calls_;
 };
 
-std::string ReadFile(const std::wstring& path);
-
+// Each test loads the library with tracing into a folder of its own.
 class UnloadTest : public ::testing::Test {
  protected:
   void SetUp() override {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    wchar_t temp[MAX_PATH] = L"";
-    GetTempPathW(MAX_PATH, temp);
-    folder_ = std::wstring(temp) + L"kw_runtime_unload_" + std::to_wstring(GetCurrentProcessId());
-    CreateDirectoryW(folder_.c_str(), nullptr);
-    RemoveLogs();
-    HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegCreateKeyExW(HKEY_CURRENT_USER, kQuillmoorKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr));
-    const LONG rc = RegSetValueExW(key, kFolderValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(folder_.c_str()),
-                                   static_cast<DWORD>((folder_.size() + 1) * sizeof(wchar_t)));
-    RegCloseKey(key);
-    ASSERT_EQ(ERROR_SUCCESS, rc);
+    folder_ = fs::temp_directory_path() / ("kw_runtime_unload_" + std::to_string(GetCurrentProcessId()));
+    fs::remove_all(folder_);
+    fs::create_directory(folder_);
+    const std::wstring value = folder_.wstring();
+    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, L"SOFTWARE\\Quillmoor", L"DebugTraceFolder", REG_SZ,
+                                             value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
+    host_.emplace();
+    ASSERT_TRUE(host_->ready());
   }
   void TearDown() override {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, kQuillmoorKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
-      RegDeleteValueW(key, kFolderValue);
-      RegCloseKey(key);
-    }
-    RemoveLogs();
-    RemoveDirectoryW(folder_.c_str());
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, L"SOFTWARE\\Quillmoor", L"DebugTraceFolder");
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
     CoUninitialize();
   }
 
-  std::vector<std::wstring> Logs() {
-    std::vector<std::wstring> found;
-    WIN32_FIND_DATAW data;
-    HANDLE search = FindFirstFileW((folder_ + L"\\*.log").c_str(), &data);
-    if (search == INVALID_HANDLE_VALUE) return found;
-    do found.push_back(folder_ + L"\\" + data.cFileName);
-    while (FindNextFileW(search, &data));
-    FindClose(search);
-    return found;
-  }
-  void RemoveLogs() {
-    for (const std::wstring& log : Logs()) DeleteFileW(log.c_str());
-  }
-
-  // The lines of the one trace file the library wrote that contain `text`.
-  std::vector<std::string> TraceLinesWith(const std::string& text) {
+  // Unloads the library; then the trace lines of this load that hold "WARNING!".
+  std::vector<std::string> UnloadAndReadWarnings() {
+    host_->Unload();
     std::vector<std::string> lines;
-    const std::vector<std::wstring> logs = Logs();
+    std::vector<fs::path> logs{fs::directory_iterator(folder_), fs::directory_iterator()};
     EXPECT_EQ(1u, logs.size()) << "one trace file per load";
-    if (logs.empty()) return lines;
-    std::istringstream file(ReadFile(logs[0]));
-    std::string line;
-    while (std::getline(file, line))
-      if (line.find(text) != std::string::npos) lines.push_back(line);
+    std::ifstream file(logs.empty() ? fs::path() : logs[0]);
+    for (std::string line; std::getline(file, line);)
+      if (line.find("WARNING!") != std::string::npos) lines.push_back(line.substr(line.find("WARNING!")));
     return lines;
   }
 
   // Registers `object` with the stub manager through a fixture member.
-  static HRESULT Register(IDispatch* exposer, IUnknown* object) {
+  HRESULT Register(IUnknown* object) {
+    FxCounter counter;
+    IDispatch* exposer = host_->Wrap(L"FxBase", &counter);
     DISPID id = 0;
-    HRESULT hr = IdOf(exposer, L"FxBase_register", &id);
-    if (FAILED(hr)) return hr;
+    HRESULT hr = exposer != nullptr ? IdOf(exposer, L"FxBase_register", &id) : E_FAIL;
     VARIANT argument;
-    VariantInit(&argument);
     V_VT(&argument) = VT_UNKNOWN;
     V_UNKNOWN(&argument) = object;
     DISPPARAMS params{&argument, nullptr, 1, 0};
-    return exposer->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, nullptr);
+    if (SUCCEEDED(hr)) hr = exposer->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(exposer == nullptr || exposer->Release() == 0u);
+    return hr;
   }
 
-  std::wstring folder_;
+  fs::path folder_;
+  std::optional<FixtureHost> host_;  // loaded once the trace folder is set
 };
 
-std::string ReadFile(const std::wstring& path) {
-  std::string bytes;
-  HANDLE file =
-      CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return bytes;
-  char buffer[4096];
-  DWORD read = 0;
-  while (::ReadFile(file, buffer, sizeof(buffer), &read, nullptr) && read > 0) bytes.append(buffer, read);
-  CloseHandle(file);
-  return bytes;
-}
-
-bool EndsWith(const std::string& line, const std::string& tail) {
-  std::string trimmed = line;
-  while (!trimmed.empty() && (trimmed.back() == '\r' || trimmed.back() == '\n')) trimmed.pop_back();
-  return trimmed.size() >= tail.size() && trimmed.compare(trimmed.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-}  // namespace
-
-TEST_F(UnloadTest, ExposerHeldByAStubIsDisconnectedAndDestroyed) {
-  FxCounter counter;
+TEST_F(UnloadTest, StubHeldExposerIsDestroyedAndKeptOnesAreReportedOnce) {
+  FxCounter marshaled, kept1, kept2, released;
+  IDispatch* exposer = host_->Wrap(L"FxDerived", &marshaled);
+  ASSERT_NE(nullptr, exposer);
   IStream* stream = nullptr;
-  {
-    FixtureHost host;
-    ASSERT_TRUE(host.ready());
-    IDispatch* exposer = host.Wrap(L"FxDerived", &counter);
-    ASSERT_NE(nullptr, exposer);
-    ASSERT_EQ(S_OK, CreateStreamOnHGlobal(nullptr, TRUE, &stream));
-    ASSERT_EQ(S_OK, CoMarshalInterface(stream, IID_IDispatch, exposer, MSHCTX_LOCAL, nullptr, MSHLFLAGS_NORMAL));
-    exposer->Release();
-    EXPECT_EQ(0, counter.wrappersDestroyed) << "the stub keeps the exposer alive";
-    host.Unload();
-  }
-  EXPECT_EQ(2, counter.wrappersDestroyed) << "disconnecting the stub destroys the exposer at unload";
-  EXPECT_TRUE(TraceLinesWith("WARNING!").empty());
+  ASSERT_EQ(S_OK, CreateStreamOnHGlobal(nullptr, TRUE, &stream));
+  ASSERT_EQ(S_OK, CoMarshalInterface(stream, IID_IDispatch, exposer, MSHCTX_LOCAL, nullptr, MSHLFLAGS_NORMAL));
+  exposer->Release();
+  EXPECT_EQ(0, marshaled.wrappersDestroyed) << "the stub keeps the exposer alive";
+  ASSERT_NE(nullptr, host_->Wrap(L"FxDerived", &kept1));  // kept: never released
+  ASSERT_NE(nullptr, host_->Wrap(L"FxBase", &kept2));
+  IDispatch* gone = host_->Wrap(L"FxBase", &released);
+  ASSERT_NE(nullptr, gone);
+  gone->Release();
+
+  const std::vector<std::string> warnings = UnloadAndReadWarnings();
+  EXPECT_EQ(2, marshaled.wrappersDestroyed) << "disconnecting the stub destroys the exposer at unload";
+  EXPECT_EQ(0, kept1.wrappersDestroyed) << "abandoned objects are neither released nor freed";
+  EXPECT_EQ(0, kept2.wrappersDestroyed);
+  EXPECT_EQ(std::vector<std::string>{"WARNING! 2 object are not removed from stub manager during 1000 ms!"}, warnings);
   stream->Release();  // the marshal data is never released: the stub is gone with the object
 }
 
-TEST_F(UnloadTest, ObjectsTheHostKeepsAreReportedOnce) {
-  FxCounter first;
-  FxCounter second;
-  {
-    FixtureHost host;
-    ASSERT_TRUE(host.ready());
-    IDispatch* kept1 = host.Wrap(L"FxDerived", &first);
-    IDispatch* kept2 = host.Wrap(L"FxBase", &second);
-    ASSERT_NE(nullptr, kept1);
-    ASSERT_NE(nullptr, kept2);
-    FxCounter released;
-    IDispatch* gone = host.Wrap(L"FxBase", &released);
-    ASSERT_NE(nullptr, gone);
-    gone->Release();
-    host.Unload();  // kept1 and kept2 are never released
-  }
-  const std::vector<std::string> warnings = TraceLinesWith("WARNING!");
-  ASSERT_EQ(1u, warnings.size());
-  EXPECT_TRUE(EndsWith(warnings[0], "WARNING! 2 object are not removed from stub manager during 1000 ms!"))
-      << warnings[0];
-  EXPECT_EQ(0, first.wrappersDestroyed) << "abandoned objects are neither released nor freed";
-  EXPECT_EQ(0, second.wrappersDestroyed);
-}
-
-TEST_F(UnloadTest, DeadObjectIsDroppedByItsFingerprintWithoutACall) {
-  long callsToOld = 0;
-  long callsToNew = 0;
+TEST_F(UnloadTest, RegisteredAddressIsCalledOnlyWhileItHoldsItsObject) {
+  long callsToLive = 0, callsToOld = 0, callsToNew = 0;
+  CountingObject<1> live(&callsToLive);
   alignas(CountingObject<1>) unsigned char memory[sizeof(CountingObject<1>) + sizeof(CountingObject<2>)];
-  {
-    FixtureHost host;
-    ASSERT_TRUE(host.ready());
-    FxCounter counter;
-    IDispatch* exposer = host.Wrap(L"FxBase", &counter);
-    ASSERT_NE(nullptr, exposer);
-    auto* old = new (memory) CountingObject<1>(&callsToOld);
-    ASSERT_EQ(S_OK, Register(exposer, old));
-    EXPECT_EQ(0u, exposer->Release());
-    // The registered object dies and its memory is reused by another kind of object.
-    old->~CountingObject<1>();
-    new (memory) CountingObject<2>(&callsToNew);
-    callsToOld = 0;
-    host.Unload();
-  }
+  auto* old = new (memory) CountingObject<1>(&callsToOld);
+  ASSERT_EQ(S_OK, Register(&live));
+  ASSERT_EQ(S_OK, Register(old));
+  // The registered object dies and another kind of object reuses its memory.
+  old->~CountingObject<1>();
+  new (memory) CountingObject<2>(&callsToNew);
+  callsToLive = callsToOld = 0;
+
+  const std::vector<std::string> warnings = UnloadAndReadWarnings();
+  EXPECT_GT(callsToLive, 0) << "a registered object that is still there is disconnected";
   EXPECT_EQ(0, callsToOld);
   EXPECT_EQ(0, callsToNew) << "an address that no longer holds its object must not be called";
-  EXPECT_TRUE(TraceLinesWith("WARNING!").empty()) << "the dead entry is gone before the wait";
+  // The live object never leaves by itself; the dead entry was dropped before the wait.
+  EXPECT_EQ(std::vector<std::string>{"WARNING! 1 object are not removed from stub manager during 1000 ms!"}, warnings);
 }
 
-TEST_F(UnloadTest, LiveRegisteredObjectIsDisconnected) {
-  // The counterpart of the test above: the same object left in place is called.
-  long calls = 0;
-  CountingObject<1> object(&calls);
-  {
-    FixtureHost host;
-    ASSERT_TRUE(host.ready());
-    FxCounter counter;
-    IDispatch* exposer = host.Wrap(L"FxBase", &counter);
-    ASSERT_NE(nullptr, exposer);
-    ASSERT_EQ(S_OK, Register(exposer, &object));
-    EXPECT_EQ(0u, exposer->Release());
-    calls = 0;
-    host.Unload();
-  }
-  EXPECT_GT(calls, 0) << "CoDisconnectObject reaches a registered object that is still there";
-}
+}  // namespace

@@ -9,9 +9,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,11 +22,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char kSeparator[] = "\r\n\r\n\r\n";
 const char kEnd[] = "The end of the trace file.";
 const auto npos = std::string::npos;
-
-// ---- configuration, paths and files
 
 void SetTraceFolder(HKEY root, const std::wstring& folder) {
   ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(root, L"SOFTWARE\\Quillmoor", L"DebugTraceFolder", REG_SZ, folder.c_str(),
@@ -43,13 +43,11 @@ std::wstring ModulePath(HMODULE module) {
   return buffer;
 }
 
-std::wstring TempFolder()  // with its trailing backslash
-{
+std::wstring TempFolder() {  // with its trailing backslash
   wchar_t buffer[MAX_PATH + 1] = {};
   GetTempPathW(MAX_PATH, buffer);
   return buffer;
 }
-
 std::wstring ExeFolder() { return fs::path(ModulePath(nullptr)).parent_path().wstring(); }
 std::wstring LibraryPath() { return ExeFolder() + L"\\kwQtWrappers.dll"; }
 std::wstring Stem(const std::wstring& path) { return fs::path(path).stem().wstring(); }
@@ -91,58 +89,39 @@ long long NowMillis() {
 // ---- reading a trace file
 
 struct Line {
-  std::string raw;  // without CR LF
-  unsigned long threadId = 0;
-  long long millis = -1;
+  unsigned long threadId;
+  long long millis;
   std::string message;
 };
 
-// "YYYY-MM-DD hh:mm:ss.mmm ", the thread id as "%5u", three blanks, the message.
-bool SplitLine(Line& line) {
-  const std::string& raw = line.raw;
-  const char shape[] = "0000-00-00 00:00:00.000 ";
-  if (raw.size() < 24) return false;
-  for (size_t i = 0; i < 24; ++i)
-    if (shape[i] == '0' ? (raw[i] < '0' || raw[i] > '9') : raw[i] != shape[i]) return false;
-  const size_t digits = raw.find_first_not_of(' ', 24);
-  const size_t blanks = raw.find_first_not_of("0123456789", digits);
-  if (digits == npos || blanks == npos || blanks == digits || raw.compare(blanks, 3, "   ") != 0) return false;
-  line.threadId = std::stoul(raw.substr(digits, blanks - digits));
-  char field[16];
-  snprintf(field, sizeof(field), "%5lu", line.threadId);
-  if (raw.compare(24, blanks - 24, field) != 0) return false;
-  line.message = raw.substr(blanks + 3);
-  auto number = [&](size_t at, size_t count) { return static_cast<WORD>(std::stoi(raw.substr(at, count))); };
-  const SYSTEMTIME time = {number(0, 4),  number(5, 2), 0, number(8, 2), number(11, 2), number(14, 2),
-                           number(17, 2), number(20, 3)};
-  line.millis = Millis(time);
-  return line.millis >= 0;
-}
-
-// Every line must end with CR LF and hold no other CR or LF.
+// "YYYY-MM-DD hh:mm:ss.mmm ", the thread id as "%5u", three blanks, the
+// message and CR LF, with no other CR or LF.
 std::vector<Line> ParseLines(const std::string& bytes) {
   std::vector<Line> lines;
-  for (size_t pos = 0; pos < bytes.size();) {
-    const size_t end = bytes.find("\r\n", pos);
-    if (end == npos) {
-      ADD_FAILURE() << "text after the last CR LF: [" << bytes.substr(pos) << "]";
+  for (size_t pos = 0, end = 0; pos < bytes.size(); pos = end + 2) {
+    end = bytes.find("\r\n", pos);
+    const std::string raw = bytes.substr(pos, end == npos ? npos : end - pos);
+    unsigned f[7] = {};
+    unsigned long thread = 0;
+    char prefix[64] = "";
+    if (sscanf(raw.c_str(), "%4u-%2u-%2u %2u:%2u:%2u.%3u %lu", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6],
+               &thread) == 8)
+      snprintf(prefix, sizeof(prefix), "%04u-%02u-%02u %02u:%02u:%02u.%03u %5lu   ", f[0], f[1], f[2], f[3], f[4], f[5],
+               f[6], thread);
+    const SYSTEMTIME time = {WORD(f[0]), WORD(f[1]), 0, WORD(f[2]), WORD(f[3]), WORD(f[4]), WORD(f[5]), WORD(f[6])};
+    if (end == npos || !*prefix || raw.compare(0, strlen(prefix), prefix) != 0 || raw.find_first_of("\r\n") != npos ||
+        Millis(time) < 0) {
+      ADD_FAILURE() << "not a trace line: [" << raw << "]";
       break;
     }
-    Line line;
-    line.raw = bytes.substr(pos, end - pos);
-    pos = end + 2;
-    if (line.raw.find_first_of("\r\n") != npos || !SplitLine(line)) {
-      ADD_FAILURE() << "not a trace line: [" << line.raw << "]";
-      break;
-    }
-    lines.push_back(line);
+    lines.push_back({thread, Millis(time), raw.substr(strlen(prefix))});
   }
   return lines;
 }
 
 // The lines of the block that starts at byte `at` with its three-line separator.
 std::vector<Line> Block(const std::string& bytes, size_t at = 0) {
-  if (bytes.size() < at + 6 || bytes.compare(at, 6, kSeparator) != 0) {
+  if (bytes.compare(at, 6, "\r\n\r\n\r\n") != 0) {
     ADD_FAILURE() << "no separator at byte " << at << " of [" << bytes << "]";
     return {};
   }
@@ -199,37 +178,32 @@ struct DebugText {
   long long fileSize;  // of the watched file when the text arrived; -1: no such file
 };
 
-SRWLOCK g_captureLock = SRWLOCK_INIT;
-std::vector<DebugText> g_heard[2];  // narrow, wide
-std::wstring g_watched;
-
-LONG CALLBACK CaptureDebugPrint(EXCEPTION_POINTERS* info) {
-  // DBG_PRINTEXCEPTION_C carries (length, char*); DBG_PRINTEXCEPTION_WIDE_C (length, wchar_t*, ...).
-  const EXCEPTION_RECORD* record = info->ExceptionRecord;
-  const bool wide = record->ExceptionCode == 0x4001000A;
-  if ((wide || record->ExceptionCode == 0x40010006) && record->NumberParameters >= 2) {
-    WIN32_FILE_ATTRIBUTE_DATA data;
-    long long size = -1;
-    if (!g_watched.empty() && GetFileAttributesExW(g_watched.c_str(), GetFileExInfoStandard, &data))
-      size = static_cast<long long>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
-    const auto text = record->ExceptionInformation[1];
-    AcquireSRWLockExclusive(&g_captureLock);
-    g_heard[wide].push_back(
-        {wide ? Utf8(reinterpret_cast<const wchar_t*>(text)) : std::string(reinterpret_cast<const char*>(text)), size});
-    ReleaseSRWLockExclusive(&g_captureLock);
-  }
-  return EXCEPTION_CONTINUE_SEARCH;
-}
-
 // Collects what OutputDebugString sends until Stop, through a vectored
 // exception handler that sees the debug-print exception first.
 class DebugOutputCapture {
  public:
   explicit DebugOutputCapture(const std::wstring& watchedFile = L"") {
-    g_heard[0].clear();
-    g_heard[1].clear();
-    g_watched = watchedFile;
-    handler_ = AddVectoredExceptionHandler(1, CaptureDebugPrint);
+    heard_[0].clear();
+    heard_[1].clear();
+    watched_ = watchedFile;
+    handler_ = AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS* info) -> LONG {
+      // DBG_PRINTEXCEPTION_C carries (length, char*); DBG_PRINTEXCEPTION_WIDE_C (length, wchar_t*, ...).
+      const EXCEPTION_RECORD* record = info->ExceptionRecord;
+      const bool wide = record->ExceptionCode == 0x4001000A;
+      if ((!wide && record->ExceptionCode != 0x40010006) || record->NumberParameters < 2)
+        return EXCEPTION_CONTINUE_SEARCH;
+      WIN32_FILE_ATTRIBUTE_DATA data;
+      long long size = -1;
+      if (!watched_.empty() && GetFileAttributesExW(watched_.c_str(), GetFileExInfoStandard, &data))
+        size = static_cast<long long>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
+      const auto text = record->ExceptionInformation[1];
+      AcquireSRWLockExclusive(&lock_);
+      heard_[wide].push_back(
+          {wide ? Utf8(reinterpret_cast<const wchar_t*>(text)) : std::string(reinterpret_cast<const char*>(text)),
+           size});
+      ReleaseSRWLockExclusive(&lock_);
+      return EXCEPTION_CONTINUE_SEARCH;
+    });
   }
   ~DebugOutputCapture() { Stop(); }
   // Where the system raises the wide form, the narrow one may follow as a
@@ -237,17 +211,20 @@ class DebugOutputCapture {
   std::vector<DebugText> Stop() {
     if (handler_) RemoveVectoredExceptionHandler(handler_);
     handler_ = nullptr;
-    AcquireSRWLockExclusive(&g_captureLock);
-    std::vector<DebugText> heard = g_heard[1].empty() ? g_heard[0] : g_heard[1];
-    ReleaseSRWLockExclusive(&g_captureLock);
+    AcquireSRWLockExclusive(&lock_);
+    std::vector<DebugText> heard = heard_[1].empty() ? heard_[0] : heard_[1];
+    ReleaseSRWLockExclusive(&lock_);
     return heard;
   }
 
  private:
   PVOID handler_ = nullptr;
+  static inline SRWLOCK lock_ = SRWLOCK_INIT;
+  static inline std::vector<DebugText> heard_[2];  // narrow, wide
+  static inline std::wstring watched_;
 };
 
-// ---- fixtures
+// ---- fixture
 
 // Removes what the temp-folder fall-back left behind: under Wine a later run
 // may get the same process id and load address, hence the same file names.
@@ -294,9 +271,15 @@ Loaded LoadAndUnload() {
   return loaded;
 }
 
-TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadAndEveryLineGoesToTheDebugger) {
+TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadedCopyAndEveryLineGoesToTheDebugger) {
   const std::wstring folder = Sub(L"trace");  // not there yet: one level is created by the library
   SetTraceFolder(HKEY_CURRENT_USER, folder);
+  // A copy loaded all along: two loaded copies never share a load address.
+  const std::wstring copyPath = Sub(L"kwQtWrappers.dll");
+  ASSERT_TRUE(CopyFileW(LibraryPath().c_str(), copyPath.c_str(), FALSE));
+  HMODULE copy = LoadLibraryW(copyPath.c_str());
+  ASSERT_NE(nullptr, copy);
+  const Loaded copied = {TraceName(copy), ModulePath(copy)};
 
   DebugOutputCapture capture;
   const long long before = NowMillis();
@@ -304,13 +287,12 @@ TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadAndEveryLineGoesToTheDebugge
   ASSERT_NE(nullptr, library);
   const Loaded loaded = {TraceName(library), ModulePath(library)};
   const std::wstring file = folder + L"\\" + loaded.name + L".log";
-  std::vector<std::string> expected = ExpectedBlock(loaded.name, loaded.path);
+  const std::vector<std::string> expected = ExpectedBlock(loaded.name, loaded.path);
 
-  // The folder holds this one file only, "<exe>_<pid>_kwQtWrappers_<address>.log".
-  ASSERT_TRUE(fs::is_directory(folder));
-  std::vector<std::wstring> files;
-  for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path().filename().wstring());
-  ASSERT_EQ(std::vector<std::wstring>{loaded.name + L".log"}, files);
+  // The folder holds one "<exe>_<pid>_kwQtWrappers_<address>.log" per copy.
+  std::set<std::wstring> files;
+  for (const auto& entry : fs::directory_iterator(folder)) files.insert(entry.path().filename().wstring());
+  EXPECT_EQ((std::set<std::wstring>{loaded.name + L".log", copied.name + L".log"}), files);
   EXPECT_EQ(0u, loaded.name.find(Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId()) +
                                  L"_kwQtWrappers_"));
 
@@ -320,215 +302,162 @@ TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadAndEveryLineGoesToTheDebugge
 
   FreeLibrary(library);
   const long long after = NowMillis();
-  std::vector<std::string> debugTexts;
-  for (const DebugText& heard : capture.Stop()) debugTexts.push_back(heard.text);
+  const std::vector<DebugText> heard = capture.Stop();
   const std::string bytes = ReadBytes(file);
-  ASSERT_EQ(0u, bytes.compare(0, whileLoaded.size(), whileLoaded)) << "unloading rewrote earlier lines";
+  EXPECT_EQ(0u, bytes.compare(0, whileLoaded.size(), whileLoaded)) << "unloading rewrote earlier lines";
   const std::vector<Line> lines = Block(bytes);
   EXPECT_EQ(expected, Messages(lines));
 
   // One thread loaded and unloaded the library; the debugger got each
   // message, then a lone line feed, in the order of the file.
-  std::vector<std::string> expectedDebug;
+  std::vector<std::string> expectedDebug, debugTexts;
   for (const Line& line : lines) {
-    EXPECT_EQ(GetCurrentThreadId(), line.threadId) << line.raw;
-    EXPECT_GE(line.millis, before) << line.raw;
-    EXPECT_LE(line.millis, after) << line.raw;
-    expectedDebug.push_back(line.message);
-    expectedDebug.push_back("\n");
+    EXPECT_EQ(GetCurrentThreadId(), line.threadId) << line.message;
+    EXPECT_GE(line.millis, before) << line.message;
+    EXPECT_LE(line.millis, after) << line.message;
+    expectedDebug.insert(expectedDebug.end(), {line.message, "\n"});
   }
+  for (const DebugText& text : heard) debugTexts.push_back(text.text);
   EXPECT_EQ(expectedDebug, debugTexts);
 
-  // Loaded again at the same address, the library appends a new block.
-  if (LoadAndUnload().name == loaded.name) {
-    const std::string again = ReadBytes(file);
-    ASSERT_EQ(0u, again.compare(0, bytes.size(), bytes));
-    EXPECT_EQ(expected, Messages(Block(again, bytes.size())));
-  }
+  FreeLibrary(copy);
+  EXPECT_EQ(ExpectedBlock(copied.name, copied.path),
+            Messages(Block(ReadBytes(folder + L"\\" + copied.name + L".log"))));
 }
 
-TEST_F(TraceTest, TwoLoadedCopiesWriteTwoFilesNamedByLoadAddress) {
-  const std::wstring traceFolder = Sub(L"trace");
-  const std::wstring copyPath = Sub(L"copy\\kwQtWrappers.dll");
-  ASSERT_TRUE(fs::create_directory(Sub(L"copy")));
-  ASSERT_TRUE(CopyFileW(LibraryPath().c_str(), copyPath.c_str(), FALSE));
-  SetTraceFolder(HKEY_CURRENT_USER, traceFolder);
-
-  // Both loaded at once, so they cannot share a load address.
-  HMODULE modules[] = {LoadLibraryW(LibraryPath().c_str()), LoadLibraryW(copyPath.c_str())};
-  ASSERT_NE(nullptr, modules[0]);
-  ASSERT_NE(nullptr, modules[1]);
-  const Loaded copies[] = {{TraceName(modules[0]), ModulePath(modules[0])},
-                           {TraceName(modules[1]), ModulePath(modules[1])}};
-  FreeLibrary(modules[1]);
-  FreeLibrary(modules[0]);
-
-  ASSERT_NE(copies[0].name, copies[1].name);
-  for (const Loaded& loaded : copies)
-    EXPECT_EQ(ExpectedBlock(loaded.name, loaded.path),
-              Messages(Block(ReadBytes(traceFolder + L"\\" + loaded.name + L".log"))));
-}
-
-TEST_F(TraceTest, MachinePlaceServesWhenTheUserPlaceYieldsNoFolder) {
-  // No user value, an empty one, and one whose parent folder is missing.
-  const std::wstring userValues[] = {L"", L"", Sub(L"missing\\trace")};
-  for (int i = 0; i < 3; ++i) {
-    SCOPED_TRACE(i);
+TEST_F(TraceTest, TheFirstPlaceGivingAFolderIsUsedThenTheTempFolder) {
+  enum Where { kMachine, kTemp, kNowhere };
+  const struct {
+    const char* what;
+    const wchar_t* user;  // under the scratch folder; null: no user value
+    bool machine;         // whether the machine place names a folder
+    Where where;
+  } rows[] = {
+      {"no user value", nullptr, true, kMachine},
+      {"an empty user value", L"", true, kMachine},
+      {"a user folder whose parent is missing", L"missing\\trace", true, kMachine},
+      // The folder "exists", so the user place is taken, but no file opens in it.
+      {"a user value naming a plain file", L"plain.txt", true, kTemp},
+      {"no value anywhere", nullptr, false, kNowhere},
+  };
+  std::ofstream(fs::path(Sub(L"plain.txt")), std::ios::binary) << "not a folder";
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
     ClearTraceFolders();
-    if (i > 0) SetTraceFolder(HKEY_CURRENT_USER, userValues[i]);
-    const std::wstring machineFolder = Sub(L"machine" + std::to_wstring(i));
-    SetTraceFolder(HKEY_LOCAL_MACHINE, machineFolder);
+    RemoveTempTraceFiles();
+    const std::wstring machineFolder = Sub(L"machine" + std::to_wstring(&row - rows));
+    if (row.user) SetTraceFolder(HKEY_CURRENT_USER, *row.user ? Sub(row.user) : L"");
+    if (row.machine) SetTraceFolder(HKEY_LOCAL_MACHINE, machineFolder);
 
+    DebugOutputCapture capture;
     const Loaded loaded = LoadAndUnload();
-    EXPECT_EQ(ExpectedBlock(loaded.name, loaded.path),
-              Messages(Block(ReadBytes(machineFolder + L"\\" + loaded.name + L".log"))));
-    EXPECT_FALSE(fs::exists(TempFolder() + loaded.name + L".log"));
+    const std::vector<DebugText> heard = capture.Stop();
+    const std::wstring files[] = {machineFolder + L"\\" + loaded.name + L".log", TempFolder() + loaded.name + L".log"};
+    for (Where place : {kMachine, kTemp}) {
+      EXPECT_EQ(place == row.where, fs::exists(files[place])) << Utf8(files[place]);
+      if (place == row.where) {
+        EXPECT_EQ(ExpectedBlock(loaded.name, loaded.path), Messages(Block(ReadBytes(files[place]))));
+      }
+    }
+    EXPECT_EQ(row.where == kMachine, fs::exists(machineFolder)) << "the machine place is read only when needed";
     EXPECT_FALSE(fs::exists(Sub(L"missing"))) << "only one folder level may be created";
+    EXPECT_EQ("not a folder", ReadBytes(Sub(L"plain.txt")));
+    EXPECT_EQ(row.where == kNowhere, heard.empty()) << "without a file the debugger hears nothing either";
   }
-}
-
-TEST_F(TraceTest, FolderThatCannotTakeTheFileFallsBackToTheTempFolder) {
-  // A regular file where the folder should be: the folder "exists", so the
-  // user place is taken, but no file can be opened inside it.
-  const std::wstring notAFolder = Sub(L"plain.txt");
-  std::ofstream(fs::path(notAFolder), std::ios::binary) << "not a folder";
-  SetTraceFolder(HKEY_CURRENT_USER, notAFolder);
-  const std::wstring machineFolder = Sub(L"machine");
-  SetTraceFolder(HKEY_LOCAL_MACHINE, machineFolder);
-
-  const Loaded loaded = LoadAndUnload();
-  const std::wstring tempFile = TempFolder() + loaded.name + L".log";
-  EXPECT_EQ(ExpectedBlock(loaded.name, loaded.path), Messages(Block(ReadBytes(tempFile)))) << Utf8(tempFile);
-  EXPECT_FALSE(fs::exists(machineFolder)) << "the user place was taken; the machine place must not be read";
-  EXPECT_EQ("not a folder", ReadBytes(notAFolder));
-}
-
-TEST_F(TraceTest, NoConfiguredFolderWritesNothingAnywhere) {
-  // A folder that was configured before and is configured no more.
-  SetTraceFolder(HKEY_CURRENT_USER, scratch_);
-  ClearTraceFolders();
-
-  DebugOutputCapture capture;
-  const Loaded loaded = LoadAndUnload();
-  const std::vector<DebugText> heard = capture.Stop();
-  EXPECT_FALSE(fs::exists(Sub(loaded.name + L".log")));
-  EXPECT_FALSE(fs::exists(TempFolder() + loaded.name + L".log"));
-  EXPECT_TRUE(heard.empty()) << "first debugger text: " << heard.front().text;
 }
 
 // The trace object linked into this program, which is then both the
 // process's executable and the module that writes the log.
 TEST_F(TraceTest, InTheExecutableTheNameHasOnlyExecutableAndProcessId) {
   SetTraceFolder(HKEY_CURRENT_USER, scratch_);
-  OpenTraceLog();
-  TraceWrite(L"inside %s", L"the executable");
-  CloseTraceLog();
-
-  const std::wstring name = Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId());
-  const std::string bytes = ReadBytes(Sub(name + L".log"));
-  EXPECT_EQ(ExpectedBlock(name, ModulePath(nullptr), {"inside the executable"}), Messages(Block(bytes)));
-
-  TraceWrite(L"after closing");  // a no-op once closed
-  EXPECT_EQ(bytes, ReadBytes(Sub(name + L".log")));
+  const std::wstring file = Sub(Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId()) + L".log");
+  const auto expected = ExpectedBlock(Stem(file), ModulePath(nullptr), {"inside the executable"});
+  size_t size = 0;
+  for (int load = 0; load < 2; ++load) {  // a second opening appends a block
+    OpenTraceLog();
+    TraceWrite(L"inside %s", L"the executable");
+    CloseTraceLog();
+    TraceWrite(L"after closing");  // a no-op once closed
+    const std::string bytes = ReadBytes(file);
+    EXPECT_EQ(expected, Messages(Block(bytes, size)));
+    size = bytes.size();
+  }
 }
 
-// Messages written through kwTraceProbe.dll, loaded with the user place set.
+// Messages written through kwTraceProbe.dll: (format, "%s", "%u", "%p").
 using ProbeWriteFn = void (*)(const wchar_t* format, const wchar_t* text, unsigned number, void* pointer);
-
-class ProbeTest : public TraceTest {
- protected:
-  void SetUp() override {
-    TraceTest::SetUp();
-    SetTraceFolder(HKEY_CURRENT_USER, scratch_);
-    probe_ = LoadLibraryW((ExeFolder() + L"\\kwTraceProbe.dll").c_str());
-    ASSERT_NE(nullptr, probe_) << "kwTraceProbe.dll is expected beside the test program";
-    write_ = reinterpret_cast<ProbeWriteFn>(reinterpret_cast<void*>(GetProcAddress(probe_, "ProbeTraceWrite")));
-    ASSERT_NE(nullptr, write_);
-    file_ = Sub(TraceName(probe_) + L".log");
-  }
-  void TearDown() override {
-    Unload();
-    TraceTest::TearDown();
-  }
-  void Unload() {
-    if (probe_) FreeLibrary(probe_);
-    probe_ = nullptr;
-  }
-
-  HMODULE probe_ = nullptr;
-  ProbeWriteFn write_ = nullptr;
-  std::wstring file_;
-};
 
 DWORD WINAPI WriteThreadId(void* write) {
   reinterpret_cast<ProbeWriteFn>(write)(L"%sthread %u", L"", GetCurrentThreadId(), nullptr);
   return 0;
 }
 
-TEST_F(ProbeTest, MessagesAreWrittenWholeAsUtf8LinesNamingTheirThread) {
+TEST_F(TraceTest, MessagesAreWholeUtf8LinesOfTheirThreadWithoutCarriageReturns) {
+  SetTraceFolder(HKEY_CURRENT_USER, scratch_);
+  std::unique_ptr<HINSTANCE__, decltype(&FreeLibrary)> probe(
+      LoadLibraryW((ExeFolder() + L"\\kwTraceProbe.dll").c_str()), &FreeLibrary);
+  ASSERT_NE(nullptr, probe.get()) << "kwTraceProbe.dll is expected beside the test program";
+  const auto write =
+      reinterpret_cast<ProbeWriteFn>(reinterpret_cast<void*>(GetProcAddress(probe.get(), "ProbeTraceWrite")));
+  ASSERT_NE(nullptr, write);
+  const std::wstring file = Sub(TraceName(probe.get()) + L".log");
+
   std::vector<std::string> expected;
   for (size_t length : {2046u, 2047u, 2048u, 4095u, 4096u, 10000u}) {
     std::wstring text(length, L'x');
     for (size_t i = 0; i < length; i += 97)
       text[i] = static_cast<wchar_t>(L'a' + (i / 97) % 26);  // catches a repeated or dropped chunk
-    write_(L"%s", text.c_str(), 0, nullptr);
+    write(L"%s", text.c_str(), 0, nullptr);
     expected.push_back(Utf8(text));
   }
   // Formatting itself, not only the argument, may run past the buffer.
-  write_(L"%s|%u", std::wstring(2045, L'y').c_str(), 123456u, nullptr);
+  write(L"%s|%u", std::wstring(2045, L'y').c_str(), 123456u, nullptr);
   expected.push_back(std::string(2045, 'y') + "|123456");
   // Wide "%s", all 16 upper-case hex digits for "%p", UTF-8 in the file.
-  write_(L"s=%s u=%u p=%p", L"Gr\u00FC\u00DFe \u20AC \U0001F600", 4294967295u,
-         reinterpret_cast<void*>(static_cast<UINT_PTR>(0x00007FF6ABCD0123ull)));
+  write(L"s=%s u=%u p=%p", L"Gr\u00FC\u00DFe \u20AC \U0001F600", 4294967295u,
+        reinterpret_cast<void*>(static_cast<UINT_PTR>(0x00007FF6ABCD0123ull)));
   expected.push_back(
       "s=Gr\xC3\xBC\xC3\x9F"
       "e \xE2\x82\xAC \xF0\x9F\x98\x80 u=4294967295 p=00007FF6ABCD0123");
-
-  WriteThreadId(reinterpret_cast<void*>(write_));
-  HANDLE thread = CreateThread(nullptr, 0, WriteThreadId, reinterpret_cast<void*>(write_), 0, nullptr);
+  WriteThreadId(reinterpret_cast<void*>(write));
+  HANDLE thread = CreateThread(nullptr, 0, WriteThreadId, reinterpret_cast<void*>(write), 0, nullptr);
   ASSERT_NE(nullptr, thread);
   WaitForSingleObject(thread, INFINITE);
   const DWORD threads[] = {GetCurrentThreadId(), GetThreadId(thread)};
   CloseHandle(thread);
   for (DWORD id : threads) expected.push_back("thread " + std::to_string(id));
-  expected.push_back(kEnd);
-  Unload();
 
-  const std::string bytes = ReadBytes(file_);
-  std::vector<Line> lines = Block(bytes);
+  // Line breaks in a message: the debugger hears it without CRs, then a line
+  // feed, both before the line reaches the file.
+  const size_t before = ReadBytes(file).size();
+  DebugOutputCapture capture(file);
+  write(L"%s", L"first\r\nsecond\rthird\n", 0, nullptr);
+  const std::vector<DebugText> heard = capture.Stop();
+  const size_t afterWrite = ReadBytes(file).size();
+  write(L"after", nullptr, 0, nullptr);
+  probe.reset();
+
+  const std::string bytes = ReadBytes(file);
+  std::vector<Line> lines = Block(bytes.substr(0, before));
   ASSERT_EQ(11u + expected.size(), lines.size());
   lines.erase(lines.begin(), lines.begin() + 11);  // the header
   EXPECT_EQ(expected, Messages(lines));
   EXPECT_EQ(threads[0], lines[8].threadId);
   EXPECT_EQ(threads[1], lines[9].threadId);
   EXPECT_EQ(npos, bytes.find("\xEF\xBB\xBF")) << "no byte-order mark";
-}
 
-TEST_F(ProbeTest, CarriageReturnsAreDroppedAndTheDebuggerHearsBeforeTheFile) {
-  const long long sizeBefore = static_cast<long long>(ReadBytes(file_).size());
-  DebugOutputCapture capture(file_);
-  write_(L"%s", L"first\r\nsecond\rthird\n", 0, nullptr);
-  const std::vector<DebugText> heard = capture.Stop();
-  const size_t sizeAfterWrite = ReadBytes(file_).size();
-  write_(L"after", nullptr, 0, nullptr);
-  Unload();
-
-  // The debugger gets the message without CRs, then a line feed, both
-  // before the line reaches the file.
   ASSERT_EQ(2u, heard.size());
   EXPECT_EQ("first\nsecondthird\n", heard[0].text);
   EXPECT_EQ("\n", heard[1].text);
-  EXPECT_EQ(sizeBefore, heard[0].fileSize);
-  EXPECT_EQ(sizeBefore, heard[1].fileSize);
-
-  // In the file, each line feed of the message comes out as CR LF with no
-  // prefix after it, the lone CR is gone, and the next line is normal again.
-  const std::string added = ReadBytes(file_).substr(static_cast<size_t>(sizeBefore));
+  for (const DebugText& text : heard) EXPECT_EQ(static_cast<long long>(before), text.fileSize);
+  // In the file each line feed of the message is CR LF with no prefix after
+  // it, the lone CR is gone, and the next line is normal again.
+  const std::string added = bytes.substr(before);
   const std::string text = "   first\r\nsecondthird\r\n\r\n";
   const size_t at = added.find(text);
   ASSERT_NE(npos, at) << added;
   EXPECT_EQ(1u, ParseLines(added.substr(0, at) + "   first\r\n").size());
-  EXPECT_EQ(sizeBefore + at + text.size(), sizeAfterWrite) << "the whole line is flushed at once";
+  EXPECT_EQ(before + at + text.size(), afterWrite) << "the whole line is flushed at once";
   EXPECT_EQ((std::vector<std::string>{"after", kEnd}), Messages(ParseLines(added.substr(at + text.size()))));
 }
 
