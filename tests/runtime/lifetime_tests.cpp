@@ -19,34 +19,25 @@ class LifetimeTest : public DerivedExposerTest {
   }
 };
 
-TEST_F(LifetimeTest, ExposerLeavesTheStubManagerBeforeItsWrappersGo) {
+TEST_F(LifetimeTest, ExposerLeavesTheStubManagerBeforeItsWrappersGoAndHeldOnesStay) {
   const long before = Registered();
   ASSERT_GE(before, 1);
-  FxCounter counter;
-  IDispatch* exposer = host_.Wrap(L"FxDerived", &counter);
-  ASSERT_NE(nullptr, exposer);
-  EXPECT_EQ(before + 1, Registered());
-  EXPECT_EQ(1u, RefCountOf(exposer)) << "the host holds the only reference";
-
-  EXPECT_EQ(0u, exposer->Release());
-  EXPECT_EQ(2, counter.wrappersDestroyed) << "both composed wrappers go with the exposer";
-  EXPECT_EQ(before, counter.registeredWhenWrapperDestroyed);
-  EXPECT_EQ(before, Registered());
-}
-
-TEST_F(LifetimeTest, WrapperHeldByTheHostOutlivesItsExposer) {
   FxCounter counter;
   counter.value = 3;
   IDispatch* exposer = host_.Wrap(L"FxDerived", &counter);
   ASSERT_NE(nullptr, exposer);
+  EXPECT_EQ(before + 1, Registered());
+  EXPECT_EQ(1u, RefCountOf(exposer)) << "the host holds the only reference";
   auto* wrapper = static_cast<IDispatch*>(ObjectResult(exposer, L"FxDerived_peer"));
   ASSERT_NE(nullptr, wrapper);
   EXPECT_EQ(2u, RefCountOf(wrapper)) << "the exposer's and the host's";
 
   EXPECT_EQ(0u, exposer->Release());
-  EXPECT_EQ(1, counter.wrappersDestroyed) << "only the wrapper nobody else holds is gone";
+  EXPECT_EQ(1, counter.wrappersDestroyed) << "the wrapper nobody else holds goes with the exposer";
+  EXPECT_EQ(before, counter.registeredWhenWrapperDestroyed);
+  EXPECT_EQ(before, Registered());
   EXPECT_EQ(S_OK, Call(wrapper, L"FxDerived_scale", {4}));
-  EXPECT_EQ(12, counter.value) << "still bound to the instance";
+  EXPECT_EQ(12, counter.value) << "the held wrapper is still bound to the instance";
   EXPECT_EQ(0u, wrapper->Release());
   EXPECT_EQ(2, counter.wrappersDestroyed);
 }
@@ -64,39 +55,19 @@ TEST_F(LifetimeTest, NamesWithoutAnExposerCreateNothing) {
   EXPECT_EQ(1, counter.wrappersDestroyed);
 }
 
-TEST_F(LifetimeTest, ValueResultBecomesANewExposerOfACopy) {
-  auto* twin = static_cast<IDispatch*>(ObjectResult(exposer_, L"FxDerived_twin"));
-  ASSERT_NE(nullptr, twin);
-  auto* copy = static_cast<FxCounter*>(InstanceOf(twin));
-  ASSERT_NE(nullptr, copy);
-  EXPECT_NE(&counter_, copy);
-  EXPECT_EQ(5, copy->value);
-  UINT count = 0;
-  EXPECT_EQ(S_OK, twin->GetTypeInfoCount(&count));
-  EXPECT_EQ(1u, count) << "wrapped under \"FxBase\"";
-  EXPECT_EQ(S_OK, Call(twin, L"FxBase_setValue", {8}));
-  EXPECT_EQ(8, copy->value);
-  EXPECT_EQ(5, counter_.value);
-  EXPECT_EQ(0u, twin->Release());
-  // The copy's wrapper is gone; the copy itself stays allocated and intact.
-  EXPECT_EQ(1, copy->wrappersDestroyed);
-  EXPECT_EQ(8, copy->value);
-}
-
-TEST_F(LifetimeTest, TheSinkGetsTheLibrarysRequestsAndItsFailureReachesTheHost) {
+TEST_F(LifetimeTest, ValueResultGoesToTheSinkWhileSetElseBecomesAnExposerOfACopy) {
+  // While a sink is set, the library's own requests go to it and its failure
+  // reaches the host; the host's own requests bypass it.
   kwtest::RecordingSink sink(E_ACCESSDENIED);
   ASSERT_EQ(S_OK, host_.notificator()->SetDispatchSink(&sink));
-  FxCounter counter;
-  counter.value = 6;
-  IDispatch* exposer = host_.Wrap(L"FxDerived", &counter);
-  ASSERT_NE(nullptr, exposer) << "the host's own request bypasses the sink";
-  EXPECT_EQ(&counter, InstanceOf(exposer));
+  FxCounter other;
+  IDispatch* direct = host_.Wrap(L"FxBase", &other);
+  ASSERT_NE(nullptr, direct);
+  EXPECT_EQ(&other, InstanceOf(direct));
+  EXPECT_EQ(0u, direct->Release());
   EXPECT_TRUE(sink.calls.empty());
-
-  VARIANT result;
-  VariantInit(&result);
   SCODE memberResult = 0;
-  HRESULT hr = kwtest::CallByName(exposer, L"FxDerived_twin", {}, &result, &memberResult);
+  const HRESULT hr = kwtest::CallByName(exposer_, L"FxDerived_twin", {}, nullptr, &memberResult);
   EXPECT_TRUE(hr == E_ACCESSDENIED || (hr == DISP_E_EXCEPTION && memberResult == E_ACCESSDENIED))
       << std::hex << hr << " scode " << memberResult;
   ASSERT_EQ(1u, sink.calls.size());
@@ -105,17 +76,27 @@ TEST_F(LifetimeTest, TheSinkGetsTheLibrarysRequestsAndItsFailureReachesTheHost) 
   EXPECT_EQ(nullptr, call.reserved);
   for (VARIANT_BOOL flag : call.flags) EXPECT_EQ(VARIANT_TRUE, flag);
   ASSERT_NE(nullptr, call.instance);
-  EXPECT_NE(static_cast<void*>(&counter), call.instance);
-  EXPECT_EQ(6, static_cast<FxCounter*>(call.instance)->value);
-
+  EXPECT_NE(static_cast<void*>(&counter_), call.instance);
+  EXPECT_EQ(5, static_cast<FxCounter*>(call.instance)->value);
   ASSERT_EQ(S_OK, host_.notificator()->SetDispatchSink(nullptr));
   EXPECT_EQ(1, sink.refs()) << "the manager let go of the sink";
-  IUnknown* twin = ObjectResult(exposer, L"FxDerived_twin");
+
+  // Without a sink: a new exposer of a heap copy, wrapped under "FxBase".
+  auto* twin = static_cast<IDispatch*>(ObjectResult(exposer_, L"FxDerived_twin"));
   EXPECT_EQ(1u, sink.calls.size());
   ASSERT_NE(nullptr, twin);
-  EXPECT_NE(nullptr, InstanceOf(twin));
-  twin->Release();
-  EXPECT_EQ(0u, exposer->Release());
+  auto* copy = static_cast<FxCounter*>(InstanceOf(twin));
+  ASSERT_NE(nullptr, copy);
+  EXPECT_NE(&counter_, copy);
+  UINT count = 0;
+  EXPECT_EQ(S_OK, twin->GetTypeInfoCount(&count));
+  EXPECT_EQ(1u, count);
+  EXPECT_EQ(S_OK, Call(twin, L"FxBase_setValue", {8}));
+  EXPECT_EQ(8, copy->value);
+  EXPECT_EQ(5, counter_.value);
+  EXPECT_EQ(0u, twin->Release());
+  EXPECT_EQ(1, copy->wrappersDestroyed) << "the copy's wrapper is gone, the copy stays intact";
+  EXPECT_EQ(8, copy->value);
 }
 
 }  // namespace
