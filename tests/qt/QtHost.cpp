@@ -17,24 +17,6 @@ void RecordMessage(QtMsgType type, const char* text) {
 }
 
 }  // namespace
-
-std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer) {
-  std::vector<std::wstring> names;
-  UINT count = 0;
-  if (exposer == nullptr || FAILED(exposer->GetTypeInfoCount(&count))) return names;
-  for (UINT i = 0; i < count; ++i) {
-    ITypeInfo* info = nullptr;
-    BSTR name = nullptr;
-    if (SUCCEEDED(exposer->GetTypeInfo(i, 0, &info)) &&
-        SUCCEEDED(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr))) {
-      names.emplace_back(name, SysStringLen(name));
-    }
-    SysFreeString(name);
-    if (info != nullptr) info->Release();
-  }
-  return names;
-}
-
 }  // namespace qttest
 
 // A Qt application around the tests, as in the applications the library is

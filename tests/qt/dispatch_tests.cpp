@@ -68,22 +68,19 @@ TEST_F(QtTest, ExposersComposeTheirListedWrappers) {
       {L"QTimerEvent", &timer, {L"Iwrp_QEvent", L"Iwrp_QTimerEvent"}},
   };
   for (const auto& row : rows) {
-    IDispatch* exposer = Wrap(row.typeName, row.instance);
-    EXPECT_EQ(row.composed, ComposedInterfaces(exposer)) << QString::fromWCharArray(row.typeName).toStdString();
-    EXPECT_EQ(row.instance, kwtest::InstanceOf(exposer));
-    if (exposer != nullptr) exposer->Release();
+    Held exposer = Wrap(row.typeName, row.instance);
+    EXPECT_EQ(row.composed, ComposedInterfaces(exposer)) << Narrow(row.typeName);
+    EXPECT_EQ(row.instance, InstanceOf(exposer));
   }
   // Names of every composed class answer on the one object; QObject is never composed.
-  IDispatch* radioExposer = Wrap(L"QRadioButton", &radio);
+  Held radioExposer = Wrap(L"QRadioButton", &radio);
   DISPID id = DISPID_UNKNOWN;
-  EXPECT_EQ(S_OK, kwtest::IdOf(radioExposer, L"QAbstractButton_setText", &id));
-  EXPECT_EQ(DISP_E_UNKNOWNNAME, kwtest::IdOf(radioExposer, L"QWidget_setVisible", &id));
-  radioExposer->Release();
+  EXPECT_EQ(S_OK, IdOf(radioExposer, L"QAbstractButton_setText", &id));
+  EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(radioExposer, L"QWidget_setVisible", &id));
 }
 
 TEST_F(WidgetTest, ButtonMembersBehaveAsDeclared) {
-  IDispatch* button = Wrap(L"QPushButton", button_);
-  ASSERT_NE(nullptr, button);
+  Held button = Wrap(L"QPushButton", button_);
 
   // bool in: any non-zero value is true; bool out: 1, never -1.
   EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setDown", {I4(1)}));
@@ -91,10 +88,7 @@ TEST_F(WidgetTest, ButtonMembersBehaveAsDeclared) {
   EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setCheckable", {I4(1)}));
   EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setChecked", {I4(2)}));
   EXPECT_TRUE(button_->isChecked());
-  Result checked;
-  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_isChecked", {}, &checked.value));
-  EXPECT_EQ(VT_I4, V_VT(&checked.value));
-  EXPECT_EQ(1, V_I4(&checked.value));
+  EXPECT_EQ(1, IntOf(Get(button, L"QAbstractButton_isChecked")));
   EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setDown", {I4(0)}));
   EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_animateClick", {I4(10)}));
   EXPECT_TRUE(button_->isDown()) << "animateClick presses the button at once";
@@ -109,45 +103,32 @@ TEST_F(WidgetTest, ButtonMembersBehaveAsDeclared) {
                 {L"QAbstractButton_icon", L"Iwrp_QIcon"},
                 {L"QAbstractButton_shortcut", L"Iwrp_QKeySequence"},
                 {L"QAbstractButton_iconSize", L"Iwrp_QSize"}};
-  for (const auto& row : values) {
-    Result value;
-    EXPECT_EQ(S_OK, CallByName(button, row.member, {}, &value.value));
-    EXPECT_EQ(std::vector<std::wstring>{row.interfaceName}, ComposedInterfaces(value.object()));
-  }
-  Result text1, text2, size;
-  CallByName(button, L"QAbstractButton_text", {}, &text1.value);
-  CallByName(button, L"QAbstractButton_text", {}, &text2.value);
+  for (const auto& row : values)
+    EXPECT_EQ(std::vector<std::wstring>{row.interfaceName}, ComposedInterfaces(Get(button, row.member).object()));
+  Result text1 = Get(button, L"QAbstractButton_text"), text2 = Get(button, L"QAbstractButton_text");
   EXPECT_EQ(QString("Press"), TextOf(text1));
   EXPECT_NE(InstanceAs<QString>(text1.object()), InstanceAs<QString>(text2.object()));
-  CallByName(button, L"QAbstractButton_iconSize", {}, &size.value);
-  EXPECT_EQ(QSize(24, 18), *InstanceAs<QSize>(size.object()));
+  EXPECT_EQ(QSize(24, 18), *InstanceAs<QSize>(Get(button, L"QAbstractButton_iconSize").object()));
 
   // Pointer results: the object itself, also a null one.
-  Result noGroup, group;
-  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_group", {}, &noGroup.value));
-  EXPECT_EQ(nullptr, kwtest::InstanceOf(noGroup.object()));
+  EXPECT_EQ(nullptr, InstanceOf(Get(button, L"QAbstractButton_group").object()));
   QButtonGroup buttons;
   buttons.addButton(button_);
-  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_group", {}, &group.value));
-  EXPECT_EQ(&buttons, InstanceAs<QButtonGroup>(group.object()));
+  EXPECT_EQ(&buttons, InstanceAs<QButtonGroup>(Get(button, L"QAbstractButton_group").object()));
 
   // Class arguments: the instance of an object the library handed out.
-  IDispatch* label = WrapString("Pressed");
-  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setText", {Object(label)}));
-  EXPECT_EQ(QString("Pressed"), button_->text());
-  label->Release();
-
+  {
+    Held label = WrapString("Pressed");
+    EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_setText", {Object(label)}));
+    EXPECT_EQ(QString("Pressed"), button_->text());
+  }
   // A static member with byte strings.
-  Result translated;
-  EXPECT_EQ(S_OK, CallByName(button, L"QAbstractButton_trUtf8_2", {BytesRef("caf\xC3\xA9"), BytesRef(""), I4(-1)},
-                             &translated.value));
-  EXPECT_EQ(QString::fromUtf8("caf\xC3\xA9"), TextOf(translated));
-  button->Release();
+  EXPECT_EQ(QString::fromUtf8("caf\xC3\xA9"),
+            TextOf(Get(button, L"QAbstractButton_trUtf8_2", {BytesRef("caf\xC3\xA9"), BytesRef(""), I4(-1)})));
 }
 
 TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
-  IDispatch* window = Wrap(L"QWidget", &window_);
-  ASSERT_NE(nullptr, window);
+  Held window = Wrap(L"QWidget", &window_);
 
   // Four int* out-parameters go to Qt unchanged.
   window_.setContentsMargins(1, 2, 3, 4);
@@ -163,16 +144,13 @@ TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
 
   // childAt: the (int, int) overload builds the QPoint, the pointer comes back.
   QPoint inside = button_->geometry().center();
-  Result child;
-  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_childAt_2", {I4(inside.x()), I4(inside.y())}, &child.value));
-  EXPECT_EQ(button_, InstanceAs<QWidget>(child.object()));
+  EXPECT_EQ(button_, InstanceAs<QWidget>(Get(window, L"QWidget_childAt_2", {I4(inside.x()), I4(inside.y())}).object()));
 
   // A QFlags result is a 4-byte value; QFlags<enum Qt::WindowType> is not a
   // name the manager knows, so a sink shows what the body hands over.
-  kwtest::RecordingSink sink;
+  RecordingSink sink;
   ASSERT_EQ(S_OK, host_.notificator()->SetDispatchSink(&sink));
-  Result flags;
-  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_windowFlags", {}, &flags.value));
+  Get(window, L"QWidget_windowFlags");
   ASSERT_EQ(1u, sink.calls.size());
   EXPECT_EQ(L"QFlags<enum Qt::WindowType>", sink.calls[0].typeName);
   EXPECT_EQ(window_.windowFlags(), *static_cast<Qt::WindowFlags*>(sink.calls[0].instance));
@@ -181,49 +159,32 @@ TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
   // A QFlags argument is copied out of whatever object carries the value.
   QWidget tool;
   Qt::WindowFlags wanted = Qt::Tool | Qt::FramelessWindowHint;
-  IDispatch* flagsObject = Wrap(L"QFlags<enum Qt::ItemFlag>", &wanted);
-  IDispatch* toolObject = Wrap(L"QWidget", &tool);
+  Held flagsObject = Wrap(L"QFlags<enum Qt::ItemFlag>", &wanted), toolObject = Wrap(L"QWidget", &tool);
   EXPECT_EQ(S_OK, CallByName(toolObject, L"QWidget_setWindowFlags", {Object(flagsObject)}));
   EXPECT_EQ(wanted, tool.windowFlags());
-  flagsObject->Release();
-  toolObject->Release();
-  window->Release();
 }
 
 TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
   QString abc("abc");
-  IDispatch* text = Wrap(L"QString", &abc);
-  ASSERT_NE(nullptr, text);
+  Held text = Wrap(L"QString", &abc);
 
-  Result at, ref, data, unicode;
-  EXPECT_EQ(S_OK, CallByName(text, L"QString_at", {I4(1)}, &at.value));
+  Result at = Get(text, L"QString_at", {I4(1)}), ref = Get(text, L"QString_operator_INDEXING_2", {I4(2)});
   EXPECT_EQ(QChar('b'), *InstanceAs<QChar>(at.object()));
   EXPECT_NE(abc.constData() + 1, InstanceAs<QChar>(at.object())) << "at gives a copy";
-  EXPECT_EQ(S_OK, CallByName(text, L"QString_operator_INDEXING_2", {I4(2)}, &ref.value));
   EXPECT_EQ(std::vector<std::wstring>{L"Iwrp_QCharRef"}, ComposedInterfaces(ref.object()));
   EXPECT_EQ(QChar('c'), QChar(*InstanceAs<QCharRef>(ref.object())));
-  EXPECT_EQ(S_OK, CallByName(text, L"QString_data_2", {}, &data.value));
-  EXPECT_EQ(S_OK, CallByName(text, L"QString_unicode", {}, &unicode.value));
-  EXPECT_EQ(abc.constData(), InstanceAs<QChar>(data.object())) << "the string's own characters";
-  EXPECT_EQ(abc.unicode(), InstanceAs<QChar>(unicode.object()));
+  EXPECT_EQ(abc.constData(), InstanceAs<QChar>(Get(text, L"QString_data_2").object())) << "the string's own characters";
+  EXPECT_EQ(abc.unicode(), InstanceAs<QChar>(Get(text, L"QString_unicode").object()));
 
   QString null, empty("");
-  const struct {
-    QString* string;
-    int isNull;
-  } nulls[] = {{&null, 1}, {&empty, 0}, {&abc, 0}};
-  for (const auto& row : nulls) {
-    IDispatch* object = Wrap(L"QString", row.string);
-    Result isNull;
-    EXPECT_EQ(S_OK, CallByName(object, L"QString_isNull", {}, &isNull.value));
-    EXPECT_EQ(row.isNull, V_I4(&isNull.value));
-    object->Release();
+  for (QString* string : {&null, &empty, &abc}) {
+    Held object = Wrap(L"QString", string);
+    EXPECT_EQ(string->isNull() ? 1 : 0, IntOf(Get(object, L"QString_isNull")));
   }
 
   // sprintf takes the format alone and rewrites the bound string; vsprintf
   // takes the host's argument list.
-  Result printed;
-  EXPECT_EQ(S_OK, CallByName(text, L"QString_sprintf", {BytesRef("no arguments")}, &printed.value));
+  Result printed = Get(text, L"QString_sprintf", {BytesRef("no arguments")});
   EXPECT_EQ(QString("no arguments"), abc);
   EXPECT_EQ(abc, TextOf(printed));
   EXPECT_NE(&abc, InstanceAs<QString>(printed.object()));
@@ -238,29 +199,25 @@ TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
   };
   EXPECT_EQ(S_OK, vsprintf("%d-%s", 42, "x"));
   EXPECT_EQ(QString("42-x"), abc);
-  text->Release();
 
   // bool* out-parameter: Qt writes one byte into the host's 32-bit integer.
   QByteArray number("2.5");
-  IDispatch* bytes = Wrap(L"QByteArray", &number);
+  Held bytes = Wrap(L"QByteArray", &number);
   LONG ok = static_cast<LONG>(0xFFFFFF00);
-  Result value;
-  EXPECT_EQ(S_OK, CallByName(bytes, L"QByteArray_toDouble", {LongRef(&ok)}, &value.value));
+  EXPECT_EQ(2.5, RealOf(Get(bytes, L"QByteArray_toDouble", {LongRef(&ok)})));
   EXPECT_EQ(static_cast<LONG>(0xFFFFFF01), ok);
-  EXPECT_EQ(2.5, V_R8(&value.value));
-  bytes->Release();
-}
 
-TEST_F(QtTest, DestructorMemberDestroysInPlace) {
+  // The destructor member destroys in place; the memory stays the host's.
   QString shared("shared data");
   QString* copy = new QString(shared);
   ASSERT_FALSE(shared.isDetached());
-  IDispatch* object = Wrap(L"QString", copy);
-  EXPECT_EQ(S_OK, CallByName(object, L"QString_DTOR_QString", {}));
-  EXPECT_TRUE(shared.isDetached()) << "the copy's reference to the shared data is gone";
-  EXPECT_EQ(copy, kwtest::InstanceOf(object)) << "the wrapper still points at the destroyed object";
-  object->Release();
-  ::operator delete(copy);  // the memory is the host's to free
+  {
+    Held object = Wrap(L"QString", copy);
+    EXPECT_EQ(S_OK, CallByName(object, L"QString_DTOR_QString", {}));
+    EXPECT_TRUE(shared.isDetached()) << "the copy's reference to the shared data is gone";
+    EXPECT_EQ(copy, InstanceOf(object)) << "the wrapper still points at the destroyed object";
+  }
+  ::operator delete(copy);
 }
 
 // One member of each family of wrapped classes, on a real instance.
@@ -273,84 +230,42 @@ TEST_F(WidgetTest, OneMemberOfEachFamily) {
   QStyleOptionButton option;
   Qt::ItemFlags itemFlags = Qt::ItemIsEnabled;
   QString hello("hello");
-  IDispatch* helloObject = Wrap(L"QString", &hello);
-  IDispatch* windowObject = Wrap(L"QWidget", &window_);
+  Held helloObject = Wrap(L"QString", &hello), windowObject = Wrap(L"QWidget", &window_);
+  auto is = [](LONG value) { return [value](const Result& r) { return IntOf(r) == value; }; };
+  auto done = [](std::function<bool()> check) { return [check](const Result&) { return check(); }; };
   const struct {
-    const char* family;
     const wchar_t* typeName;
     void* instance;
     const wchar_t* member;
     std::vector<VARIANT> args;
     std::function<bool(const Result&)> holds;
   } rows[] = {
-      {"widget",
-       L"QLineEdit",
-       edit_,
-       L"QLineEdit_setText",
-       {Object(helloObject)},
-       [&](const Result&) { return edit_->text() == hello; }},
-      {"layout",
-       L"QVBoxLayout",
-       layout_,
-       L"QBoxLayout_count",
-       {},
-       [&](const Result& r) { return V_I4(&r.value) == layout_->count(); }},
-      {"event",
-       L"QTimerEvent",
-       &timer,
-       L"QTimerEvent_timerId",
-       {},
-       [](const Result& r) { return V_I4(&r.value) == 7; }},
-      {"value class", L"QSize", &size, L"QSize_width", {}, [](const Result& r) { return V_I4(&r.value) == 3; }},
-      {"QFlags",
-       L"QFlags<enum Qt::ItemFlag>",
+      {L"QLineEdit", edit_, L"QLineEdit_setText", {Object(helloObject)}, done([&] { return edit_->text() == hello; })},
+      {L"QVBoxLayout", layout_, L"QBoxLayout_count", {}, is(2)},
+      {L"QTimerEvent", &timer, L"QTimerEvent_timerId", {}, is(7)},
+      {L"QSize", &size, L"QSize_width", {}, is(3)},
+      {L"QFlags<enum Qt::ItemFlag>",
        &itemFlags,
        L"QFlags_enum_Qt_ItemFlag__operator_OR",
        {I4(Qt::ItemIsSelectable)},
        [](const Result& r) {
          return *InstanceAs<Qt::ItemFlags>(r.object()) == (Qt::ItemIsEnabled | Qt::ItemIsSelectable);
        }},
-      {"container",
-       L"QList<int>",
-       &numbers,
-       L"QList_int__size",
-       {},
-       [](const Result& r) { return V_I4(&r.value) == 3; }},
-      {"style option",
-       L"QStyleOptionButton",
-       &option,
-       L"QStyleOption_initFrom",
-       {Object(windowObject)},
-       [&](const Result&) { return option.rect == window_.rect(); }},
-      {"text class",
-       L"QTextDocument",
-       &document,
-       L"QTextDocument_setPlainText",
-       {Object(helloObject)},
-       [&](const Result&) { return document.toPlainText() == hello; }},
-      {"item-view item",
-       L"QListWidgetItem",
-       &item,
-       L"QListWidgetItem_text",
-       {},
-       [](const Result& r) { return TextOf(r) == "item"; }},
-      {"static-only class",
-       L"QToolTip",
-       nullptr,
-       L"QToolTip_isVisible",
-       {},
-       [](const Result& r) { return V_I4(&r.value) == (QToolTip::isVisible() ? 1 : 0); }},
+      {L"QList<int>", &numbers, L"QList_int__size", {}, is(3)},
+      {L"QStyleOptionButton", &option, L"QStyleOption_initFrom", {Object(windowObject)}, done([&] {
+         return option.rect == window_.rect();
+       })},
+      {L"QTextDocument", &document, L"QTextDocument_setPlainText", {Object(helloObject)}, done([&] {
+         return document.toPlainText() == hello;
+       })},
+      {L"QListWidgetItem", &item, L"QListWidgetItem_text", {}, [](const Result& r) { return TextOf(r) == "item"; }},
+      {L"QToolTip", nullptr, L"QToolTip_isVisible", {}, is(QToolTip::isVisible() ? 1 : 0)},  // static members only
   };
   for (const auto& row : rows) {
-    IDispatch* object = Wrap(row.typeName, row.instance);
-    ASSERT_NE(nullptr, object) << row.family;
-    Result result;
-    EXPECT_EQ(S_OK, CallByName(object, row.member, row.args, &result.value)) << row.family;
-    EXPECT_TRUE(row.holds(result)) << row.family;
-    object->Release();
+    Held object = Wrap(row.typeName, row.instance);
+    ASSERT_NE(nullptr, static_cast<IDispatch*>(object)) << Narrow(row.typeName);
+    EXPECT_TRUE(row.holds(Get(object, row.member, row.args))) << Narrow(row.typeName);
   }
-  helloObject->Release();
-  windowObject->Release();
 }
 
 }  // namespace

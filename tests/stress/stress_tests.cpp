@@ -3,11 +3,10 @@
 // twenty thousand random, mostly wrong, calls.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "DispatchStress.h"
 #include "kwsample/SWidget.h"
@@ -17,23 +16,19 @@ namespace {
 using kwtest::I4;
 using kwtest::Result;
 
-std::wstring TraceFolder() {
-  wchar_t path[MAX_PATH] = L"";
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::filesystem::path(path).parent_path().wstring() + L"\\stress_trace";
-}
+std::wstring TraceFolder() { return kwtest::ProgramFolder() + L"stress_trace"; }
 
 // Everything the trace folder holds, files in any order.
 std::string TraceText() {
   std::string text;
   for (const auto& file : std::filesystem::directory_iterator(TraceFolder())) {
     std::ifstream in(file.path(), std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    text += content.str();
+    text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
   return text;
 }
+
+bool IsI4(const Result& r, LONG value) { return V_VT(&r.value) == VT_I4 && V_I4(&r.value) == value; }
 
 TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
   std::filesystem::remove_all(TraceFolder());
@@ -44,24 +39,22 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
   {
     kwtest::ManagerHost host(L"kwSampleWrappers.dll");
     ASSERT_TRUE(host.ready());
-
     SPushButton shared;
     shared.setText("shared");
     shared.setEnabled(true);
     shared.resize(30, 40);
+    auto instance = [](const Result& r) { return r.object() ? kwtest::InstanceOf(r.object()) : nullptr; };
     std::vector<kwtest::Probe> probes = {
-        {L"SWidget_isEnabled", {}, [](const Result& r) { return V_VT(&r.value) == VT_I4 && V_I4(&r.value) == 1; }},
+        {L"SWidget_isEnabled", {}, [](const Result& r) { return IsI4(r, 1); }},
+        {L"SPushButton_isDefault", {}, [](const Result& r) { return IsI4(r, 0); }},
         {L"SAbstractButton_text",
          {},
-         [](const Result& r) {
-           return r.object() && static_cast<SString*>(kwtest::InstanceOf(r.object()))->data() == std::string("shared");
+         [&](const Result& r) {
+           return instance(r) && static_cast<SString*>(instance(r))->data() == std::string("shared");
          }},
         {L"SWidget_size",
          {},
-         [](const Result& r) {
-           return r.object() && static_cast<SSize*>(kwtest::InstanceOf(r.object()))->width() == 30;
-         }},
-        {L"SPushButton_isDefault", {}, [](const Result& r) { return V_VT(&r.value) == VT_I4 && V_I4(&r.value) == 0; }},
+         [&](const Result& r) { return instance(r) && static_cast<SSize*>(instance(r))->width() == 30; }},
     };
     // More members, more routes recorded at once.
     for (const wchar_t* getter :
@@ -78,22 +71,12 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
       EXPECT_EQ(0, kwtest::HammerExposer(exposer, probes, 8, 4));
       EXPECT_EQ(0u, exposer->Release());
     }
-
-    std::atomic<int> wrong{0};
-    kwtest::RunOnThreads(8, [&](int thread) {
-      SPushButton own;
-      IDispatch* mine = host.Wrap(L"SPushButton", &own);
-      for (int round = 0; round < 300 && mine != nullptr; ++round) {
-        const int value = thread * 1000 + round;
-        Result width;
-        if (kwtest::CallByName(mine, L"SWidget_resize_2", {I4(value), I4(1)}) != S_OK ||
-            kwtest::CallByName(mine, L"SAbstractButton_setChecked", {I4(round & 1)}) != S_OK ||
-            own.size().width() != value || own.isChecked() != ((round & 1) != 0))
-          ++wrong;
-      }
-      if (mine == nullptr || mine->Release() != 0) ++wrong;
-    });
-    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(0, kwtest::HammerOwnObjects<SPushButton>(
+                     host, L"SPushButton", 8, 300, [](IDispatch* mine, SPushButton& own, int value) {
+                       return kwtest::CallByName(mine, L"SWidget_resize_2", {I4(value), I4(1)}) == S_OK &&
+                              kwtest::CallByName(mine, L"SAbstractButton_setChecked", {I4(value & 1)}) == S_OK &&
+                              own.size().width() == value && own.isChecked() == ((value & 1) != 0);
+                     }));
   }  // unload
   RegDeleteKeyValueW(HKEY_CURRENT_USER, L"SOFTWARE\\Quillmoor", L"DebugTraceFolder");
   const std::string trace = TraceText();
@@ -117,10 +100,10 @@ TEST(FuzzTest, RandomCallsGiveDispatchErrorsNeverAFault) {
   EXPECT_GT(tally.succeeded, 2000) << "the run reached the members, not only their errors";
 
   // A known-good call still works, and every reference goes.
-  EXPECT_EQ(S_OK, kwtest::CallByName(exposers[2], L"SWidget_setEnabled", {I4(1)}));
   Result enabled;
+  EXPECT_EQ(S_OK, kwtest::CallByName(exposers[2], L"SWidget_setEnabled", {I4(1)}));
   EXPECT_EQ(S_OK, kwtest::CallByName(exposers[2], L"SWidget_isEnabled", {}, &enabled.value));
-  EXPECT_EQ(1, V_I4(&enabled.value));
+  EXPECT_TRUE(IsI4(enabled, 1));
   for (IDispatch* exposer : exposers) EXPECT_EQ(0u, exposer->Release());
 }
 

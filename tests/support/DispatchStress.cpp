@@ -1,6 +1,8 @@
 #include "DispatchStress.h"
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -62,25 +64,14 @@ struct Member {
   int parameters;
 };
 
+template <size_t N>
+bool OneOf(const long long (&values)[N], long long value) {
+  return std::find(std::begin(values), std::end(values), value) != std::end(values);
+}
+
 bool IsPlainNumber(VARTYPE type) {
-  switch (type) {
-    case VT_I1:
-    case VT_UI1:
-    case VT_I2:
-    case VT_UI2:
-    case VT_I4:
-    case VT_UI4:
-    case VT_INT:
-    case VT_UINT:
-    case VT_I8:
-    case VT_UI8:
-    case VT_R4:
-    case VT_R8:
-    case VT_BOOL:
-      return true;
-    default:
-      return false;
-  }
+  return OneOf({VT_I1, VT_UI1, VT_I2, VT_UI2, VT_I4, VT_UI4, VT_INT, VT_UINT, VT_I8, VT_UI8, VT_R4, VT_R8, VT_BOOL},
+               type);
 }
 
 // The members of `exposer` whose parameters are all plain numbers.
@@ -101,62 +92,32 @@ void CollectMembers(IDispatch* exposer, const std::vector<std::wstring>& avoid, 
 
 // An argument of a random VARTYPE and value; a BSTR is owned by the caller.
 VARIANT RandomArgument(Random& random) {
+  const int kind = random.Below(8);
+  const std::uint32_t n = random.Next();
   VARIANT v;
   VariantInit(&v);
-  switch (random.Below(8)) {
-    case 0:
-      V_VT(&v) = VT_I4;
-      V_I4(&v) = static_cast<LONG>(random.Next()) % 1000;
-      break;
-    case 1:
-      V_VT(&v) = VT_I4;
-      V_I4(&v) = static_cast<LONG>(random.Next());
-      break;
-    case 2:
-      V_VT(&v) = VT_R8;
-      V_R8(&v) = static_cast<double>(static_cast<int>(random.Next())) / 7.0;
-      break;
-    case 3:
-      V_VT(&v) = VT_BOOL;
-      V_BOOL(&v) = random.Chance(50) ? VARIANT_TRUE : VARIANT_FALSE;
-      break;
-    case 4:
-      V_VT(&v) = VT_UI1;
-      V_UI1(&v) = static_cast<BYTE>(random.Next());
-      break;
-    case 5:
-      V_VT(&v) = VT_BSTR;
-      V_BSTR(&v) = SysAllocString(random.Chance(50) ? L"12" : L"not a number");
-      break;
-    case 6:
-      V_VT(&v) = VT_I8;
-      V_I8(&v) = static_cast<LONGLONG>(random.Next()) << 20;
-      break;
-    default:
-      V_VT(&v) = random.Chance(50) ? VT_EMPTY : VT_NULL;
-      break;
+  if (kind == 0) return I4(static_cast<LONG>(n) % 1000);
+  if (kind == 1) return I4(static_cast<LONG>(n));
+  if (kind == 2) return R8(static_cast<int>(n) / 7.0);
+  if (kind == 3) return UI1(static_cast<BYTE>(n));
+  if (kind == 4) return I8(static_cast<LONGLONG>(n) << 20);
+  if (kind == 5) {
+    V_VT(&v) = VT_BOOL;
+    V_BOOL(&v) = (n & 1) ? VARIANT_TRUE : VARIANT_FALSE;
+  } else if (kind == 6) {
+    V_VT(&v) = VT_BSTR;
+    V_BSTR(&v) = SysAllocString((n & 1) ? L"12" : L"not a number");
+  } else {
+    V_VT(&v) = (n & 1) ? VT_EMPTY : VT_NULL;
   }
   return v;
 }
 
 bool ExpectedFromDispatch(HRESULT hr) {
-  switch (hr) {
-    case S_OK:
-    case DISP_E_UNKNOWNNAME:
-    case DISP_E_MEMBERNOTFOUND:
-    case DISP_E_BADPARAMCOUNT:
-    case DISP_E_TYPEMISMATCH:
-    case DISP_E_OVERFLOW:
-    case DISP_E_PARAMNOTOPTIONAL:
-    case DISP_E_BADVARTYPE:
-    case DISP_E_PARAMNOTFOUND:
-    case DISP_E_EXCEPTION:
-    case E_INVALIDARG:
-    case E_POINTER:
-      return true;
-    default:
-      return false;
-  }
+  return OneOf(
+      {S_OK, DISP_E_UNKNOWNNAME, DISP_E_MEMBERNOTFOUND, DISP_E_BADPARAMCOUNT, DISP_E_TYPEMISMATCH, DISP_E_OVERFLOW,
+       DISP_E_PARAMNOTOPTIONAL, DISP_E_BADVARTYPE, DISP_E_PARAMNOTFOUND, DISP_E_EXCEPTION, E_INVALIDARG, E_POINTER},
+      hr);
 }
 
 }  // namespace

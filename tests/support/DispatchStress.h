@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <oaidl.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -18,6 +19,24 @@ namespace kwtest {
 // Runs `body(thread)` on `threads` threads at once, each in the
 // multithreaded apartment, and waits for all of them.
 void RunOnThreads(int threads, const std::function<void(int thread)>& body);
+
+// `threads` threads each wrap a `T` of their own as `typeName` and make
+// `rounds` calls of `round(object, instance, value)`, the value unique to the
+// thread and round; the last reference must go at the end. Returns how many
+// rounds went wrong.
+template <class T>
+int HammerOwnObjects(ManagerHost& host, const wchar_t* typeName, int threads, int rounds,
+                     const std::function<bool(IDispatch*, T&, int)>& round) {
+  std::atomic<int> wrong{0};
+  RunOnThreads(threads, [&](int thread) {
+    T own;
+    IDispatch* mine = host.Wrap(typeName, &own);
+    for (int r = 0; r < rounds && mine != nullptr; ++r)
+      if (!round(mine, own, thread * 1000 + r)) ++wrong;
+    if (mine == nullptr || mine->Release() != 0) ++wrong;
+  });
+  return wrong;
+}
 
 // One call a stress thread makes by name, and what its result must be.
 struct Probe {

@@ -51,53 +51,21 @@ VARIANT Typed(VARTYPE type) {
 
 }  // namespace
 
-VARIANT I4(int value) {
-  VARIANT v = Typed(VT_I4);
-  V_I4(&v) = value;
-  return v;
-}
+#define KW_VARIANT_MAKER(Name, Type, vt, Field) \
+  VARIANT Name(Type value) {                    \
+    VARIANT v = Typed(vt);                      \
+    Field(&v) = value;                          \
+    return v;                                   \
+  }
 
-VARIANT I8(long long value) {
-  VARIANT v = Typed(VT_I8);
-  V_I8(&v) = value;
-  return v;
-}
-
-VARIANT R4(float value) {
-  VARIANT v = Typed(VT_R4);
-  V_R4(&v) = value;
-  return v;
-}
-
-VARIANT R8(double value) {
-  VARIANT v = Typed(VT_R8);
-  V_R8(&v) = value;
-  return v;
-}
-
-VARIANT UI1(unsigned char value) {
-  VARIANT v = Typed(VT_UI1);
-  V_UI1(&v) = value;
-  return v;
-}
-
-VARIANT UI2(unsigned short value) {
-  VARIANT v = Typed(VT_UI2);
-  V_UI2(&v) = value;
-  return v;
-}
-
-VARIANT Object(IDispatch* object) {
-  VARIANT v = Typed(VT_DISPATCH);
-  V_DISPATCH(&v) = object;
-  return v;
-}
-
-VARIANT LongRef(LONG* location) {
-  VARIANT v = Typed(VT_BYREF | VT_I4);
-  V_I4REF(&v) = location;
-  return v;
-}
+KW_VARIANT_MAKER(I4, int, VT_I4, V_I4)
+KW_VARIANT_MAKER(I8, long long, VT_I8, V_I8)
+KW_VARIANT_MAKER(R4, float, VT_R4, V_R4)
+KW_VARIANT_MAKER(R8, double, VT_R8, V_R8)
+KW_VARIANT_MAKER(UI1, unsigned char, VT_UI1, V_UI1)
+KW_VARIANT_MAKER(UI2, unsigned short, VT_UI2, V_UI2)
+KW_VARIANT_MAKER(Object, IDispatch*, VT_DISPATCH, V_DISPATCH)
+KW_VARIANT_MAKER(LongRef, LONG*, VT_BYREF | VT_I4, V_I4REF)
 
 VARIANT BytesRef(const char* bytes) {
   VARIANT v = Typed(VT_BYREF | VT_UI1);

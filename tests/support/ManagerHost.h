@@ -78,6 +78,7 @@ struct Result {
   VARIANT value;
   Result() { VariantInit(&value); }
   ~Result() { VariantClear(&value); }
+  Result(Result&& other) noexcept : value(other.value) { VariantInit(&other.value); }
   Result(const Result&) = delete;
   Result& operator=(const Result&) = delete;
   // The returned object (VT_DISPATCH), or null; the reference stays here.

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <functional>
 #include <fstream>
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -37,51 +36,37 @@ std::wstring bstr(BSTR b) {
   return s;
 }
 
-std::wstring modulePath() {
-  wchar_t buf[MAX_PATH];
-  GetModuleFileNameW(nullptr, buf, MAX_PATH);
-  std::wstring p(buf);
-  return p.substr(0, p.find_last_of(L"\\/") + 1) + L"kwQtWrappers.dll";
+std::wstring nameOf(ITypeInfo* ti) {
+  BSTR n = nullptr;
+  ti->GetDocumentation(MEMBERID_NIL, &n, nullptr, nullptr, nullptr);
+  return bstr(n);
 }
 
+// A catalogue type name as it appears in an interface name.
 std::string flatten(const std::string& type) {
   std::string out;
   for (size_t i = 0; i < type.size(); ++i) {
-    char c = type[i];
-    if (c == ':' && i + 1 < type.size() && type[i + 1] == ':') {
-      out += '_';
-      ++i;
-    } else if (isalnum(static_cast<unsigned char>(c)) || c == '_') {
-      out += c;
-    } else {
-      out += '_';
-    }
+    if (type.compare(i, 2, "::") == 0) ++i;
+    out += isalnum(static_cast<unsigned char>(type[i])) ? type[i] : '_';
   }
   return out;
 }
 
-struct CatalogueEntry {
-  int place;
-  int half;
-  std::string type;
-};
-
-std::vector<CatalogueEntry> readCatalogue() {
-  std::vector<CatalogueEntry> out;
+// The type names of classes.tsv (its last column), in catalogue order.
+std::vector<std::string> catalogueTypes() {
+  std::vector<std::string> out;
   std::ifstream in(KW_CATALOGUE_DIR "/classes.tsv");
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream row(line);
-    std::string place, half, group, members, wrapped, type;
-    std::getline(row, place, '\t');
-    std::getline(row, half, '\t');
-    std::getline(row, group, '\t');
-    std::getline(row, members, '\t');
-    std::getline(row, wrapped, '\t');
-    std::getline(row, type);
-    out.push_back({std::stoi(place), std::stoi(half), type});
-  }
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty() && line[0] != '#') out.push_back(line.substr(line.rfind('\t') + 1));
+  return out;
+}
+
+// The lines of `text`, without empty ones.
+std::vector<std::wstring> lines(const wchar_t* text) {
+  std::vector<std::wstring> out;
+  std::wistringstream in(text);
+  for (std::wstring line; std::getline(in, line);)
+    if (!line.empty()) out.push_back(line);
   return out;
 }
 
@@ -90,14 +75,65 @@ struct Member {
   MEMBERID id;
   std::wstring name;
   std::wstring signature;  // "type [dir], ..." of all parameters
+  std::wstring text() const { return signature.empty() ? name : name + L": " + signature; }
 };
+
+// The vtable part of a dual interface.
+ITypeInfo* vtablePart(ITypeInfo* ti) {
+  HREFTYPE href = 0;
+  ITypeInfo* body = nullptr;
+  if (FAILED(ti->GetRefTypeOfImplType(static_cast<UINT>(-1), &href)) || FAILED(ti->GetRefTypeInfo(href, &body)))
+    return nullptr;
+  return body;
+}
+
+std::vector<Member> membersOf(ITypeInfo* ti) {
+  std::vector<Member> out;
+  ITypeInfo* body = ti != nullptr ? vtablePart(ti) : nullptr;
+  if (body == nullptr) return out;
+  TYPEATTR* a = nullptr;
+  body->GetTypeAttr(&a);
+  for (UINT f = 0; f < a->cFuncs; ++f) {
+    FUNCDESC* fd = nullptr;
+    body->GetFuncDesc(f, &fd);
+    BSTR name = nullptr;
+    UINT got = 0;
+    body->GetNames(fd->memid, &name, 1, &got);
+    Member m{fd->memid, bstr(name), L""};
+    for (SHORT p = 0; p < fd->cParams; ++p) {
+      const ELEMDESC& e = fd->lprgelemdescParam[p];
+      const USHORT pf = e.paramdesc.wParamFlags;
+      m.signature += (p ? L", " : L"") + kwtypelib::TypeText(body, e.tdesc);
+      if (pf & PARAMFLAG_FRETVAL)
+        m.signature += L" [out,retval]";
+      else if ((pf & PARAMFLAG_FIN) && (pf & PARAMFLAG_FOUT))
+        m.signature += L" [in,out]";
+      else if (pf & PARAMFLAG_FIN)
+        m.signature += L" [in]";
+    }
+    out.push_back(m);
+    body->ReleaseFuncDesc(fd);
+  }
+  body->ReleaseTypeAttr(a);
+  body->Release();
+  return out;
+}
+
+const Member* find(const std::vector<Member>& ms, const std::wstring& name) {
+  for (const Member& m : ms)
+    if (m.name == name) return &m;
+  return nullptr;
+}
 
 class TypeLibrary : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     CoInitialize(nullptr);
-    HRESULT hr = LoadTypeLib(modulePath().c_str(), &lib_);
-    ASSERT_EQ(S_OK, hr) << "LoadTypeLib on the DLL";
+    wchar_t buf[MAX_PATH];
+    GetModuleFileNameW(nullptr, buf, MAX_PATH);
+    std::wstring path(buf);
+    path = path.substr(0, path.find_last_of(L"\\/") + 1) + L"kwQtWrappers.dll";
+    ASSERT_EQ(S_OK, LoadTypeLib(path.c_str(), &lib_)) << "LoadTypeLib on the DLL";
   }
   static void TearDownTestSuite() {
     if (lib_) lib_->Release();
@@ -107,65 +143,19 @@ class TypeLibrary : public ::testing::Test {
 
   static ITypeInfo* byName(const std::wstring& name) {
     for (UINT i = 0; i < lib_->GetTypeInfoCount(); ++i) {
-      BSTR n = nullptr;
-      lib_->GetDocumentation(static_cast<INT>(i), &n, nullptr, nullptr, nullptr);
-      if (bstr(n) == name) {
-        ITypeInfo* ti = nullptr;
-        lib_->GetTypeInfo(i, &ti);
-        return ti;
-      }
+      ITypeInfo* ti = nullptr;
+      lib_->GetTypeInfo(i, &ti);
+      if (nameOf(ti) == name) return ti;
+      ti->Release();
     }
     return nullptr;
-  }
-
-  // The vtable part of a dual interface.
-  static ITypeInfo* vtablePart(ITypeInfo* ti) {
-    HREFTYPE href = 0;
-    ITypeInfo* body = nullptr;
-    if (FAILED(ti->GetRefTypeOfImplType(static_cast<UINT>(-1), &href))) return nullptr;
-    if (FAILED(ti->GetRefTypeInfo(href, &body))) return nullptr;
-    return body;
   }
 
   static std::vector<Member> members(const std::wstring& itf) {
-    std::vector<Member> out;
     ITypeInfo* ti = byName(itf);
-    if (!ti) return out;
-    ITypeInfo* body = vtablePart(ti);
-    TYPEATTR* a = nullptr;
-    body->GetTypeAttr(&a);
-    for (UINT f = 0; f < a->cFuncs; ++f) {
-      FUNCDESC* fd = nullptr;
-      body->GetFuncDesc(f, &fd);
-      BSTR names[1] = {};
-      UINT got = 0;
-      body->GetNames(fd->memid, names, 1, &got);
-      Member m{fd->memid, bstr(names[0]), L""};
-      for (SHORT p = 0; p < fd->cParams; ++p) {
-        const ELEMDESC& e = fd->lprgelemdescParam[p];
-        if (p) m.signature += L", ";
-        m.signature += kwtypelib::TypeText(body, e.tdesc);
-        USHORT pf = e.paramdesc.wParamFlags;
-        if (pf & PARAMFLAG_FRETVAL)
-          m.signature += L" [out,retval]";
-        else if ((pf & PARAMFLAG_FIN) && (pf & PARAMFLAG_FOUT))
-          m.signature += L" [in,out]";
-        else if (pf & PARAMFLAG_FIN)
-          m.signature += L" [in]";
-      }
-      out.push_back(m);
-      body->ReleaseFuncDesc(fd);
-    }
-    body->ReleaseTypeAttr(a);
-    body->Release();
-    ti->Release();
+    std::vector<Member> out = membersOf(ti);
+    if (ti) ti->Release();
     return out;
-  }
-
-  static const Member* find(const std::vector<Member>& ms, const std::wstring& name) {
-    for (const Member& m : ms)
-      if (m.name == name) return &m;
-    return nullptr;
   }
 
   static ITypeLib* lib_;
@@ -181,8 +171,7 @@ TEST_F(TypeLibrary, LibraryAttributes) {
   EXPECT_EQ(0, a->wMinorVerNum);
   EXPECT_EQ(0x409u, a->lcid);
   EXPECT_EQ(SYS_WIN64, a->syskind);
-  // No library flags (the platform marks a loaded library as having a
-  // disk image, which is not a flag of the library itself).
+  // The platform marks a loaded library as having a disk image; no flag of its own.
   EXPECT_EQ(0, a->wLibFlags & ~LIBFLAG_FHASDISKIMAGE);
   lib_->ReleaseTLibAttr(a);
   BSTR name = nullptr, doc = nullptr;
@@ -191,42 +180,39 @@ TEST_F(TypeLibrary, LibraryAttributes) {
   EXPECT_EQ(L"Static wrappers support library", bstr(doc));
 }
 
-TEST_F(TypeLibrary, InterfacesInCatalogueOrderAllDualOverIDispatch) {
-  std::vector<CatalogueEntry> cat = readCatalogue();
+// Every interface, in catalogue order: a dual interface over IDispatch with
+// its own IID and the custom attribute "Qt"; its vtable part lists pure
+// virtual HRESULT functions 8 bytes apart after IDispatch's 7 slots, with no
+// optional parameter; DISPIDs rise strictly from the first number, and where
+// they leap the skipped numbers belong to dropped candidates.
+TEST_F(TypeLibrary, EveryInterfaceInCatalogueOrderIsDualOverIDispatch) {
+  const std::vector<std::string> cat = catalogueTypes();
   ASSERT_EQ(643u, cat.size());
   ASSERT_EQ(643u, lib_->GetTypeInfoCount());
   std::set<std::wstring> iids;
+  size_t gaps = 0;
   for (UINT i = 0; i < 643; ++i) {
-    SCOPED_TRACE(cat[i].type);
+    SCOPED_TRACE(cat[i]);
     ITypeInfo* ti = nullptr;
     ASSERT_EQ(S_OK, lib_->GetTypeInfo(i, &ti));
-    BSTR n = nullptr;
-    ti->GetDocumentation(MEMBERID_NIL, &n, nullptr, nullptr, nullptr);
-    EXPECT_EQ(widen("Iwrp_" + flatten(cat[i].type)), bstr(n));
-
+    EXPECT_EQ(widen("Iwrp_" + flatten(cat[i])), nameOf(ti));
     TYPEATTR* a = nullptr;
     ASSERT_EQ(S_OK, ti->GetTypeAttr(&a));
     EXPECT_EQ(TKIND_DISPATCH, a->typekind);
-    EXPECT_TRUE(a->wTypeFlags & TYPEFLAG_FDUAL);
-    EXPECT_TRUE(a->wTypeFlags & TYPEFLAG_FDISPATCHABLE);
-    EXPECT_EQ(0, a->wMajorVerNum);
-    EXPECT_EQ(0, a->wMinorVerNum);
+    EXPECT_EQ(TYPEFLAG_FDUAL | TYPEFLAG_FDISPATCHABLE, a->wTypeFlags & (TYPEFLAG_FDUAL | TYPEFLAG_FDISPATCHABLE));
+    EXPECT_EQ(0, a->wMajorVerNum + a->wMinorVerNum);
     wchar_t g[64];
     StringFromGUID2(a->guid, g, 64);
     iids.insert(g);
+    ti->ReleaseTypeAttr(a);
 
-    // The dispatch view derives from IDispatch itself.
     HREFTYPE href = 0;
     ITypeInfo* base = nullptr;
     ASSERT_EQ(S_OK, ti->GetRefTypeOfImplType(0, &href));
     ASSERT_EQ(S_OK, ti->GetRefTypeInfo(href, &base));
-    TYPEATTR* ba = nullptr;
-    base->GetTypeAttr(&ba);
-    EXPECT_TRUE(IsEqualGUID(IID_IDispatch, ba->guid));
-    base->ReleaseTypeAttr(ba);
+    EXPECT_EQ(L"IDispatch", nameOf(base));
     base->Release();
 
-    // The vtable part: 7 IUnknown/IDispatch slots, then 8 bytes a member.
     ITypeInfo* body = vtablePart(ti);
     ASSERT_NE(nullptr, body);
     TYPEATTR* va = nullptr;
@@ -248,6 +234,14 @@ TEST_F(TypeLibrary, InterfacesInCatalogueOrderAllDualOverIDispatch) {
     body->ReleaseTypeAttr(va);
     body->Release();
 
+    const std::vector<Member> ms = membersOf(ti);
+    for (size_t k = 0; k < ms.size(); ++k) {
+      EXPECT_GE(ms[k].id, kFirstDispId) << ms[k].name;
+      if (k == 0) continue;
+      EXPECT_LT(ms[k - 1].id, ms[k].id) << ms[k].name;
+      gaps += static_cast<size_t>(ms[k].id - ms[k - 1].id - 1);
+    }
+
     ITypeInfo2* ti2 = nullptr;
     ASSERT_EQ(S_OK, ti->QueryInterface(IID_ITypeInfo2, reinterpret_cast<void**>(&ti2)));
     VARIANT v;
@@ -257,10 +251,10 @@ TEST_F(TypeLibrary, InterfacesInCatalogueOrderAllDualOverIDispatch) {
     EXPECT_EQ(L"Qt", std::wstring(v.bstrVal, SysStringLen(v.bstrVal)));
     VariantClear(&v);
     ti2->Release();
-    ti->ReleaseTypeAttr(a);
     ti->Release();
   }
   EXPECT_EQ(643u, iids.size()) << "every interface has its own IID";
+  EXPECT_GT(gaps, 0u);
 }
 
 TEST_F(TypeLibrary, GivenIidsAndLookupByIid) {
@@ -276,114 +270,98 @@ TEST_F(TypeLibrary, GivenIidsAndLookupByIid) {
   for (const auto& g : given) {
     ITypeInfo* ti = nullptr;
     ASSERT_EQ(S_OK, lib_->GetTypeInfoOfGuid(g.iid, &ti)) << g.name;
-    BSTR n = nullptr;
-    ti->GetDocumentation(MEMBERID_NIL, &n, nullptr, nullptr, nullptr);
-    EXPECT_EQ(g.name, bstr(n));
+    EXPECT_EQ(g.name, nameOf(ti));
     ti->Release();
   }
 }
 
+// Public functions and slots of QAbstractButton in Qt 4.8, in the order of
+// its declaration with overloads standing together, the meta-object
+// functions first; no signal, no protected member, none dropped.
 TEST_F(TypeLibrary, QAbstractButtonMembersInOrder) {
-  // Public functions and slots of QAbstractButton in Qt 4.8, in the order
-  // of its declaration with overloads standing together, the meta-object
-  // functions first.
-  const std::vector<std::pair<std::wstring, std::wstring>> expected = {
-      {L"QAbstractButton_qt_metacast", L"unsigned char* [in,out], void** [out,retval]"},
-      {L"QAbstractButton_tr", L"unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]"},
-      {L"QAbstractButton_tr_2",
-       L"unsigned char* [in,out], unsigned char* [in,out], int [in], IDispatch** [out,retval]"},
-      {L"QAbstractButton_trUtf8", L"unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]"},
-      {L"QAbstractButton_trUtf8_2",
-       L"unsigned char* [in,out], unsigned char* [in,out], int [in], IDispatch** [out,retval]"},
-      {L"QAbstractButton_qt_metacall", L"long [in], int [in], void** [in,out], int* [out,retval]"},
-      {L"QAbstractButton_DTOR_QAbstractButton", L""},
-      {L"QAbstractButton_setText", L"IDispatch* [in]"},
-      {L"QAbstractButton_text", L"IDispatch** [out,retval]"},
-      {L"QAbstractButton_setIcon", L"IDispatch* [in]"},
-      {L"QAbstractButton_icon", L"IDispatch** [out,retval]"},
-      {L"QAbstractButton_iconSize", L"IDispatch** [out,retval]"},
-      {L"QAbstractButton_setShortcut", L"IDispatch* [in]"},
-      {L"QAbstractButton_shortcut", L"IDispatch** [out,retval]"},
-      {L"QAbstractButton_setCheckable", L"long [in]"},
-      {L"QAbstractButton_isCheckable", L"long* [out,retval]"},
-      {L"QAbstractButton_isChecked", L"long* [out,retval]"},
-      {L"QAbstractButton_setDown", L"long [in]"},
-      {L"QAbstractButton_isDown", L"long* [out,retval]"},
-      {L"QAbstractButton_setAutoRepeat", L"long [in]"},
-      {L"QAbstractButton_autoRepeat", L"long* [out,retval]"},
-      {L"QAbstractButton_setAutoRepeatDelay", L"int [in]"},
-      {L"QAbstractButton_autoRepeatDelay", L"int* [out,retval]"},
-      {L"QAbstractButton_setAutoRepeatInterval", L"int [in]"},
-      {L"QAbstractButton_autoRepeatInterval", L"int* [out,retval]"},
-      {L"QAbstractButton_setAutoExclusive", L"long [in]"},
-      {L"QAbstractButton_autoExclusive", L"long* [out,retval]"},
-      {L"QAbstractButton_group", L"IDispatch** [out,retval]"},
-      {L"QAbstractButton_setIconSize", L"IDispatch* [in]"},
-      {L"QAbstractButton_animateClick", L"int [in]"},
-      {L"QAbstractButton_click", L""},
-      {L"QAbstractButton_toggle", L""},
-      {L"QAbstractButton_setChecked", L"long [in]"},
-  };
+  const std::vector<std::wstring> expected = lines(
+      LR"(
+QAbstractButton_qt_metacast: unsigned char* [in,out], void** [out,retval]
+QAbstractButton_tr: unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]
+QAbstractButton_tr_2: unsigned char* [in,out], unsigned char* [in,out], int [in], IDispatch** [out,retval]
+QAbstractButton_trUtf8: unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]
+QAbstractButton_trUtf8_2: unsigned char* [in,out], unsigned char* [in,out], int [in], IDispatch** [out,retval]
+QAbstractButton_qt_metacall: long [in], int [in], void** [in,out], int* [out,retval]
+QAbstractButton_DTOR_QAbstractButton
+QAbstractButton_setText: IDispatch* [in]
+QAbstractButton_text: IDispatch** [out,retval]
+QAbstractButton_setIcon: IDispatch* [in]
+QAbstractButton_icon: IDispatch** [out,retval]
+QAbstractButton_iconSize: IDispatch** [out,retval]
+QAbstractButton_setShortcut: IDispatch* [in]
+QAbstractButton_shortcut: IDispatch** [out,retval]
+QAbstractButton_setCheckable: long [in]
+QAbstractButton_isCheckable: long* [out,retval]
+QAbstractButton_isChecked: long* [out,retval]
+QAbstractButton_setDown: long [in]
+QAbstractButton_isDown: long* [out,retval]
+QAbstractButton_setAutoRepeat: long [in]
+QAbstractButton_autoRepeat: long* [out,retval]
+QAbstractButton_setAutoRepeatDelay: int [in]
+QAbstractButton_autoRepeatDelay: int* [out,retval]
+QAbstractButton_setAutoRepeatInterval: int [in]
+QAbstractButton_autoRepeatInterval: int* [out,retval]
+QAbstractButton_setAutoExclusive: long [in]
+QAbstractButton_autoExclusive: long* [out,retval]
+QAbstractButton_group: IDispatch** [out,retval]
+QAbstractButton_setIconSize: IDispatch* [in]
+QAbstractButton_animateClick: int [in]
+QAbstractButton_click
+QAbstractButton_toggle
+QAbstractButton_setChecked: long [in]
+)");
   std::vector<Member> got = members(L"Iwrp_QAbstractButton");
-  ASSERT_EQ(expected.size(), got.size());
+  std::vector<std::wstring> texts;
   for (size_t i = 0; i < got.size(); ++i) {
-    EXPECT_EQ(expected[i].first, got[i].name) << i;
-    EXPECT_EQ(expected[i].second, got[i].signature) << got[i].name;
+    texts.push_back(got[i].text());
     if (i) {
-      EXPECT_EQ(got[i - 1].id + 1, got[i].id) << "no candidate of QAbstractButton is dropped";
+      EXPECT_EQ(got[i - 1].id + 1, got[i].id) << got[i].name;
     }
   }
-  // Signals and protected members are never members.
-  EXPECT_EQ(nullptr, find(got, L"QAbstractButton_clicked"));
-  EXPECT_EQ(nullptr, find(got, L"QAbstractButton_toggled"));
-  EXPECT_EQ(nullptr, find(got, L"QAbstractButton_hitButton"));
-  EXPECT_EQ(nullptr, find(got, L"QAbstractButton_metaObject"));
+  EXPECT_EQ(expected, texts);
 }
 
+// Signatures of single members, one line each: interface, member, signature.
+// Flags travel as objects whether or not the manager knows their type; the
+// template's own parameter of QPointer<QObject> is a QObject from any
+// wrapper; classes with no wrapper class of their own (QMotifStyle,
+// QGraphicsItem) and declared-only ones (QLocale) still give and take objects.
 TEST_F(TypeLibrary, MappedSignaturesOfNamedMembers) {
-  const struct {
-    const wchar_t* itf;
-    const wchar_t* member;
-    const wchar_t* signature;
-  } cases[] = {
-      {L"Iwrp_QString", L"QString_toInt", L"long* [in,out], int [in], int* [out,retval]"},
-      {L"Iwrp_QString", L"QString_number_2", L"double [in], unsigned char [in], int [in], IDispatch** [out,retval]"},
-      {L"Iwrp_QString", L"QString_sprintf", L"unsigned char* [in,out], IDispatch** [out,retval]"},
-      {L"Iwrp_QString", L"QString_vsprintf",
-       L"unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]"},
-      {L"Iwrp_QString", L"QString_data", L"IDispatch** [out,retval]"},
-      {L"Iwrp_QString", L"QString_begin", L"IDispatch** [out,retval]"},
-      {L"Iwrp_QWidget", L"QWidget_qt_metacall", L"long [in], int [in], void** [in,out], int* [out,retval]"},
-      {L"Iwrp_QWidget", L"QWidget_setGeometry", L"IDispatch* [in]"},
-      {L"Iwrp_QWidget", L"QWidget_setGeometry_2", L"int [in], int [in], int [in], int [in]"},
-      // Flags travel as objects, whether or not the manager knows their type.
-      {L"Iwrp_QWidget", L"QWidget_windowFlags", L"IDispatch** [out,retval]"},
-      {L"Iwrp_QWidget", L"QWidget_setWindowFlags", L"IDispatch* [in]"},
-      {L"Iwrp_QByteArray", L"QByteArray_data", L"unsigned char** [out,retval]"},
-      {L"Iwrp_QFlags_enum_Qt_ItemFlag_", L"QFlags_enum_Qt_ItemFlag__operator_OR",
-       L"long [in], IDispatch** [out,retval]"},
-      {L"Iwrp_QLayout", L"QLayout_parentWidget", L"IDispatch** [out,retval]"},
-      {L"Iwrp_QDateTime", L"QDateTime_toMSecsSinceEpoch", L"int64* [out,retval]"},
-      {L"Iwrp_QPointF", L"QPointF_rx", L"double** [out,retval]"},
-      {L"Iwrp_QList_int_", L"QList_int__append", L"int* [in,out]"},
-      {L"Iwrp_QList_int_", L"QList_int__DTOR_QList_int_", L""},
-      // The template's own parameter: a QObject pointer from any wrapper.
-      {L"Iwrp_QPointer_QObject_", L"QPointer_QObject__operator_ASSIGMENT",
-       L"IDispatch* [in], IDispatch** [out,retval]"},
-      // Classes with no wrapper class of their own keep members over
-      // classes the module cannot wrap (QApplication, QGraphicsItem).
-      {L"Iwrp_QMotifStyle", L"QMotifStyle_polish", L"IDispatch* [in]"},
-      {L"Iwrp_QGraphicsItem", L"QGraphicsItem_setParentItem", L"IDispatch* [in]"},
-      // A declared-only Qt class is still a class of the library that
-      // wrapped classes take and give (QLocale).
-      {L"Iwrp_QValidator", L"QValidator_locale", L"IDispatch** [out,retval]"},
-      {L"Iwrp_QValidator", L"QValidator_setLocale", L"IDispatch* [in]"},
-  };
-  for (const auto& c : cases) {
-    std::vector<Member> ms = members(c.itf);
-    const Member* m = find(ms, c.member);
-    ASSERT_NE(nullptr, m) << c.member;
-    EXPECT_EQ(c.signature, m->signature) << c.member;
+  for (const std::wstring& row : lines(LR"(
+Iwrp_QString QString_toInt: long* [in,out], int [in], int* [out,retval]
+Iwrp_QString QString_number_2: double [in], unsigned char [in], int [in], IDispatch** [out,retval]
+Iwrp_QString QString_sprintf: unsigned char* [in,out], IDispatch** [out,retval]
+Iwrp_QString QString_vsprintf: unsigned char* [in,out], unsigned char* [in,out], IDispatch** [out,retval]
+Iwrp_QString QString_data: IDispatch** [out,retval]
+Iwrp_QString QString_begin: IDispatch** [out,retval]
+Iwrp_QWidget QWidget_qt_metacall: long [in], int [in], void** [in,out], int* [out,retval]
+Iwrp_QWidget QWidget_setGeometry: IDispatch* [in]
+Iwrp_QWidget QWidget_setGeometry_2: int [in], int [in], int [in], int [in]
+Iwrp_QWidget QWidget_windowFlags: IDispatch** [out,retval]
+Iwrp_QWidget QWidget_setWindowFlags: IDispatch* [in]
+Iwrp_QByteArray QByteArray_data: unsigned char** [out,retval]
+Iwrp_QFlags_enum_Qt_ItemFlag_ QFlags_enum_Qt_ItemFlag__operator_OR: long [in], IDispatch** [out,retval]
+Iwrp_QLayout QLayout_parentWidget: IDispatch** [out,retval]
+Iwrp_QDateTime QDateTime_toMSecsSinceEpoch: int64* [out,retval]
+Iwrp_QPointF QPointF_rx: double** [out,retval]
+Iwrp_QList_int_ QList_int__append: int* [in,out]
+Iwrp_QList_int_ QList_int__DTOR_QList_int_
+Iwrp_QPointer_QObject_ QPointer_QObject__operator_ASSIGMENT: IDispatch* [in], IDispatch** [out,retval]
+Iwrp_QMotifStyle QMotifStyle_polish: IDispatch* [in]
+Iwrp_QGraphicsItem QGraphicsItem_setParentItem: IDispatch* [in]
+Iwrp_QValidator QValidator_locale: IDispatch** [out,retval]
+Iwrp_QValidator QValidator_setLocale: IDispatch* [in]
+)")) {
+    const size_t space = row.find(L' '), colon = row.find(L':');
+    const std::vector<Member> ms = members(row.substr(0, space));
+    const Member* m = find(ms, row.substr(space + 1, colon - space - 1));
+    ASSERT_NE(nullptr, m) << row;
+    EXPECT_EQ(row.substr(space + 1), m->text());
   }
 }
 
@@ -408,83 +386,49 @@ TEST_F(TypeLibrary, TemplateInstancesCarryWhatQtInstantiates) {
   for (const wchar_t* n : {L"squeeze", L"fill", L"mid", L"lastIndexOf", L"startsWith", L"pop_front",
                            L"operator_LESS_LESS_2", L"toList", L"fromList"})
     EXPECT_EQ(1u, point.count(n)) << n;
-
+  // A QObject * const & key has no Automation form: QHash<QObject*,int>'s
+  // lookups are not there (the exact list is a known gap below).
   std::set<std::wstring> hash = suffixes(L"Iwrp_QHash_QObject___int_", L"QHash_QObject___int__");
   for (const wchar_t* n : {L"begin", L"end", L"detach", L"DTOR_QHash_QObject___int_"})
     EXPECT_EQ(1u, hash.count(n)) << n;
-  // Its lookups take a QObject * const & key, which has no Automation form.
   for (const wchar_t* n : {L"remove", L"contains", L"value", L"key", L"insert"}) EXPECT_EQ(0u, hash.count(n)) << n;
   // A list of integers: what Qt's own code appends, reads and counts.
   std::set<std::wstring> ints = suffixes(L"Iwrp_QList_int_", L"QList_int__");
   for (const wchar_t* n : {L"append", L"at", L"size", L"count", L"isEmpty"}) EXPECT_EQ(1u, ints.count(n)) << n;
 }
 
+// Candidates without an Automation form are dropped (QString's *Ref
+// functions return a class without a wrapper, winId a window handle, event
+// delivery takes a QObject); their suffixes and DISPIDs stay unused, and
+// overloads stand together.
 TEST_F(TypeLibrary, DroppedCandidatesKeepTheirNumbers) {
-  // QString's *Ref functions return a class without a wrapper, winId a
-  // window handle.  Their suffixes and DISPIDs stay unused.
+  for (const std::wstring& row : lines(LR"(
+Iwrp_QString QString_midRef
+Iwrp_QString QString_leftRef
+Iwrp_QString QString_rightRef
+Iwrp_QString QString_toStdString
+Iwrp_QWidget QWidget_winId
+Iwrp_QCoreApplication QCoreApplication_postEvent
+Iwrp_QCoreApplication QCoreApplication_sendEvent
+Iwrp_QCoreApplication QCoreApplication_notify
+)")) {
+    const size_t space = row.find(L' ');
+    EXPECT_EQ(nullptr, find(members(row.substr(0, space)), row.substr(space + 1))) << row;
+  }
   std::vector<Member> str = members(L"Iwrp_QString");
-  EXPECT_EQ(nullptr, find(str, L"QString_midRef"));
-  EXPECT_EQ(nullptr, find(str, L"QString_leftRef"));
-  EXPECT_EQ(nullptr, find(str, L"QString_rightRef"));
-  EXPECT_EQ(nullptr, find(str, L"QString_toStdString"));
-  std::vector<Member> widget = members(L"Iwrp_QWidget");
-  EXPECT_EQ(nullptr, find(widget, L"QWidget_winId"));
-  // Event delivery takes a QObject, a class the module has no wrapper for.
-  std::vector<Member> app = members(L"Iwrp_QCoreApplication");
-  EXPECT_EQ(nullptr, find(app, L"QCoreApplication_postEvent"));
-  EXPECT_EQ(nullptr, find(app, L"QCoreApplication_sendEvent"));
-  EXPECT_EQ(nullptr, find(app, L"QCoreApplication_notify"));
-  // Overloads stand together: QString's operator<= take consecutive numbers.
   const Member* le3 = find(str, L"QString_operator_LESS_ASSIGMENT_3");
   const Member* le4 = find(str, L"QString_operator_LESS_ASSIGMENT_4");
-  ASSERT_NE(nullptr, le3);
-  ASSERT_NE(nullptr, le4);
+  ASSERT_TRUE(le3 && le4);
   EXPECT_EQ(le3->id + 1, le4->id);
 
-  // Across every interface: DISPIDs rise strictly along the members, and
-  // where they leap the skipped numbers belong to dropped candidates.
-  std::map<std::wstring, MEMBERID> seen;
-  size_t gaps = 0;
-  for (UINT i = 0; i < lib_->GetTypeInfoCount(); ++i) {
-    BSTR n = nullptr;
-    lib_->GetDocumentation(static_cast<INT>(i), &n, nullptr, nullptr, nullptr);
-    std::vector<Member> ms = members(bstr(n));
-    for (size_t k = 1; k < ms.size(); ++k) {
-      EXPECT_LT(ms[k - 1].id, ms[k].id) << ms[k].name;
-      gaps += static_cast<size_t>(ms[k].id - ms[k - 1].id - 1);
-    }
-    for (const Member& m : ms) EXPECT_GE(m.id, kFirstDispId);
-  }
-  EXPECT_GT(gaps, 0u);
-}
-
-TEST_F(TypeLibrary, SameDispIdOnDifferentInterfacesOfTheTwoHalves) {
-  std::vector<Member> meta = members(L"Iwrp_QMetaObject");
-  std::vector<Member> color = members(L"Iwrp_QColor");
-  // QMetaObject stands near the start of the first half, QColor opens the
-  // second, which counts again from the first number: the two share
-  // DISPIDs, and each resolves them to its own members.
+  // The second half (from QColor on) counts again from the first number: its
+  // DISPIDs are shared with members of the first half (QMetaObject's).
   std::set<MEMBERID> metaIds;
-  for (const Member& m : meta) metaIds.insert(m.id);
+  for (const Member& m : members(L"Iwrp_QMetaObject")) metaIds.insert(m.id);
+  std::vector<Member> color = members(L"Iwrp_QColor");
   ASSERT_FALSE(color.empty());
   EXPECT_LT(color.front().id, 0x0D001010);
-  const Member* shared = nullptr;
-  for (const Member& m : color)
-    if (metaIds.count(m.id)) {
-      shared = &m;
-      break;
-    }
-  ASSERT_NE(nullptr, shared);
-  ITypeInfo* ti = byName(L"Iwrp_QMetaObject");
-  BSTR name = nullptr;
-  UINT got = 0;
-  ITypeInfo* body = vtablePart(ti);
-  ASSERT_EQ(S_OK, body->GetNames(shared->id, &name, 1, &got));
-  std::wstring metaName = bstr(name);
-  EXPECT_EQ(0u, metaName.find(L"QMetaObject_"));
-  EXPECT_EQ(0u, shared->name.find(L"QColor_"));
-  body->Release();
-  ti->Release();
+  EXPECT_TRUE(std::any_of(color.begin(), color.end(), [&](const Member& m) { return metaIds.count(m.id) > 0; }));
 }
 
 // Known gaps: anchors of the catalogue (and telling members) that the Qt
@@ -544,46 +488,42 @@ TEST_F(TypeLibrary, KnownGapsAreStillGaps) {
   }
 }
 
+// The longest interface and member names are found by name; an unknown
+// member is not, a known one gives its DISPID.
 TEST_F(TypeLibrary, GetIDsOfNamesResolvesLongNames) {
-  // Find the longest interface and member names present and look them up.
-  std::wstring longestItf;
-  std::wstring longestMember, itfOfLongest;
+  std::wstring longestItf, longestMember, itfOfLongest;
   for (UINT i = 0; i < lib_->GetTypeInfoCount(); ++i) {
-    BSTR n = nullptr;
-    lib_->GetDocumentation(static_cast<INT>(i), &n, nullptr, nullptr, nullptr);
-    std::wstring name = bstr(n);
+    ITypeInfo* ti = nullptr;
+    lib_->GetTypeInfo(i, &ti);
+    const std::wstring name = nameOf(ti);
     if (name.size() > longestItf.size()) longestItf = name;
-    for (const Member& m : members(name))
-      if (m.name.size() > longestMember.size()) {
-        longestMember = m.name;
-        itfOfLongest = name;
-      }
+    for (const Member& m : membersOf(ti))
+      if (m.name.size() > longestMember.size()) longestMember = m.name, itfOfLongest = name;
+    ti->Release();
   }
   EXPECT_EQ(169u, longestItf.size()) << std::string(longestItf.begin(), longestItf.end());
   ITypeInfo* ti = byName(longestItf);
   ASSERT_NE(nullptr, ti);
   ti->Release();
 
-  ti = byName(itfOfLongest);
-  ASSERT_NE(nullptr, ti);
-  std::vector<wchar_t> buf(longestMember.begin(), longestMember.end());
-  buf.push_back(0);
-  LPOLESTR names[1] = {buf.data()};
-  MEMBERID id = 0;
-  EXPECT_EQ(S_OK, ti->GetIDsOfNames(names, 1, &id));
-  EXPECT_GE(id, kFirstDispId);
-  ti->Release();
-
-  std::vector<Member> widget = members(L"Iwrp_QWidget");
-  ti = byName(L"Iwrp_QWidget");
-  wchar_t unknown[] = L"QWidget_paintEvent";
-  LPOLESTR bad[1] = {unknown};
-  EXPECT_EQ(DISP_E_UNKNOWNNAME, ti->GetIDsOfNames(bad, 1, &id));
-  wchar_t known[] = L"QWidget_setVisible";
-  LPOLESTR good[1] = {known};
-  ASSERT_EQ(S_OK, ti->GetIDsOfNames(good, 1, &id));
-  EXPECT_EQ(find(widget, L"QWidget_setVisible")->id, id);
-  ti->Release();
+  const struct {
+    std::wstring itf, member;
+    HRESULT hr;
+  } lookups[] = {{itfOfLongest, longestMember, S_OK},
+                 {L"Iwrp_QWidget", L"QWidget_paintEvent", DISP_E_UNKNOWNNAME},
+                 {L"Iwrp_QWidget", L"QWidget_setVisible", S_OK}};
+  for (const auto& row : lookups) {
+    ti = byName(row.itf);
+    ASSERT_NE(nullptr, ti);
+    std::wstring asked = row.member;
+    LPOLESTR names[1] = {&asked[0]};
+    MEMBERID id = 0;
+    EXPECT_EQ(row.hr, ti->GetIDsOfNames(names, 1, &id)) << std::string(asked.begin(), asked.end());
+    if (row.hr == S_OK) {
+      EXPECT_EQ(find(members(row.itf), row.member)->id, id);
+    }
+    ti->Release();
+  }
 }
 
 }  // namespace
