@@ -24,27 +24,20 @@ IUnknown* ModuleOf(const LoadedLibrary& library) {
   return module;
 }
 
-// The loaded library and its listener face, held by the test until Unload.
+// The loaded library and its module object's listener face, held by the
+// test until Unload.
 struct LoadedModule {
   LoadedLibrary library;
-  IUnknown* module = ModuleOf(library);
-  ImxModuleIntf* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
+  ImxModuleIntf* listeners = Query<ImxModuleIntf>(ModuleOf(library), IID_ImxModuleIntf);
 
+  LoadedModule() { listeners->Release(); }  // the reference ModuleOf gave
   ~LoadedModule() { Unload(); }
   bool Unload() {
     if (listeners != nullptr) listeners->Release();
-    if (module != nullptr) module->Release();
     listeners = nullptr;
-    module = nullptr;
     return library.Unload();
   }
 };
-
-std::vector<std::wstring> Names(const std::vector<UnloadCall>& log) {
-  std::vector<std::wstring> names;
-  for (const UnloadCall& call : log) names.push_back(call.listener);
-  return names;
-}
 
 TEST(ModuleEntry, OneModuleObjectPerLoadWithTwoFacesOfOneIdentity) {
   LoadedLibrary library;
@@ -134,11 +127,13 @@ TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
     ASSERT_TRUE(loaded.Unload());
   }
   // B removed itself while told; the listeners after it are still told.
-  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), Names(log));
+  std::vector<std::wstring> names;
   for (const UnloadCall& call : log) {
+    names.push_back(call.listener);
     EXPECT_EQ(kwtest::ProgramFolder(), call.folder) << "the DLL lives next to the test program";
     EXPECT_EQ(moduleFace, call.module);
   }
+  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), names);
   // During its call B is held by the list and by the notification's copy.
   EXPECT_EQ(3, b.refsDuringCall());
   EXPECT_EQ(2, b.refsAfterRemoval());

@@ -83,6 +83,8 @@ struct Scenario {
   std::vector<Step> steps;
 };
 
+void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
 class RoutingTest : public DerivedExposerTest, public ::testing::WithParamInterface<Scenario> {};
 
 TEST_P(RoutingTest, RoutesFollowResolvedNamesAndFirstAnswers) {

@@ -16,6 +16,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -387,11 +388,6 @@ TEST_F(TraceTest, InTheExecutableTheNameHasOnlyExecutableAndProcessId) {
 // Messages written through kwTraceProbe.dll: (format, "%s", "%u", "%p").
 using ProbeWriteFn = void (*)(const wchar_t* format, const wchar_t* text, unsigned number, void* pointer);
 
-DWORD WINAPI WriteThreadId(void* write) {
-  reinterpret_cast<ProbeWriteFn>(write)(L"%sthread %u", L"", GetCurrentThreadId(), nullptr);
-  return 0;
-}
-
 TEST_F(TraceTest, MessagesAreWholeUtf8LinesOfTheirThreadWithoutCarriageReturns) {
   SetTraceFolder(HKEY_CURRENT_USER, scratch_);
   std::unique_ptr<HINSTANCE__, decltype(&FreeLibrary)> probe(
@@ -419,12 +415,10 @@ TEST_F(TraceTest, MessagesAreWholeUtf8LinesOfTheirThreadWithoutCarriageReturns) 
   expected.push_back(
       "s=Gr\xC3\xBC\xC3\x9F"
       "e \xE2\x82\xAC \xF0\x9F\x98\x80 u=4294967295 p=00007FF6ABCD0123");
-  WriteThreadId(reinterpret_cast<void*>(write));
-  HANDLE thread = CreateThread(nullptr, 0, WriteThreadId, reinterpret_cast<void*>(write), 0, nullptr);
-  ASSERT_NE(nullptr, thread);
-  WaitForSingleObject(thread, INFINITE);
-  const DWORD threads[] = {GetCurrentThreadId(), GetThreadId(thread)};
-  CloseHandle(thread);
+  DWORD threads[2] = {};
+  const auto writeThreadId = [&](DWORD* id) { write(L"%sthread %u", L"", *id = GetCurrentThreadId(), nullptr); };
+  writeThreadId(&threads[0]);
+  std::thread(writeThreadId, &threads[1]).join();
   for (DWORD id : threads) expected.push_back("thread " + std::to_string(id));
 
   // Line breaks in a message: the debugger hears it without CRs, then a line
