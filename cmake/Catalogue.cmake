@@ -10,13 +10,20 @@
 # the ones the chain gets factories for. The caller adds the include folders
 # and libraries of the wrapped classes to <target>; the generated sources are
 # listed in <target>_generated_sources.
+# The generator, run once per output (generator/generate.py <output> ...), and
+# the modules every output depends on.
+set(KW_GENERATOR ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/generator/generate.py)
+set(KW_GENERATOR_SOURCES generate.py layout.py catalogue.py typenames.py naming.py automation.py
+    marshalling.py identifiers.py output.py backend_idl.py backend_cpp.py backend_script.py
+    emit_type_chain.py report.py anchors.py)
+list(TRANSFORM KW_GENERATOR_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/generator/)
+
 # kw_generate_wrappers(<prefix> <out dir> <declarations> <catalogue> <parts> <sources var> <exposers var>)
 # Has the generator's C++ back-end write, at build time, the interfaces
 # header, the wrapper classes in <parts> translation units and the exposers
 # into <out dir>; sets <sources var> to the sources to compile and
 # <exposers var> to the list of type names that have an exposer.
 function(kw_generate_wrappers prefix out declarations catalogue parts sources_var exposers_var)
-  set(gen ${PROJECT_SOURCE_DIR}/generator)
   set(sources)
   foreach(k RANGE 1 ${parts})
     list(APPEND sources ${out}/${prefix}Wrappers${k}.cpp)
@@ -26,11 +33,9 @@ function(kw_generate_wrappers prefix out declarations catalogue parts sources_va
   get_filename_component(declarations_dir ${declarations} DIRECTORY)
   file(GLOB unexported ${declarations_dir}/unexported.txt)
   add_custom_command(OUTPUT ${sources} ${out}/${prefix}Interfaces.h ${out}/${prefix}Exposers.txt
-    COMMAND ${Python3_EXECUTABLE} ${gen}/backend_cpp.py
-            --declarations ${declarations} --catalogue ${catalogue}
+    COMMAND ${KW_GENERATOR} cpp --declarations ${declarations} --catalogue ${catalogue}
             --out-dir ${out} --prefix ${prefix} --parts ${parts}
-    DEPENDS ${declarations} ${unexported} ${catalogue_files} ${gen}/backend_cpp.py ${gen}/layout.py
-            ${gen}/rules.py ${gen}/catalogue.py
+    DEPENDS ${declarations} ${unexported} ${catalogue_files} ${KW_GENERATOR_SOURCES}
     COMMENT "Generating the wrapper classes and exposers of ${prefix}")
   set(${sources_var} ${sources} PARENT_SCOPE)
   set(${exposers_var} ${out}/${prefix}Exposers.txt PARENT_SCOPE)
@@ -38,7 +43,6 @@ endfunction()
 
 function(kw_add_wrappers_dll target)
   cmake_parse_arguments(D "" "KNOWN_TYPE_NAMES;EXPOSERS;WRAPPERS_FROM;CATALOGUE;PARTS" "SOURCES" ${ARGN})
-  set(gen ${PROJECT_SOURCE_DIR}/generator)
   set(generated)
   set(out ${CMAKE_CURRENT_BINARY_DIR}/${target}_wrappers)
   if(D_WRAPPERS_FROM)
@@ -50,13 +54,13 @@ function(kw_add_wrappers_dll target)
 
   set(chain ${CMAKE_CURRENT_BINARY_DIR}/${target}_type_chain.cpp)
   set(chain_args ${D_KNOWN_TYPE_NAMES} ${chain})
-  set(chain_deps ${D_KNOWN_TYPE_NAMES} ${gen}/emit_type_chain.py ${gen}/rules.py)
+  set(chain_deps ${D_KNOWN_TYPE_NAMES} ${KW_GENERATOR_SOURCES})
   if(D_EXPOSERS)
     list(APPEND chain_args --exposers ${D_EXPOSERS})
     list(APPEND chain_deps ${D_EXPOSERS})
   endif()
   add_custom_command(OUTPUT ${chain}
-    COMMAND ${Python3_EXECUTABLE} ${gen}/emit_type_chain.py ${chain_args}
+    COMMAND ${KW_GENERATOR} chain ${chain_args}
     DEPENDS ${chain_deps}
     COMMENT "Generating the type-name chain of ${target}")
 

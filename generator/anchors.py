@@ -11,7 +11,8 @@ their fate, the numbers before the member), so that the reader sees why.
 import re
 from collections import namedtuple
 
-import rules
+import identifiers
+import naming
 
 Anchor = namedtuple("Anchor", "interface member fact names")
 Result = namedtuple("Result", "anchor met details")
@@ -58,7 +59,7 @@ def _fate(member):
 
 def _group(itf, name):
     """The candidates that share the unnumbered name of `name`."""
-    bases = {m.name: rules.member_base_name(itf.entry.type_name, m.decl) for m in itf.members}
+    bases = {m.name: naming.member_base_name(itf.entry.type_name, m.decl) for m in itf.members}
     bare = bases.get(name) or _SUFFIX.match(name).group(1)
     return [m for m in itf.members if bases[m.name] == bare]
 
@@ -89,7 +90,7 @@ def _room_before(itf, member, dispid, interfaces):
     member of an earlier interface of the half holds a number below it."""
     earlier = sum(i.entry.members for i in interfaces
                   if i.entry.half == itf.entry.half and i.entry.place < itf.entry.place)
-    room = dispid - rules.DISPID_BASE - earlier
+    room = dispid - identifiers.DISPID_BASE - earlier
     before = itf.members[:itf.members.index(member)]
     return ["the catalogue's number leaves room for at most %d candidates before it "
             "(the earlier interfaces of half %d hold %d members)" % (room, itf.entry.half, earlier),

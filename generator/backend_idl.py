@@ -1,25 +1,19 @@
-#!/usr/bin/env python3
 """Back-end: declarations + catalogue -> IDL of the type library.
 
-Usage: backend_idl.py --declarations FILE --catalogue DIR --out FILE.idl
-                      [--half N] [--library NAME] [--libid GUID]
-                      [--helpstring TEXT]
+Usage: generate.py idl --declarations FILE --catalogue DIR --out FILE.idl
+                       [--half N] [--library NAME] [--libid GUID]
+                       [--helpstring TEXT]
 
 With --half N only the interfaces of that half are written (with their
 final DISPIDs); the build compiles each half on its own and joins the
 compiled parts into one library.
 """
 
-import argparse
-import os
-import sys
+import identifiers
+from output import write_if_changed
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-
-import catalogue as catalogue_mod  # noqa: E402
-import layout  # noqa: E402
-import rules  # noqa: E402
-from output import write_if_changed  # noqa: E402
+COMMAND = "idl"
+READS_LAYOUT = True
 
 
 def method_line(member):
@@ -50,8 +44,8 @@ def emit(interfaces, library, libid, helpstring):
         out.append("        uuid(%s)," % itf.iid)
         out.append("        dual,")
         out.append("        oleautomation,")
-        out.append('        custom(%s, "%s")' % (rules.CUSTOM_ATTRIBUTE_GUID,
-                                                 rules.CUSTOM_ATTRIBUTE_VALUE))
+        out.append('        custom(%s, "%s")' % (identifiers.CUSTOM_ATTRIBUTE_GUID,
+                                                 identifiers.CUSTOM_ATTRIBUTE_VALUE))
         out.append("    ]")
         out.append("    interface %s : IDispatch" % itf.name)
         out.append("    {")
@@ -65,25 +59,17 @@ def emit(interfaces, library, libid, helpstring):
     return "\n".join(out) + "\n"
 
 
-def main(argv=None):
-    ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--declarations", required=True)
-    ap.add_argument("--catalogue", required=True)
+def add_arguments(ap):
     ap.add_argument("--out", required=True)
     ap.add_argument("--half", type=int, default=0)
-    ap.add_argument("--library", default=rules.LIBRARY_NAME)
-    ap.add_argument("--libid", default=rules.LIBID)
-    ap.add_argument("--helpstring", default=rules.LIBRARY_HELPSTRING)
-    args = ap.parse_args(argv)
+    ap.add_argument("--library", default=identifiers.LIBRARY_NAME)
+    ap.add_argument("--libid", default=identifiers.LIBID)
+    ap.add_argument("--helpstring", default=identifiers.LIBRARY_HELPSTRING)
 
-    cat = catalogue_mod.load(args.catalogue)
-    header, classes = layout.read_declarations(args.declarations)
-    interfaces = layout.build(cat, classes, header["unexported"])
+
+def write(library, args):
+    interfaces = library.interfaces
     if args.half:
         interfaces = [i for i in interfaces if i.entry.half == args.half]
     write_if_changed(args.out, emit(interfaces, args.library, args.libid, args.helpstring))
     return 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())

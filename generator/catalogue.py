@@ -3,7 +3,7 @@
 import os
 from collections import namedtuple
 
-import rules
+import naming
 
 Entry = namedtuple("Entry", "place half group members wrapped type_name flat")
 
@@ -49,7 +49,7 @@ def load(folder):
     for place, half, group, members, wrapped, type_name in _rows(
             os.path.join(folder, "classes.tsv")):
         entries.append(Entry(int(place), int(half), group, int(members),
-                             wrapped == "1", type_name, rules.flatten(type_name)))
+                             wrapped == "1", type_name, naming.flatten(type_name)))
     if [e.place for e in entries] != list(range(len(entries))):
         raise ValueError("classes.tsv: places must run 0, 1, 2 ... in order")
     compositions = {}

@@ -1,5 +1,6 @@
-#!/usr/bin/env python3
-"""Writes the C++ table of a wrappers manager's chain of type-name tests.
+"""Back-end: the C++ table of a wrappers manager's chain of type-name tests.
+
+Usage: generate.py chain KNOWN_NAMES OUTPUT [--exposers FILE]
 
 Input: the catalogue's known type names, one per line in test order, spelled
 as the compiler spells them. Optionally a file naming the types whose exposer
@@ -12,14 +13,13 @@ slot `type_name_hash(name) & mask`, then the following slots in turn, hold
 the position of each name, so the manager finds a name, or learns that it
 is unknown, in constant time and without building any string.
 """
-import argparse
-import os
 import sys
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from naming import exposer_class_name, flatten
+from output import write_if_changed
 
-from output import write_if_changed  # noqa: E402
-from rules import exposer_class_name, flatten  # noqa: E402
+COMMAND = "chain"
+READS_LAYOUT = False
 
 
 def read_names(path):
@@ -86,19 +86,17 @@ def render(names, with_exposer):
     return "\n".join(out) + "\n"
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("known_names")
-    parser.add_argument("output")
-    parser.add_argument("--exposers", help="file listing the type names that have an exposer")
-    args = parser.parse_args()
+def add_arguments(ap):
+    ap.add_argument("known_names")
+    ap.add_argument("output")
+    ap.add_argument("--exposers", help="file listing the type names that have an exposer")
+
+
+def write(_library, args):
     names = read_names(args.known_names)
     with_exposer = set(read_names(args.exposers)) if args.exposers else set()
     unknown = with_exposer - set(names)
     if unknown:
         sys.exit(f"exposers for types that are not known names: {sorted(unknown)[:5]}")
     write_if_changed(args.output, render(names, with_exposer))
-
-
-if __name__ == "__main__":
-    main()
+    return 0

@@ -30,12 +30,10 @@ import sys
 import tempfile
 import xml.etree.ElementTree as ET
 
+import catalogue as catalogue_mod
+import typenames
+
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, HERE)
-
-import catalogue as catalogue_mod  # noqa: E402
-import rules  # noqa: E402
-
 REPO = os.path.dirname(HERE)
 DEFAULT_CONFIG_DIR = os.path.join(REPO, "typelib", "qt48")
 DEFAULT_OUT = os.path.join(DEFAULT_CONFIG_DIR, "declarations.jsonl")
@@ -213,11 +211,11 @@ _DEFAULT_ARGS = {
 
 
 def _std(name, arg):
-    return rules.Named([("std", None), (name, [arg])])
+    return typenames.Named([("std", None), (name, [arg])])
 
 
 def _with_default_args(node):
-    if isinstance(node, rules.Named):
+    if isinstance(node, typenames.Named):
         parts = []
         prefix = []
         for ident, args in node.parts:
@@ -228,11 +226,11 @@ def _with_default_args(node):
                 if fill is not None and len(args) == 1:
                     args = fill(args)
             parts.append((ident, args))
-        return rules.Named(parts, node.is_enum)
+        return typenames.Named(parts, node.is_enum)
     for attr in ("inner", "result"):
         if hasattr(node, attr):
             setattr(node, attr, _with_default_args(getattr(node, attr)))
-    if isinstance(node, rules.Function):
+    if isinstance(node, typenames.Function):
         node.params = [_with_default_args(p) for p in node.params]
     return node
 
@@ -260,10 +258,10 @@ class Castxml:
     def class_spelling(self, elem):
         name = self.qualified(elem)
         try:
-            node = rules.parse_type(name, self.enum_names)
-        except rules.TypeSyntaxError:
+            node = typenames.parse_type(name, self.enum_names)
+        except typenames.TypeSyntaxError:
             return name
-        return rules.spell(_with_default_args(node))
+        return typenames.spell(_with_default_args(node))
 
     def type_node(self, tid):
         """TypeExpr of a castxml type id (typedefs resolved)."""
@@ -276,44 +274,44 @@ class Castxml:
         e = self.by_id[tid]
         tag = e.tag
         if tag == "FundamentalType":
-            node = rules.parse_type(e.get("name"))
+            node = typenames.parse_type(e.get("name"))
         elif tag in ("Typedef", "ElaboratedType"):
             node = self.type_node(e.get("type"))
         elif tag == "CvQualifiedType":
             node = self.type_node(e.get("type"))
             if e.get("const") == "1":
-                node = rules.Const(node)
+                node = typenames.Const(node)
         elif tag == "PointerType":
-            node = rules.Pointer(self.type_node(e.get("type")))
+            node = typenames.Pointer(self.type_node(e.get("type")))
         elif tag == "ReferenceType":
-            node = rules.Reference(self.type_node(e.get("type")))
+            node = typenames.Reference(self.type_node(e.get("type")))
         elif tag in ("Class", "Struct", "Union"):
-            node = _with_default_args(rules.parse_type(self.qualified(e), self.enum_names))
+            node = _with_default_args(typenames.parse_type(self.qualified(e), self.enum_names))
         elif tag == "Enumeration":
-            node = rules.parse_type(self.qualified(e), self.enum_names)
+            node = typenames.parse_type(self.qualified(e), self.enum_names)
             node.is_enum = True
         elif tag == "FunctionType":
             params = [self.type_node(a.get("type")) for a in e.findall("Argument")]
-            node = rules.Function(self.type_node(e.get("returns")), params,
+            node = typenames.Function(self.type_node(e.get("returns")), params,
                                   e.find("Ellipsis") is not None)
         elif tag == "ArrayType":
             mx = e.get("max", "")
             size = int(mx) + 1 if mx.lstrip("-").isdigit() and int(mx) >= 0 else None
-            node = rules.Array(self.type_node(e.get("type")), size)
+            node = typenames.Array(self.type_node(e.get("type")), size)
         elif tag == "MethodType":
-            node = rules.Builtin("__method")
+            node = typenames.Builtin("__method")
         elif tag == "OffsetType":
-            node = rules.Builtin("__member_pointer")
+            node = typenames.Builtin("__member_pointer")
         else:
             raise ValueError("unhandled castxml type %s" % tag)
         if "c" in cv:
-            node = rules.Const(node)
+            node = typenames.Const(node)
         return node
 
     def spell(self, tid):
         if tid not in self._spell_cache:
             node = self.type_node(tid)
-            self._spell_cache[tid] = (node, rules.spell(node))
+            self._spell_cache[tid] = (node, typenames.spell(node))
         return self._spell_cache[tid]
 
     def qualified_type(self, tid):

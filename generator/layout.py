@@ -2,17 +2,23 @@
 
 Combines the catalogue (which classes, in which order, in which half) with
 the declarations file (each class's candidate members) by the rules of
-rules.py.  Every back-end works from the result, so the type library and
-the wrapper classes agree on names, numbers and order.
+naming.py and automation.py.  Every back-end works from the result, so the
+type library and the wrapper classes agree on names, numbers and order.
 """
 
 import json
 import os
 from collections import namedtuple
 
-import rules
+import automation
+import catalogue as catalogue_mod
+import identifiers
+import naming
+import typenames
+from marshalling import Inexpressible
 
-Param = namedtuple("Param", "name idl direction category cxx")
+# row: the marshalling.py row of the parameter's C++ type (cxx).
+Param = namedtuple("Param", "name idl direction row cxx")
 
 
 class Member:
@@ -57,7 +63,7 @@ class Member:
 class Interface:
     def __init__(self, entry, iid, members, found, reason=None):
         self.entry = entry
-        self.name = rules.interface_name(entry.flat)
+        self.name = naming.interface_name(entry.flat)
         self.iid = iid
         self.members = members
         self.found = found
@@ -107,10 +113,10 @@ def _require_wrapper(type_text, node, known, unreachable):
     can hand over (known: Catalogue.nameable_classes, None: no such check),
     and the wrapper code must be able to name it: not a class nested
     privately in another (QList<T>::Node)."""
-    rules.require_wrapper(node, known)
-    name = rules.result_type_name(node)
+    automation.require_wrapper(node, known)
+    name = typenames.result_type_name(node)
     if name in unreachable:
-        raise rules.Inexpressible("%s (%s is private to its enclosing class)"
+        raise Inexpressible("%s (%s is private to its enclosing class)"
                                   % (type_text, name))
 
 
@@ -127,24 +133,23 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
     try:
         params = []
         for i, p in enumerate(decl["params"]):
-            node = rules.parse_type(p["type"])
-            idl, direction, category = rules.map_type(node)
-            if category == "object":
-                check = None if rules.points_to_one_of(node, template_args) else known
-                _require_wrapper(p["type"], node, check, unreachable)
-            params.append(Param("Par%d" % i, idl, direction, category, p["type"]))
+            node = typenames.parse_type(p["type"])
+            idl, direction, row = automation.map_type(node)
+            check = None if automation.points_to_one_of(node, template_args) else known
+            _require_wrapper(p["type"], node, check, unreachable)
+            params.append(Param("Par%d" % i, idl, direction, row, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
-        result = rules.parse_type(decl["result"])
-        retval = rules.map_result(result)
+        result = typenames.parse_type(decl["result"])
+        retval = automation.map_result(result)
         if retval is not None:
             # Only a class-typed result names a class; others pass.
             _require_wrapper(decl["result"], result, known, unreachable)
-    except rules.Inexpressible as exc:
+    except Inexpressible as exc:
         member.kept = False
         member.reason = "no Automation form for %s" % exc
         return
-    except rules.TypeSyntaxError as exc:
+    except typenames.TypeSyntaxError as exc:
         member.kept = False
         member.reason = "unreadable type: %s" % exc
         return
@@ -161,23 +166,23 @@ def build(catalogue, classes, unexported=None):
     unreachable = frozenset(rec["type"] for rec in classes.values()
                             if rec.get("nested_access"))
     for half in catalogue.halves():
-        counter = rules.DISPID_BASE
+        counter = identifiers.DISPID_BASE
         for entry in half:
             rec = classes.get(entry.place)
-            iid = rules.interface_iid(rules.interface_name(entry.flat))
+            iid = identifiers.interface_iid(naming.interface_name(entry.flat))
             if rec is None or not rec.get("found"):
                 reason = rec.get("reason") if rec else "no declarations"
                 out.append(Interface(entry, iid, [], False, reason))
                 continue
             decls = rec.get("members", [])
             check = known if entry.wrapped else None
-            template_args = rules.template_argument_classes(entry.type_name)
-            bases = [rules.member_base_name(entry.type_name, d) for d in decls]
-            order = rules.candidate_order(bases, [[p["type"] for p in d["params"]]
+            template_args = typenames.template_argument_classes(entry.type_name)
+            bases = [naming.member_base_name(entry.type_name, d) for d in decls]
+            order = naming.candidate_order(bases, [[p["type"] for p in d["params"]]
                                                   for d in decls])
             decls = [decls[i] for i in order]
             bases = [bases[i] for i in order]
-            names = rules.number_overloads(bases)
+            names = naming.number_overloads(bases)
             members = []
             for decl, name in zip(decls, names):
                 m = Member(decl, name, counter)
@@ -190,3 +195,13 @@ def build(catalogue, classes, unexported=None):
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out
+
+
+Library = namedtuple("Library", "catalogue header classes interfaces")
+
+
+def load(catalogue_dir, declarations_path):
+    """The catalogue, the declarations and the layout built from them."""
+    cat = catalogue_mod.load(catalogue_dir)
+    header, classes = read_declarations(declarations_path)
+    return Library(cat, header, classes, build(cat, classes, header["unexported"]))

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Report: the generated type library against the catalogue's counts.
+"""Report (generate.py report, or report.py): the generated type library against the catalogue's counts.
 
 Prints, interface by interface, the number of members the generator makes
 from the declarations beside the catalogue's number, then the totals
@@ -20,12 +20,11 @@ import sys
 import textwrap
 from collections import defaultdict
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import anchors as anchors_mod
+import naming
 
-import anchors as anchors_mod  # noqa: E402
-import catalogue as catalogue_mod  # noqa: E402
-import layout  # noqa: E402
-import rules  # noqa: E402
+COMMAND = "report"
+READS_LAYOUT = True
 
 _INSTANCE_NOTE = ("template instance: members are those Qt 4.8.7's own sources and "
                   "headers instantiate with this compiler; the catalogue's come from "
@@ -98,7 +97,7 @@ def totals(interfaces):
 
 
 def _unnumbered(member, itf):
-    return rules.member_base_name(itf.entry.type_name, member.decl)
+    return naming.member_base_name(itf.entry.type_name, member.decl)
 
 
 def print_anchors(results):
@@ -134,17 +133,13 @@ def read_dump(text):
     return out
 
 
-def main(argv=None):
-    ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--catalogue", required=True)
-    ap.add_argument("--declarations", required=True)
+def add_arguments(ap):
     ap.add_argument("--dump-with", nargs=argparse.REMAINDER,
                     help="dump command and the DLL (last argument)")
-    args = ap.parse_args(argv)
 
-    cat = catalogue_mod.load(args.catalogue)
-    header, classes = layout.read_declarations(args.declarations)
-    interfaces = layout.build(cat, classes, header["unexported"])
+
+def write(library, args):
+    cat, header, interfaces = library.catalogue, library.header, library.interfaces
 
     print("Type library report: %s, declarations of Qt %s read with %s (%s)"
           % ("QtClientWrap", header.get("qt"), header.get("compiler"), header.get("std")))
@@ -240,4 +235,5 @@ def main(argv=None):
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    import generate
+    sys.exit(generate.main(["report"] + sys.argv[1:]))

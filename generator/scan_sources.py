@@ -27,11 +27,8 @@ import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, HERE)
-
-import catalogue as catalogue_mod  # noqa: E402
-import frontend  # noqa: E402
+import catalogue as catalogue_mod
+import frontend
 
 DEFAULT_OUT = os.path.join(frontend.DEFAULT_CONFIG_DIR, "instantiated.txt")
 

@@ -40,14 +40,12 @@ function(kw_add_type_library)
   if(NOT L_PARTS)
     set(L_PARTS 1)
   endif()
-  set(gen ${PROJECT_SOURCE_DIR}/generator)
   set(out ${CMAKE_CURRENT_BINARY_DIR}/${L_NAME})
   file(MAKE_DIRECTORY ${out})
   file(GLOB catalogue_files ${L_CATALOGUE}/*)
   get_filename_component(declarations_dir ${L_DECLARATIONS} DIRECTORY)
   file(GLOB unexported ${declarations_dir}/unexported.txt)
-  set(gen_deps ${L_DECLARATIONS} ${unexported} ${catalogue_files}
-      ${gen}/backend_idl.py ${gen}/layout.py ${gen}/rules.py ${gen}/catalogue.py)
+  set(gen_deps ${L_DECLARATIONS} ${unexported} ${catalogue_files} ${KW_GENERATOR_SOURCES})
   set(extra)
   if(L_LIBID)
     list(APPEND extra --libid ${L_LIBID})
@@ -65,8 +63,7 @@ function(kw_add_type_library)
       set(half_arg --half ${part})
     endif()
     add_custom_command(OUTPUT ${idl}
-      COMMAND ${Python3_EXECUTABLE} ${gen}/backend_idl.py
-              --declarations ${L_DECLARATIONS} --catalogue ${L_CATALOGUE}
+      COMMAND ${KW_GENERATOR} idl --declarations ${L_DECLARATIONS} --catalogue ${L_CATALOGUE}
               --out ${idl} --library ${L_NAME} ${half_arg} ${extra}
       DEPENDS ${gen_deps}
       COMMENT "Generating the IDL of ${L_NAME} (part ${part} of ${L_PARTS})")

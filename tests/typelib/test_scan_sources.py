@@ -2,16 +2,14 @@
 instantiates whole, and which symbols it keeps."""
 
 import os
-import sys
 import tempfile
 import unittest
 
+import catalogue
+import scan_sources
+
 SOURCE = os.environ.get("KW_SOURCE_DIR",
                         os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
-sys.path.insert(0, os.path.join(SOURCE, "generator"))
-
-import catalogue  # noqa: E402
-import scan_sources  # noqa: E402
 
 
 def _tree(root, files):
