@@ -23,26 +23,15 @@ def _tree(root, files):
 class SourceSelection(unittest.TestCase):
     def test_windows_build_files_only(self):
         with tempfile.TemporaryDirectory() as qt:
-            _tree(qt, {name: "" for name in (
-                "src/gui/kernel/qwidget.cpp",
-                "src/gui/kernel/qwidget_win.cpp",
-                "src/gui/kernel/qwidget_x11.cpp",
-                "src/gui/kernel/qwidget_qpa.cpp",
-                "src/gui/kernel/qapplication_qws.cpp",
-                "src/gui/embedded/qscreen_qws.cpp",
-                "src/gui/embedded/qwindowsystem.cpp",
-                "src/gui/mac/qmacstyle.cpp",
-                "src/gui/image/qimage_sse2.cpp",
-                "src/gui/graphicsview/qgraphicslayout_p.cpp",
-                "src/gui/styles/qwindowsxpstyle.cpp",
-                "src/gui/kernel/qwidget.h",
-                "src/corelib/tools/qunicodetables.cpp",
-                "src/corelib/tools/qstring.cpp",
-                "src/corelib/io/qfsfileengine_unix.cpp",
-                "src/corelib/io/qfsfileengine_win.cpp",
-                "src/corelib/kernel/qwineventnotifier_p.cpp",
-                "src/gui/text/qcssscanner.cpp",
-            )})
+            _tree(qt, {name: "" for name in """
+                src/gui/kernel/qwidget.cpp src/gui/kernel/qwidget_win.cpp src/gui/kernel/qwidget_x11.cpp
+                src/gui/kernel/qwidget_qpa.cpp src/gui/kernel/qapplication_qws.cpp
+                src/gui/embedded/qscreen_qws.cpp src/gui/embedded/qwindowsystem.cpp src/gui/mac/qmacstyle.cpp
+                src/gui/image/qimage_sse2.cpp src/gui/graphicsview/qgraphicslayout_p.cpp
+                src/gui/styles/qwindowsxpstyle.cpp src/gui/kernel/qwidget.h src/corelib/tools/qunicodetables.cpp
+                src/corelib/tools/qstring.cpp src/corelib/io/qfsfileengine_unix.cpp
+                src/corelib/io/qfsfileengine_win.cpp src/corelib/kernel/qwineventnotifier_p.cpp
+                src/gui/text/qcssscanner.cpp""".split()})
             _tree(qt, {"src/gui/text/qcssparser.cpp": '#include "qcssscanner.cpp"\n'
                                                       '#include "moc_qcssparser.cpp"\n'})
             self.assertEqual(scan_sources.windows_sources(qt, "gui"), [
