@@ -1,5 +1,6 @@
 #include "kwscript/ScriptObject.h"
 
+#include "HostSupport.h"
 #include "kwscript/ScriptHost.h"
 
 #include <QtCore/QString>
@@ -127,7 +128,7 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exposer(exposer), m_context(context) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
-  for (const std::wstring& name : ComposedInterfaces(exposer))
+  for (const std::wstring& name : kwtest::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
 }
 
@@ -148,22 +149,6 @@ IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
   IDispatch* exposer = facade->m_exposer;
   facade->Release();
   return exposer;
-}
-
-std::vector<std::wstring> CScriptObject::ComposedInterfaces(IDispatch* exposer) {
-  std::vector<std::wstring> names;
-  UINT count = 0;
-  exposer->GetTypeInfoCount(&count);
-  for (UINT i = 0; i < count; ++i) {
-    ITypeInfo* info = nullptr;
-    BSTR name = nullptr;
-    if (SUCCEEDED(exposer->GetTypeInfo(i, 0, &info)) &&
-        SUCCEEDED(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr)))
-      names.emplace_back(name, SysStringLen(name));
-    SysFreeString(name);
-    if (info != nullptr) info->Release();
-  }
-  return names;
 }
 
 STDMETHODIMP CScriptObject::QueryInterface(REFIID iid, void** ppv) {

@@ -33,8 +33,6 @@ class CScriptObject final : public IDispatch {
   static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context);
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
-  // The interface names the exposer composes, in its order.
-  static std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer);
 
   STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override;
   STDMETHOD_(ULONG, AddRef)() override;

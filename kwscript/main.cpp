@@ -17,42 +17,29 @@
 
 namespace {
 
-const char* ArgumentWord(char kind) {
-  switch (kind) {
-    case 'b':
-      return "boolean";
-    case 'e':
-      return "number (enumeration)";
-    case 'n':
-      return "number";
-    case 't':
-      return "string (bytes)";
-    case 's':
-      return "string or QString";
-    case 'o':
-      return "object";
-    default:
-      return "pointer";
-  }
-}
+// What each kind letter of the member table means to a script writer, as an
+// argument and as a result.
+struct KindWords {
+  char kind;
+  const char* argument;
+  const char* result;
+};
+const KindWords kKindWords[] = {
+    {'-', "", "nothing"},
+    {'b', "boolean", "boolean"},
+    {'e', "number (enumeration)", "number (enumeration)"},
+    {'n', "number", "number"},
+    {'t', "string (bytes)", "pointer"},
+    {'s', "string or QString", "object"},
+    {'o', "object", "object"},
+    {'r', "object", "object or null"},
+    {'p', "pointer", "pointer"},
+};
 
-const char* ResultWord(char kind) {
-  switch (kind) {
-    case '-':
-      return "nothing";
-    case 'b':
-      return "boolean";
-    case 'e':
-      return "number (enumeration)";
-    case 'n':
-      return "number";
-    case 'o':
-      return "object";
-    case 'r':
-      return "object or null";
-    default:
-      return "pointer";
-  }
+const KindWords& WordsOf(char kind) {
+  for (const KindWords& words : kKindWords)
+    if (words.kind == kind) return words;
+  return kKindWords[sizeof kKindWords / sizeof kKindWords[0] - 1];
 }
 
 // The members of every class an object of `type` composes, in composition
@@ -65,15 +52,15 @@ int ListMembers(IWrappersManager* manager, const char* type) {
     std::printf("kwscript: \"%s\" is not a type name the library knows\n", type);
     return 1;
   }
-  for (const std::wstring& interfaceName : kwscript::CScriptObject::ComposedInterfaces(exposer)) {
+  for (const std::wstring& interfaceName : kwtest::ComposedInterfaces(exposer)) {
     const kwscript::InterfaceInfo* info = kwscript::FindInterface(interfaceName.c_str());
     std::printf("%ls (%u members)\n", interfaceName.c_str(), info ? static_cast<unsigned>(info->count) : 0u);
     for (std::size_t i = 0; info != nullptr && i < info->count; ++i) {
       const kwscript::MemberInfo& member = info->members[i];
       QStringList arguments;
-      for (const char* kind = member.arguments; *kind != '\0'; ++kind) arguments << ArgumentWord(*kind);
+      for (const char* kind = member.arguments; *kind != '\0'; ++kind) arguments << WordsOf(*kind).argument;
       std::printf("  %s(%s) -> %s\n      %s  [%s]\n", member.name, arguments.join(", ").toUtf8().constData(),
-                  ResultWord(member.result), member.declaration, member.location);
+                  WordsOf(member.result).result, member.declaration, member.location);
     }
   }
   exposer->Release();

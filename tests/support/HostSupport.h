@@ -4,6 +4,7 @@
 #pragma once
 
 #include <windows.h>
+#include <oaidl.h>
 
 #include <string>
 #include <vector>
@@ -147,6 +148,23 @@ inline std::wstring ProgramFolder() {
   GetModuleFileNameW(nullptr, path, MAX_PATH);
   std::wstring folder(path);
   return folder.substr(0, folder.find_last_of(L'\\') + 1);
+}
+
+// The interface names an exposer composes, in its type-information order.
+inline std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer) {
+  std::vector<std::wstring> names;
+  UINT count = 0;
+  if (exposer == nullptr || FAILED(exposer->GetTypeInfoCount(&count))) return names;
+  for (UINT i = 0; i < count; ++i) {
+    ITypeInfo* info = nullptr;
+    BSTR name = nullptr;
+    if (SUCCEEDED(exposer->GetTypeInfo(i, 0, &info)) &&
+        SUCCEEDED(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr)))
+      names.emplace_back(name, SysStringLen(name));
+    SysFreeString(name);
+    if (info != nullptr) info->Release();
+  }
+  return names;
 }
 
 }  // namespace kwtest

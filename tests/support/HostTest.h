@@ -29,23 +29,6 @@ inline LONG IntOf(const Result& result) { return V_VT(&result.value) == VT_I4 ? 
 // The double a call gave; anything else is a number no member gives.
 inline double RealOf(const Result& result) { return V_VT(&result.value) == VT_R8 ? V_R8(&result.value) : -1e300; }
 
-// The interface names an exposer composes, in its type-information order.
-inline std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer) {
-  std::vector<std::wstring> names;
-  UINT count = 0;
-  if (exposer == nullptr || FAILED(exposer->GetTypeInfoCount(&count))) return names;
-  for (UINT i = 0; i < count; ++i) {
-    ITypeInfo* info = nullptr;
-    BSTR name = nullptr;
-    if (SUCCEEDED(exposer->GetTypeInfo(i, 0, &info)) &&
-        SUCCEEDED(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr)))
-      names.emplace_back(name, SysStringLen(name));
-    SysFreeString(name);
-    if (info != nullptr) info->Release();
-  }
-  return names;
-}
-
 // An object the test holds: letting it go must release the last reference.
 class Held {
  public:
