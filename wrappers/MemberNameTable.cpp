@@ -1,7 +1,5 @@
 #include "wrappers/MemberNameTable.h"
 
-#include <map>
-#include <memory>
 #include <new>
 
 namespace {
@@ -71,28 +69,6 @@ bool CollectNames(ITypeInfo* info, std::vector<std::pair<std::wstring, DISPID>>*
 
 }  // namespace
 
-CMemberNameTable* CMemberNameTable::ForComposition(const void* factories) {
-  static SRWLOCK lock = SRWLOCK_INIT;
-  static std::map<const void*, std::unique_ptr<CMemberNameTable>> tables;
-  CMemberNameTable* table = nullptr;
-  AcquireSRWLockExclusive(&lock);
-  try {
-    std::unique_ptr<CMemberNameTable>& slot = tables[factories];
-    if (!slot) slot.reset(new CMemberNameTable());
-    table = slot.get();
-  } catch (const std::bad_alloc&) {
-  }
-  ReleaseSRWLockExclusive(&lock);
-  return table;
-}
-
-bool CMemberNameTable::IsReady() {
-  AcquireSRWLockShared(&m_lock);
-  bool ready = m_ready;
-  ReleaseSRWLockShared(&m_lock);
-  return ready;
-}
-
 bool CMemberNameTable::AddNames(ITypeInfo* info, unsigned index, std::vector<Entry>* entries) {
   try {
     std::vector<std::pair<std::wstring, DISPID>> names;
@@ -108,8 +84,8 @@ bool CMemberNameTable::AddNames(ITypeInfo* info, unsigned index, std::vector<Ent
 }
 
 void CMemberNameTable::Publish(std::vector<Entry> entries) {
-  AcquireSRWLockExclusive(&m_lock);
-  if (!m_ready) {
+  AcquireSRWLockExclusive(&m_buildLock);
+  if (!m_ready.load(std::memory_order_relaxed)) {
     try {
       std::size_t size = 16;
       while (size < 2 * entries.size()) size *= 2;
@@ -128,30 +104,25 @@ void CMemberNameTable::Publish(std::vector<Entry> entries) {
       }
       m_entries = std::move(kept);
       m_slots = std::move(slots);
-      m_ready = true;
+      m_ready.store(true, std::memory_order_release);
     } catch (const std::bad_alloc&) {
     }
   }
-  ReleaseSRWLockExclusive(&m_lock);
+  ReleaseSRWLockExclusive(&m_buildLock);
 }
 
 CMemberNameTable::Lookup CMemberNameTable::FindBuilt(const wchar_t* name, unsigned* index, DISPID* dispId) {
   std::uint32_t hash = 0;
   if (name == nullptr || !FoldedHash(name, &hash)) return Lookup::kNotAnswered;
-  AcquireSRWLockShared(&m_lock);
-  Lookup answer = m_ready ? Lookup::kUnknown : Lookup::kNotAnswered;
-  if (m_ready) {
-    const std::size_t mask = m_slots.size() - 1;
-    for (std::size_t slot = hash & mask; m_slots[slot] != 0; slot = (slot + 1) & mask) {
-      const Entry& entry = m_entries[m_slots[slot] - 1];
-      if (SameFolded(entry.name, name)) {
-        *index = entry.index;
-        *dispId = entry.dispId;
-        answer = Lookup::kFound;
-        break;
-      }
+  if (!m_ready.load(std::memory_order_acquire)) return Lookup::kNotAnswered;  // a build that ran out of memory
+  const std::size_t mask = m_slots.size() - 1;
+  for (std::size_t slot = hash & mask; m_slots[slot] != 0; slot = (slot + 1) & mask) {
+    const Entry& entry = m_entries[m_slots[slot] - 1];
+    if (SameFolded(entry.name, name)) {
+      *index = entry.index;
+      *dispId = entry.dispId;
+      return Lookup::kFound;
     }
   }
-  ReleaseSRWLockShared(&m_lock);
-  return answer;
+  return Lookup::kUnknown;
 }

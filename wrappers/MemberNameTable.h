@@ -1,12 +1,14 @@
 // The member names an exposer class answers, resolved once per class and
 // shared by all its objects: for each name, the first composed wrapper whose
 // type information knows it (ITypeInfo's case-insensitive match) and the
-// DISPID it has there. Lookups take one hash probe and allocate nothing.
+// DISPID it has there. Each exposer class keeps one as a static of its Init.
+// Once built, lookups take no lock, one hash probe and allocate nothing.
 #pragma once
 
 #include <objbase.h>
 #include <oaidl.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,10 +17,6 @@ class CMemberNameTable {
  public:
   enum class Lookup { kFound, kUnknown, kNotAnswered };
 
-  // The table of the exposer class whose composition is `factories` (one
-  // table per distinct list, made on first request, kept until unload).
-  static CMemberNameTable* ForComposition(const void* factories);
-
   // Looks `name` up for an exposer of this class; `typeInfoOf(index)` gives
   // its composed wrappers' type information (a reference added, null when
   // there is none), `count` how many there are. kNotAnswered: the table
@@ -26,7 +24,7 @@ class CMemberNameTable {
   // ITypeInfo may fold otherwise); the caller searches in order instead.
   template <class TypeInfoOf>
   Lookup Find(const wchar_t* name, unsigned count, TypeInfoOf&& typeInfoOf, unsigned* index, DISPID* dispId) {
-    if (!IsReady() && !Build(count, typeInfoOf)) return Lookup::kNotAnswered;
+    if (!m_ready.load(std::memory_order_acquire) && !Build(count, typeInfoOf)) return Lookup::kNotAnswered;
     return FindBuilt(name, index, dispId);
   }
 
@@ -37,7 +35,6 @@ class CMemberNameTable {
     DISPID dispId;
   };
 
-  bool IsReady();
   // Fills the table from the composed wrappers, in composition order; false
   // (and nothing kept) when a wrapper has no type information.
   template <class TypeInfoOf>
@@ -57,8 +54,8 @@ class CMemberNameTable {
   void Publish(std::vector<Entry> entries);
   Lookup FindBuilt(const wchar_t* name, unsigned* index, DISPID* dispId);
 
-  SRWLOCK m_lock = SRWLOCK_INIT;
-  bool m_ready = false;
+  SRWLOCK m_buildLock = SRWLOCK_INIT;  // one Publish at a time
+  std::atomic<bool> m_ready{false};    // set once the two tables below are complete; they never change after
   std::vector<Entry> m_entries;        // first answer of each name, composition order
   std::vector<std::uint32_t> m_slots;  // open addressing over m_entries, 0: empty, else position + 1
 };

@@ -56,10 +56,10 @@ void CBaseWrapperExposer::AddWrapper(WrapperFactory factory) {
 }
 
 HRESULT CBaseWrapperExposer::InitComposed(void* instance, CStaticWrappersManager* manager,
-                                          const WrapperFactory* factories, std::size_t count) {
+                                          const WrapperFactory* factories, std::size_t count, CMemberNameTable* names) {
   CBaseWrapperExposer::Init(instance, manager);
   for (std::size_t i = 0; i < count; ++i) AddWrapper(factories[i]);
-  m_names = CMemberNameTable::ForComposition(factories);
+  m_names = m_contained.size() == count ? names : nullptr;
   return S_OK;
 }
 

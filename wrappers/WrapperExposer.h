@@ -68,8 +68,11 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
   void AddWrapper(WrapperFactory factory);
 
   // Init of an exposer composing the wrappers of `factories`, in that order.
+  // `names` is the exposer class's own name table; it serves this object
+  // only when every composed wrapper could be made (its indexes are the
+  // composition's).
   HRESULT InitComposed(void* instance, CStaticWrappersManager* manager, const WrapperFactory* factories,
-                       std::size_t count);
+                       std::size_t count, CMemberNameTable* names);
 
   // Appends `object` with a reference of the array's own.
   void AppendContained(IDispatch* object);
@@ -97,6 +100,7 @@ class CComposedExposer : public CBaseWrapperExposer {
  public:
   HRESULT Init(void* instance, CStaticWrappersManager* manager) override {
     static const WrapperFactory factories[] = {&CreateBound<Wrappers>...};
-    return InitComposed(instance, manager, factories, sizeof...(Wrappers));
+    static CMemberNameTable names;
+    return InitComposed(instance, manager, factories, sizeof...(Wrappers), &names);
   }
 };

@@ -42,35 +42,46 @@ IDispatch* ManagerHost::Wrap(const wchar_t* typeName, void* instance, HRESULT* h
 
 namespace {
 
-VARIANT Typed(VARTYPE type) {
+// A VARIANT of type `type` whose value `store` writes.
+template <class Store>
+VARIANT Typed(VARTYPE type, Store store) {
   VARIANT v;
   VariantInit(&v);
   V_VT(&v) = type;
+  store(v);
   return v;
 }
 
 }  // namespace
 
-#define KW_VARIANT_MAKER(Name, Type, vt, Field) \
-  VARIANT Name(Type value) {                    \
-    VARIANT v = Typed(vt);                      \
-    Field(&v) = value;                          \
-    return v;                                   \
-  }
-
-KW_VARIANT_MAKER(I4, int, VT_I4, V_I4)
-KW_VARIANT_MAKER(I8, long long, VT_I8, V_I8)
-KW_VARIANT_MAKER(R4, float, VT_R4, V_R4)
-KW_VARIANT_MAKER(R8, double, VT_R8, V_R8)
-KW_VARIANT_MAKER(UI1, unsigned char, VT_UI1, V_UI1)
-KW_VARIANT_MAKER(UI2, unsigned short, VT_UI2, V_UI2)
-KW_VARIANT_MAKER(Object, IDispatch*, VT_DISPATCH, V_DISPATCH)
-KW_VARIANT_MAKER(LongRef, LONG*, VT_BYREF | VT_I4, V_I4REF)
+VARIANT I4(int value) {
+  return Typed(VT_I4, [&](VARIANT& v) { V_I4(&v) = value; });
+}
+VARIANT I8(long long value) {
+  return Typed(VT_I8, [&](VARIANT& v) { V_I8(&v) = value; });
+}
+VARIANT R4(float value) {
+  return Typed(VT_R4, [&](VARIANT& v) { V_R4(&v) = value; });
+}
+VARIANT R8(double value) {
+  return Typed(VT_R8, [&](VARIANT& v) { V_R8(&v) = value; });
+}
+VARIANT UI1(unsigned char value) {
+  return Typed(VT_UI1, [&](VARIANT& v) { V_UI1(&v) = value; });
+}
+VARIANT UI2(unsigned short value) {
+  return Typed(VT_UI2, [&](VARIANT& v) { V_UI2(&v) = value; });
+}
+VARIANT Object(IDispatch* object) {
+  return Typed(VT_DISPATCH, [&](VARIANT& v) { V_DISPATCH(&v) = object; });
+}
+VARIANT LongRef(LONG* location) {
+  return Typed(VT_BYREF | VT_I4, [&](VARIANT& v) { V_I4REF(&v) = location; });
+}
 
 VARIANT BytesRef(const char* bytes) {
-  VARIANT v = Typed(VT_BYREF | VT_UI1);
-  V_UI1REF(&v) = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));
-  return v;
+  return Typed(VT_BYREF | VT_UI1,
+               [&](VARIANT& v) { V_UI1REF(&v) = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes)); });
 }
 
 HRESULT IdOf(IDispatch* object, const wchar_t* name, DISPID* id) {
