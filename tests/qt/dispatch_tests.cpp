@@ -188,16 +188,7 @@ TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
   EXPECT_EQ(QString("no arguments"), abc);
   EXPECT_EQ(abc, TextOf(printed));
   EXPECT_NE(&abc, InstanceAs<QString>(printed.object()));
-  auto vsprintf = [&](const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    Result result;
-    HRESULT hr = CallByName(text, L"QString_vsprintf",
-                            {BytesRef(format), BytesRef(reinterpret_cast<const char*>(arguments))}, &result.value);
-    va_end(arguments);
-    return hr;
-  };
-  EXPECT_EQ(S_OK, vsprintf("%d-%s", 42, "x"));
+  EXPECT_EQ(S_OK, kwtest::CallWithArgumentList(text, L"QString_vsprintf", "%d-%s", 42, "x"));
   EXPECT_EQ(QString("42-x"), abc);
 
   // bool* out-parameter: Qt writes one byte into the host's 32-bit integer.

@@ -58,17 +58,6 @@ double AsDouble(const VARIANT& value) {
   return VariantChangeType(&number, const_cast<VARIANT*>(&value), 0, VT_R8) == S_OK ? V_R8(&number) : -1e300;
 }
 
-// Calls SString_vsprintf on `text` with a real argument list.
-HRESULT VsprintfThroughHost(IDispatch* text, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  Result result;
-  HRESULT hr = CallByName(text, L"SString_vsprintf",
-                          {BytesRef(format), BytesRef(reinterpret_cast<const char*>(arguments))}, &result.value);
-  va_end(arguments);
-  return hr;
-}
-
 }  // namespace
 
 // Each setter's argument reaches the button; each getter gives the value back
@@ -279,7 +268,7 @@ TEST_F(SampleTest, TextFormatsStaticsAndOutParameters) {
   EXPECT_NE(&text, InstanceAs<SString>(rewritten.object()));
   EXPECT_EQ(6, IntOf(Get(widgetExposer, L"SWidget_logf", {BytesRef("logged")})));
   EXPECT_STREQ("logged", widget.windowTitle().data());
-  ASSERT_EQ(S_OK, VsprintfThroughHost(textExposer, "a=%d b=%s", 7, "x"));
+  ASSERT_EQ(S_OK, kwtest::CallWithArgumentList(textExposer, L"SString_vsprintf", "a=%d b=%s", 7, "x"));
   EXPECT_STREQ("a=7 b=x", text.data());
 
   // bool*: one byte is written, the other three stay as the host set them.

@@ -1,5 +1,6 @@
 #include "ManagerHost.h"
 
+#include <cstdarg>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -141,6 +142,18 @@ HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VAR
   if (FAILED(hr)) return hr;
   return InvokeReversed(object, id, DISPATCH_METHOD, std::vector<VARIANT>(args.rbegin(), args.rend()), result, nullptr,
                         memberResult);
+}
+
+HRESULT CallWithArgumentList(IDispatch* object, const wchar_t* member, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  VARIANT result;
+  VariantInit(&result);
+  HRESULT hr =
+      CallByName(object, member, {BytesRef(format), BytesRef(reinterpret_cast<const char*>(arguments))}, &result);
+  VariantClear(&result);
+  va_end(arguments);
+  return hr;
 }
 
 void* InstanceOf(IUnknown* exposer) {

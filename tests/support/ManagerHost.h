@@ -73,6 +73,10 @@ HRESULT CallByName(IDispatch* object, const wchar_t* name, std::initializer_list
 HRESULT CallByName(IDispatch* object, const wchar_t* name, const std::vector<VARIANT>& args, VARIANT* result = nullptr,
                    SCODE* memberResult = nullptr);
 
+// Calls a member taking (format, va_list), such as a vsprintf, with the
+// argument list of this call: the va_list travels as the pointer it is.
+HRESULT CallWithArgumentList(IDispatch* object, const wchar_t* member, const char* format, ...);
+
 // A call's result, cleared on destruction.
 struct Result {
   VARIANT value;
