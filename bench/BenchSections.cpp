@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "BenchTiming.h"
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
 namespace kwbench {
 namespace {
@@ -51,7 +51,7 @@ bool InvokeSection(const Subject& s, IDispatch* exposer) {
   Section("1. Invoke: the exposer against ITypeInfo::Invoke on the same type information");
   DISPID id = DISPID_UNKNOWN;
   ITypeInfo* info = nullptr;
-  if (!Check(SUCCEEDED(kwtest::IdOf(exposer, s.members[0], &id)) && SUCCEEDED(exposer->GetTypeInfo(0, 0, &info)),
+  if (!Check(SUCCEEDED(kwhost::IdOf(exposer, s.members[0], &id)) && SUCCEEDED(exposer->GetTypeInfo(0, 0, &info)),
              "the scalar getter and the first type information"))
     return false;
   // The body compiled into the host, called by the platform's dispatch with
@@ -90,16 +90,16 @@ bool NamesSection(const Subject& s, IDispatch* exposer) {
   if (!Check(SUCCEEDED(exposer->GetTypeInfo(0, 0, &info)), "the first type information")) return false;
   const wchar_t* unknown = L"NoSuchClass_noSuchMember";
   DISPID id = DISPID_UNKNOWN;
-  bool ok = Check(kwtest::IdOf(exposer, unknown, &id) == DISP_E_UNKNOWNNAME, "an unknown name is unknown");
+  bool ok = Check(kwhost::IdOf(exposer, unknown, &id) == DISP_E_UNKNOWNNAME, "an unknown name is unknown");
   std::vector<Case> cases;
   const char* ordinals[] = {"1st", "2nd", "3rd"};
   for (int k = 0; k < 3; ++k) {
-    ok = ok && Check(kwtest::IdOf(exposer, s.members[k], &id) == S_OK, "each composed class answers");
+    ok = ok && Check(kwhost::IdOf(exposer, s.members[k], &id) == S_OK, "each composed class answers");
     const wchar_t* name = s.members[k];
     cases.push_back(
-        {std::string(ordinals[k]) + " class: " + Narrow(name), [=, &id] { kwtest::IdOf(exposer, name, &id); }});
+        {std::string(ordinals[k]) + " class: " + Narrow(name), [=, &id] { kwhost::IdOf(exposer, name, &id); }});
   }
-  cases.push_back({"unknown name", [=, &id] { kwtest::IdOf(exposer, unknown, &id); }});
+  cases.push_back({"unknown name", [=, &id] { kwhost::IdOf(exposer, unknown, &id); }});
   LPOLESTR first = const_cast<LPOLESTR>(s.members[0]);
   cases.push_back(
       {"raw ITypeInfo::GetIDsOfNames, 1st class", [=, &id, &first] { info->GetIDsOfNames(&first, 1, &id); }});
@@ -152,9 +152,9 @@ double HeapKeptPerCall(IDispatch* object, DISPID id, int calls) {
 bool ValueSection(const Subject& s, IDispatch* exposer) {
   Section("4. A value result (a new object over a copy) against a scalar getter");
   DISPID valueId = DISPID_UNKNOWN, scalarId = DISPID_UNKNOWN;
-  kwtest::Result value;
-  bool ok = Check(kwtest::IdOf(exposer, s.valueMember, &valueId) == S_OK &&
-                      kwtest::IdOf(exposer, s.members[0], &scalarId) == S_OK &&
+  kwhost::Result value;
+  bool ok = Check(kwhost::IdOf(exposer, s.valueMember, &valueId) == S_OK &&
+                      kwhost::IdOf(exposer, s.members[0], &scalarId) == S_OK &&
                       CallId(exposer, valueId, &value.value) == S_OK && value.object() != nullptr,
                   "the value member gives an object");
   if (!ok) return false;
@@ -220,7 +220,7 @@ double Throughput(const Subject& s, int threads, DWORD windowMs, Work work) {
       ITypeInfo* info = nullptr;
       DISPID id = DISPID_UNKNOWN;
       bool ok = body != nullptr && SUCCEEDED(s.manager->CreateWrapper(s.threadType, object, &exposer)) &&
-                SUCCEEDED(kwtest::IdOf(exposer, s.threadMember, &id)) && SUCCEEDED(exposer->GetTypeInfo(0, 0, &info));
+                SUCCEEDED(kwhost::IdOf(exposer, s.threadMember, &id)) && SUCCEEDED(exposer->GetTypeInfo(0, 0, &info));
       DISPPARAMS none{nullptr, nullptr, 0, 0};
       VARIANT result;  // the getter's scalar, overwritten by every call
       VariantInit(&result);
@@ -282,7 +282,7 @@ bool ThreadSection(const Subject& s) {
 TypeLibraryLoad MeasureTypeLibraryLoad(const wchar_t* dll) {
   TypeLibraryLoad load;
   load.dll = dll;
-  const std::wstring path = kwtest::ProgramFolder() + dll;
+  const std::wstring path = kwhost::ProgramFolder() + dll;
   auto timed = [&](ITypeLib** library) {
     const double start = NowNs();
     load.hr = LoadTypeLib(path.c_str(), library);

@@ -9,8 +9,8 @@
 #include <cstdio>
 
 #include "BenchSections.h"
-#include "BodyProbe.h"
-#include "ManagerHost.h"
+#include "host/BodyProbe.h"
+#include "host/ManagerHost.h"
 #include "kwSampleWrappersInterfaces.h"
 #include "kwsample/SWidget.h"
 
@@ -37,10 +37,10 @@ int main() {
     SString text("text");
     SFrame frame;
     SButtonGroup group;
-    kwtest::ManagerHost sample(L"kwSampleWrappers.dll");
-    kwtest::ManagerHost qt(L"kwQtWrappers.dll");
-    kwtest::RecordingManager bodyManager;
-    Iwrp_SWidget* body = kwtest::MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget,
+    kwhost::ManagerHost sample(L"kwSampleWrappers.dll");
+    kwhost::ManagerHost qt(L"kwQtWrappers.dll");
+    kwhost::RecordingManager bodyManager;
+    Iwrp_SWidget* body = kwhost::MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget,
                                                            static_cast<SWidget*>(&button), &bodyManager);
     if (!sample.ready() || !qt.ready() || body == nullptr) {
       std::printf("could not load the wrappers DLLs or make the compiled-in wrapper\n");
@@ -72,7 +72,7 @@ int main() {
     s.newThreadObject = [] { return static_cast<void*>(new SSize(3, 4)); };
     s.deleteThreadObject = [](void* size) { delete static_cast<SSize*>(size); };
     s.newThreadBody = [&bodyManager](void* size) -> IUnknown* {
-      return kwtest::MakeWrapper<Iwrp_SSize>(&wrp_SSize_CreateBound, IID_Iwrp_SSize, size, &bodyManager);
+      return kwhost::MakeWrapper<Iwrp_SSize>(&wrp_SSize_CreateBound, IID_Iwrp_SSize, size, &bodyManager);
     };
 
     status = kwbench::RunSections(s) ? 0 : 1;

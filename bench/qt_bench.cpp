@@ -16,8 +16,8 @@
 #include <cstdio>
 
 #include "BenchSections.h"
-#include "BodyProbe.h"
-#include "ManagerHost.h"
+#include "host/BodyProbe.h"
+#include "host/ManagerHost.h"
 #include "kwQtBenchInterfaces.h"
 
 HRESULT wrp_QWidget_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
@@ -50,9 +50,9 @@ int main(int argc, char** argv) {
     int argument = 7;
     QGenericArgument generic("int", &argument);
 
-    kwtest::ManagerHost qt(L"kwQtWrappers.dll");
-    kwtest::RecordingManager bodyManager;
-    Iwrp_QWidget* body = kwtest::MakeWrapper<Iwrp_QWidget>(&wrp_QWidget_CreateBound, IID_Iwrp_QWidget,
+    kwhost::ManagerHost qt(L"kwQtWrappers.dll");
+    kwhost::RecordingManager bodyManager;
+    Iwrp_QWidget* body = kwhost::MakeWrapper<Iwrp_QWidget>(&wrp_QWidget_CreateBound, IID_Iwrp_QWidget,
                                                            static_cast<QWidget*>(button), &bodyManager);
     if (!qt.ready() || body == nullptr) {
       std::printf("could not load kwQtWrappers.dll or make the compiled-in wrapper\n");
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     s.newThreadObject = [] { return static_cast<void*>(new QSize(3, 4)); };
     s.deleteThreadObject = [](void* size) { delete static_cast<QSize*>(size); };
     s.newThreadBody = [&bodyManager](void* size) -> IUnknown* {
-      return kwtest::MakeWrapper<Iwrp_QSize>(&wrp_QSize_CreateBound, IID_Iwrp_QSize, size, &bodyManager);
+      return kwhost::MakeWrapper<Iwrp_QSize>(&wrp_QSize_CreateBound, IID_Iwrp_QSize, size, &bodyManager);
     };
 
     status = kwbench::RunSections(s) ? 0 : 1;

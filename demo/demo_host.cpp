@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "HostSupport.h"
-#include "ManagerHost.h"
+#include "host/HostSupport.h"
+#include "host/ManagerHost.h"
 #include "kwsample/SWidget.h"
 
 namespace {
@@ -21,10 +21,10 @@ void Step(const char* what, HRESULT hr) { std::printf("  %-58s -> 0x%08lX\n", wh
 // manager, and the unload notification.
 int DemoQtModule() {
   std::printf("kwQtWrappers.dll\n");
-  std::vector<kwtest::UnloadCall> unloadLog;
-  kwtest::RecordingListener listener(L"demo listener", &unloadLog);
+  std::vector<kwhost::UnloadCall> unloadLog;
+  kwhost::RecordingListener listener(L"demo listener", &unloadLog);
   {
-    kwtest::LoadedLibrary library;
+    kwhost::LoadedLibrary library;
     if (!library.loaded()) {
       std::printf("  could not load kwQtWrappers.dll (error %lu)\n", GetLastError());
       return 1;
@@ -76,8 +76,8 @@ int DemoQtModule() {
 HRESULT Play(const char* target, IDispatch* object, const wchar_t* member, std::initializer_list<VARIANT> args,
              const char* shownArgs, VARIANT* result = nullptr) {
   DISPID id = DISPID_UNKNOWN;
-  HRESULT hr = kwtest::IdOf(object, member, &id);
-  if (SUCCEEDED(hr)) hr = kwtest::InvokeWithVariants(object, id, DISPATCH_METHOD, args, result);
+  HRESULT hr = kwhost::IdOf(object, member, &id);
+  if (SUCCEEDED(hr)) hr = kwhost::InvokeWithVariants(object, id, DISPATCH_METHOD, args, result);
   char line[160];
   std::snprintf(line, sizeof line, "%s.%ls(%s)", target, member, shownArgs);
   Step(line, hr);
@@ -85,7 +85,7 @@ HRESULT Play(const char* target, IDispatch* object, const wchar_t* member, std::
 }
 
 const char* TextOf(IDispatch* object) {
-  SString* text = object != nullptr ? static_cast<SString*>(kwtest::InstanceOf(object)) : nullptr;
+  SString* text = object != nullptr ? static_cast<SString*>(kwhost::InstanceOf(object)) : nullptr;
   return text != nullptr && text->data() != nullptr ? text->data() : "<null>";
 }
 
@@ -98,7 +98,7 @@ int DemoSample() {
   std::printf("  the application: window %p holds button %p at (10, 20)\n", static_cast<void*>(&window),
               static_cast<void*>(&button));
 
-  kwtest::ManagerHost host(L"kwSampleWrappers.dll");
+  kwhost::ManagerHost host(L"kwSampleWrappers.dll");
   if (!host.ready()) {
     std::printf("  could not load kwSampleWrappers.dll or make a manager\n");
     return 1;
@@ -114,13 +114,13 @@ int DemoSample() {
   std::printf("    the button's object composes %u wrappers (SWidget, SAbstractButton, SPushButton)\n", composed);
 
   // Setters and getters.
-  Play("button", buttonObject, L"SAbstractButton_setChecked", {kwtest::I4(1)}, "1");
+  Play("button", buttonObject, L"SAbstractButton_setChecked", {kwhost::I4(1)}, "1");
   std::printf("    button.isChecked() is now %s\n", button.isChecked() ? "true" : "false");
   VARIANT checked;
   VariantInit(&checked);
   Play("button", buttonObject, L"SAbstractButton_isChecked", {}, "", &checked);
   std::printf("    result: %ld (1 or 0, never -1)\n", static_cast<long>(V_I4(&checked)));
-  Play("button", buttonObject, L"SWidget_resize_2", {kwtest::I4(120), kwtest::I4(30)}, "120, 30");
+  Play("button", buttonObject, L"SWidget_resize_2", {kwhost::I4(120), kwhost::I4(30)}, "120, 30");
   std::printf("    button.size() is now %dx%d\n", button.size().width(), button.size().height());
 
   // A value result comes back as a new object over a copy.
@@ -132,11 +132,11 @@ int DemoSample() {
   if (textObject != nullptr) {
     VARIANT ignored;
     VariantInit(&ignored);
-    Play("text", textObject, L"SString_append", {kwtest::BytesRef(", go")}, "\", go\"", &ignored);
+    Play("text", textObject, L"SString_append", {kwhost::BytesRef(", go")}, "\", go\"", &ignored);
     VariantClear(&ignored);
     std::printf("    the copy reads \"%s\"; the button still reads \"%s\"\n", TextOf(textObject), button.text().data());
     // An object passed back as an argument: the wrapper takes its instance.
-    Play("button", buttonObject, L"SAbstractButton_setText", {kwtest::Object(textObject)}, "text");
+    Play("button", buttonObject, L"SAbstractButton_setText", {kwhost::Object(textObject)}, "text");
     std::printf("    the button now reads \"%s\"\n", button.text().data());
   }
   VariantClear(&text);
@@ -144,18 +144,18 @@ int DemoSample() {
   // A pointer result is the application's object itself.
   VARIANT child;
   VariantInit(&child);
-  Play("window", windowObject, L"SWidget_childAt", {kwtest::I4(10), kwtest::I4(20)}, "10, 20", &child);
+  Play("window", windowObject, L"SWidget_childAt", {kwhost::I4(10), kwhost::I4(20)}, "10, 20", &child);
   if (V_VT(&child) == VT_DISPATCH)
-    std::printf("    result: an object over %p (the button itself)\n", kwtest::InstanceOf(V_DISPATCH(&child)));
+    std::printf("    result: an object over %p (the button itself)\n", kwhost::InstanceOf(V_DISPATCH(&child)));
   VariantClear(&child);
 
   // What a sink receives for the library's own wrapping requests.
-  kwtest::RecordingSink sink(E_NOTIMPL);
+  kwhost::RecordingSink sink(E_NOTIMPL);
   Step("SetDispatchSink(sink)", host.notificator()->SetDispatchSink(&sink));
   VARIANT group;
   VariantInit(&group);
   Play("button", buttonObject, L"SAbstractButton_group", {}, "", &group);
-  for (const kwtest::SinkCall& call : sink.calls)
+  for (const kwhost::SinkCall& call : sink.calls)
     std::printf("    sink saw CreateDispatch(instance %p, %p, L\"%ls\", %d, %d, %d)\n", call.instance, call.reserved,
                 call.typeName.c_str(), call.flags[0], call.flags[1], call.flags[2]);
   std::printf("    the sink's answer (E_NOTIMPL) reaches the host as DISP_E_EXCEPTION\n");

@@ -17,15 +17,15 @@
 
 #include <cstdio>
 
-#include "HostSupport.h"
-#include "ManagerHost.h"
+#include "host/HostSupport.h"
+#include "host/ManagerHost.h"
 
 namespace {
 
-using kwtest::CallByName;
-using kwtest::I4;
-using kwtest::Object;
-using kwtest::Result;
+using kwhost::CallByName;
+using kwhost::I4;
+using kwhost::Object;
+using kwhost::Result;
 
 // A call by member name, printed with its HRESULT and what came back.
 HRESULT Play(const char* target, IDispatch* object, const wchar_t* member, std::initializer_list<VARIANT> args,
@@ -37,14 +37,14 @@ HRESULT Play(const char* target, IDispatch* object, const wchar_t* member, std::
   std::snprintf(call, sizeof call, "%s.%ls(%s)", target, member, shownArgs);
   std::printf("  %-62s -> 0x%08lX", call, static_cast<unsigned long>(hr));
   if (V_VT(&out.value) == VT_I4) std::printf("  = %ld", static_cast<long>(V_I4(&out.value)));
-  if (out.object() != nullptr) std::printf("  = new object over %p", kwtest::InstanceOf(out.object()));
+  if (out.object() != nullptr) std::printf("  = new object over %p", kwhost::InstanceOf(out.object()));
   std::printf("\n");
   return hr;
 }
 
 // The text of a QString object the library handed out.
 QByteArray TextOf(const Result& result) {
-  QString* text = static_cast<QString*>(kwtest::InstanceOf(result.object()));
+  QString* text = static_cast<QString*>(kwhost::InstanceOf(result.object()));
   return text != nullptr ? text->toUtf8() : QByteArray("<none>");
 }
 
@@ -75,10 +75,10 @@ int main(int argc, char** argv) {
   std::printf("A Qt %s window with a line edit, a button, a check box, a label and a list\n", qVersion());
   Save(&window, "qt_demo_before.png");
 
-  std::vector<kwtest::UnloadCall> unloadLog;
-  kwtest::RecordingListener listener(L"demo listener", &unloadLog);
+  std::vector<kwhost::UnloadCall> unloadLog;
+  kwhost::RecordingListener listener(L"demo listener", &unloadLog);
   {
-    kwtest::ManagerHost host(L"kwQtWrappers.dll");
+    kwhost::ManagerHost host(L"kwQtWrappers.dll");
     if (!host.ready()) {
       std::printf("could not load kwQtWrappers.dll\n");
       return 1;
@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
     Play("button", button, L"QAbstractButton_text", {}, "", &text);
     Play("edit", edit, L"QLineEdit_setText", {Object(text.object())}, "the button's text object");
     Play("button", button, L"QWidget_size", {}, "", &size);
-    QSize* buttonSize = static_cast<QSize*>(kwtest::InstanceOf(size.object()));
+    QSize* buttonSize = static_cast<QSize*>(kwhost::InstanceOf(size.object()));
     std::printf("    the QSize object holds %d x %d\n", buttonSize->width(), buttonSize->height());
 
     std::printf("\nA list walked through iterator wrappers\n");
@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
     std::printf("    operator!= 0: end of the list\n");
 
     std::printf("\nWith a dispatch sink, every object the library makes goes to the host first\n");
-    kwtest::RecordingSink sink(E_NOTIMPL);
+    kwhost::RecordingSink sink(E_NOTIMPL);
     host.notificator()->SetDispatchSink(&sink);
     Result refused;
     Play("button", button, L"QWidget_windowFlags", {}, "", &refused);

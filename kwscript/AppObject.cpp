@@ -1,6 +1,6 @@
 #include "kwscript/AppObject.h"
 
-#include "HostSupport.h"
+#include "host/HostSupport.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -57,7 +57,7 @@ HRESULT TextOfObject(const VARIANT* arg, QString* text) {
     proxy->GetInstance(&instance);
     proxy->Release();
   }
-  const std::vector<std::wstring> composed = kwtest::ComposedInterfaces(exposer);
+  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
   const std::wstring own = composed.empty() ? L"" : composed.back();
   if (instance == nullptr) return DISP_E_TYPEMISMATCH;
   if (own == L"Iwrp_QString")

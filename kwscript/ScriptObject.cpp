@@ -1,6 +1,6 @@
 #include "kwscript/ScriptObject.h"
 
-#include "HostSupport.h"
+#include "host/HostSupport.h"
 #include "kwscript/ScriptHost.h"
 
 #include <QtCore/QString>
@@ -128,7 +128,7 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exposer(exposer), m_context(context) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
-  for (const std::wstring& name : kwtest::ComposedInterfaces(exposer))
+  for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
 }
 

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/ScriptHost.h"
@@ -52,7 +52,7 @@ int ListMembers(IWrappersManager* manager, const char* type) {
     std::printf("kwscript: \"%s\" is not a type name the library knows\n", type);
     return 1;
   }
-  for (const std::wstring& interfaceName : kwtest::ComposedInterfaces(exposer)) {
+  for (const std::wstring& interfaceName : kwhost::ComposedInterfaces(exposer)) {
     const kwscript::InterfaceInfo* info = kwscript::FindInterface(interfaceName.c_str());
     std::printf("%ls (%u members)\n", interfaceName.c_str(), info ? static_cast<unsigned>(info->count) : 0u);
     for (std::size_t i = 0; info != nullptr && i < info->count; ++i) {
@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
     std::printf("usage: kwscript FILE.js|FILE.vbs\n       kwscript --members TYPE\n");
     return 2;
   }
-  kwtest::ManagerHost host(L"kwQtWrappers.dll");
+  kwhost::ManagerHost host(L"kwQtWrappers.dll");
   if (!host.ready()) {
     std::printf("kwscript: cannot load kwQtWrappers.dll\n");
     return 2;

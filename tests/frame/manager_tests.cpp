@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
-using kwtest::RecordingSink;
-using kwtest::RefCountOf;
+using kwhost::RecordingSink;
+using kwhost::RefCountOf;
 
 namespace {
 
@@ -31,7 +31,7 @@ class ManagerTest : public ::testing::Test {
     return hr;
   }
 
-  kwtest::ManagerHost host_{L"kwQtWrappers.dll"};
+  kwhost::ManagerHost host_{L"kwQtWrappers.dll"};
 };
 
 TEST_F(ManagerTest, BothFacesShareTheFirstAsIdentity) {
@@ -99,7 +99,7 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
     if (!line.empty()) known.emplace_back(line.begin(), line.end());
   ASSERT_EQ(570u, known.size());
 
-  kwtest::ManagerHost host(L"kwQtWrappers.dll");
+  kwhost::ManagerHost host(L"kwQtWrappers.dll");
   ASSERT_TRUE(host.ready());
   IWrappersManager* manager = host.manager();
   int instance = 0;
@@ -116,7 +116,7 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
       UINT count = 0;
       if (exposer != nullptr) exposer->GetTypeInfoCount(&count);
       EXPECT_EQ(composed[name], count) << shown;
-      EXPECT_EQ(&instance, kwtest::InstanceOf(exposer)) << shown;
+      EXPECT_EQ(&instance, kwhost::InstanceOf(exposer)) << shown;
     } else {
       EXPECT_EQ(E_NOINTERFACE, hr) << shown;
     }

@@ -2,12 +2,12 @@
 // the listener lists and what happens to listeners at FreeLibrary.
 #include <gtest/gtest.h>
 
-#include "HostSupport.h"
+#include "host/HostSupport.h"
 
-using kwtest::LoadedLibrary;
-using kwtest::RecordingListener;
-using kwtest::RefCountOf;
-using kwtest::UnloadCall;
+using kwhost::LoadedLibrary;
+using kwhost::RecordingListener;
+using kwhost::RefCountOf;
+using kwhost::UnloadCall;
 
 namespace {
 
@@ -130,7 +130,7 @@ TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
   std::vector<std::wstring> names;
   for (const UnloadCall& call : log) {
     names.push_back(call.listener);
-    EXPECT_EQ(kwtest::ProgramFolder(), call.folder) << "the DLL lives next to the test program";
+    EXPECT_EQ(kwhost::ProgramFolder(), call.folder) << "the DLL lives next to the test program";
     EXPECT_EQ(moduleFace, call.module);
   }
   EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), names);

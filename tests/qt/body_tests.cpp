@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "BodyProbe.h"
+#include "host/BodyProbe.h"
 #include "QtHost.h"
 #include "kwQtProbeInterfaces.h"
 #include "managers/StaticWrappersManager.h"
@@ -25,8 +25,8 @@ namespace {
 // The module object every wrapper locks while it lives.
 kwatl::CAtlModule g_testModule;
 
-using kwtest::MakeWrapper;
-using kwtest::RecordingManager;
+using kwhost::MakeWrapper;
+using kwhost::RecordingManager;
 
 TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   RecordingManager manager;

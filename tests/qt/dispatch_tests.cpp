@@ -188,7 +188,7 @@ TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
   EXPECT_EQ(QString("no arguments"), abc);
   EXPECT_EQ(abc, TextOf(printed));
   EXPECT_NE(&abc, InstanceAs<QString>(printed.object()));
-  EXPECT_EQ(S_OK, kwtest::CallWithArgumentList(text, L"QString_vsprintf", "%d-%s", 42, "x"));
+  EXPECT_EQ(S_OK, kwhost::CallWithArgumentList(text, L"QString_vsprintf", "%d-%s", 42, "x"));
   EXPECT_EQ(QString("42-x"), abc);
 
   // bool* out-parameter: Qt writes one byte into the host's 32-bit integer.

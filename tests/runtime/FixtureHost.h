@@ -9,21 +9,21 @@
 
 #include "FixtureObject.h"
 #include "FixtureTypes.h"
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
 namespace fxtest {
 
-using kwtest::Call;
-using kwtest::IdOf;
-using kwtest::InstanceOf;
-using kwtest::InvokeWith;
-using kwtest::RefCountOf;
+using kwhost::Call;
+using kwhost::IdOf;
+using kwhost::InstanceOf;
+using kwhost::InvokeWith;
+using kwhost::RefCountOf;
 
 constexpr DISPID kIdSetValueOrScale = 1;  // FxBase_setValue / FxDerived_scale
 constexpr DISPID kIdLevelOrTouch = 7;     // propget FxBase_level / method FxDerived_touch
 
 // The fixture's loaded DLL with one wrappers manager.
-class FixtureHost : public kwtest::ManagerHost {
+class FixtureHost : public kwhost::ManagerHost {
  public:
   FixtureHost() : ManagerHost(L"kwFxWrappers.dll") {}
 };

@@ -92,7 +92,7 @@ TEST_P(RoutingTest, RoutesFollowResolvedNamesAndFirstAnswers) {
   for (const Step& step : GetParam().steps) {
     SCOPED_TRACE(testing::Message() << "step " << step.op << " on DISPID " << step.id);
     DISPID id = -1;
-    kwtest::Result result;
+    kwhost::Result result;
     if (step.op == kResolve) {
       EXPECT_EQ(step.expected, IdOf(exposer_, step.name, &id));
       EXPECT_TRUE(step.expected != S_OK || step.id == id) << id;

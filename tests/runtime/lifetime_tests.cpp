@@ -58,7 +58,7 @@ TEST_F(LifetimeTest, NamesWithoutAnExposerCreateNothing) {
 TEST_F(LifetimeTest, ValueResultGoesToTheSinkWhileSetElseBecomesAnExposerOfACopy) {
   // While a sink is set, the library's own requests go to it and its failure
   // reaches the host; the host's own requests bypass it.
-  kwtest::RecordingSink sink(E_ACCESSDENIED);
+  kwhost::RecordingSink sink(E_ACCESSDENIED);
   ASSERT_EQ(S_OK, host_.notificator()->SetDispatchSink(&sink));
   FxCounter other;
   IDispatch* direct = host_.Wrap(L"FxBase", &other);
@@ -67,11 +67,11 @@ TEST_F(LifetimeTest, ValueResultGoesToTheSinkWhileSetElseBecomesAnExposerOfACopy
   EXPECT_EQ(0u, direct->Release());
   EXPECT_TRUE(sink.calls.empty());
   SCODE memberResult = 0;
-  const HRESULT hr = kwtest::CallByName(exposer_, L"FxDerived_twin", {}, nullptr, &memberResult);
+  const HRESULT hr = kwhost::CallByName(exposer_, L"FxDerived_twin", {}, nullptr, &memberResult);
   EXPECT_TRUE(hr == E_ACCESSDENIED || (hr == DISP_E_EXCEPTION && memberResult == E_ACCESSDENIED))
       << std::hex << hr << " scode " << memberResult;
   ASSERT_EQ(1u, sink.calls.size());
-  const kwtest::SinkCall& call = sink.calls[0];
+  const kwhost::SinkCall& call = sink.calls[0];
   EXPECT_EQ(L"FxBase", call.typeName);
   EXPECT_EQ(nullptr, call.reserved);
   for (VARIANT_BOOL flag : call.flags) EXPECT_EQ(VARIANT_TRUE, flag);

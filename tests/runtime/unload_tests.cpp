@@ -75,7 +75,7 @@ class UnloadTest : public ::testing::Test {
     VARIANT argument;
     V_VT(&argument) = VT_UNKNOWN;
     V_UNKNOWN(&argument) = object;
-    const HRESULT hr = exposer ? kwtest::CallByName(exposer, L"FxBase_register", {argument}) : E_FAIL;
+    const HRESULT hr = exposer ? kwhost::CallByName(exposer, L"FxBase_register", {argument}) : E_FAIL;
     EXPECT_TRUE(exposer == nullptr || exposer->Release() == 0u);
     return hr;
   }

@@ -14,7 +14,7 @@
 #include "managers/StaticWrappersManager.h"
 #include "module/ComSupport.h"
 #include "wrappers/WrapperBase.h"
-#include "BodyProbe.h"
+#include "host/BodyProbe.h"
 
 HRESULT wrp_SString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_SSize_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
@@ -30,9 +30,9 @@ class BodyTest : public ::testing::Test {
  protected:
   template <class Face>
   Face* Make(WrapperFactory factory, const IID& iid, void* instance) {
-    return kwtest::MakeWrapper<Face>(factory, iid, instance, &manager_);
+    return kwhost::MakeWrapper<Face>(factory, iid, instance, &manager_);
   }
-  kwtest::RecordingManager manager_;
+  kwhost::RecordingManager manager_;
 };
 
 }  // namespace

@@ -268,7 +268,7 @@ TEST_F(SampleTest, TextFormatsStaticsAndOutParameters) {
   EXPECT_NE(&text, InstanceAs<SString>(rewritten.object()));
   EXPECT_EQ(6, IntOf(Get(widgetExposer, L"SWidget_logf", {BytesRef("logged")})));
   EXPECT_STREQ("logged", widget.windowTitle().data());
-  ASSERT_EQ(S_OK, kwtest::CallWithArgumentList(textExposer, L"SString_vsprintf", "a=%d b=%s", 7, "x"));
+  ASSERT_EQ(S_OK, kwhost::CallWithArgumentList(textExposer, L"SString_vsprintf", "a=%d b=%s", 7, "x"));
   EXPECT_STREQ("a=7 b=x", text.data());
 
   // bool*: one byte is written, the other three stay as the host set them.

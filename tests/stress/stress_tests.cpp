@@ -13,10 +13,10 @@
 
 namespace {
 
-using kwtest::I4;
-using kwtest::Result;
+using kwhost::I4;
+using kwhost::Result;
 
-std::wstring TraceFolder() { return kwtest::ProgramFolder() + L"stress_trace"; }
+std::wstring TraceFolder() { return kwhost::ProgramFolder() + L"stress_trace"; }
 
 // Everything the trace folder holds, files in any order.
 std::string TraceText() {
@@ -37,13 +37,13 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
   ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, L"SOFTWARE\\Quillmoor", L"DebugTraceFolder", REG_SZ,
                                            folder.c_str(), static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t))));
   {
-    kwtest::ManagerHost host(L"kwSampleWrappers.dll");
+    kwhost::ManagerHost host(L"kwSampleWrappers.dll");
     ASSERT_TRUE(host.ready());
     SPushButton shared;
     shared.setText("shared");
     shared.setEnabled(true);
     shared.resize(30, 40);
-    auto instance = [](const Result& r) { return r.object() ? kwtest::InstanceOf(r.object()) : nullptr; };
+    auto instance = [](const Result& r) { return r.object() ? kwhost::InstanceOf(r.object()) : nullptr; };
     std::vector<kwtest::Probe> probes = {
         {L"SWidget_isEnabled", {}, [](const Result& r) { return IsI4(r, 1); }},
         {L"SPushButton_isDefault", {}, [](const Result& r) { return IsI4(r, 0); }},
@@ -73,8 +73,8 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
     }
     EXPECT_EQ(0, kwtest::HammerOwnObjects<SPushButton>(
                      host, L"SPushButton", 8, 300, [](IDispatch* mine, SPushButton& own, int value) {
-                       return kwtest::CallByName(mine, L"SWidget_resize_2", {I4(value), I4(1)}) == S_OK &&
-                              kwtest::CallByName(mine, L"SAbstractButton_setChecked", {I4(value & 1)}) == S_OK &&
+                       return kwhost::CallByName(mine, L"SWidget_resize_2", {I4(value), I4(1)}) == S_OK &&
+                              kwhost::CallByName(mine, L"SAbstractButton_setChecked", {I4(value & 1)}) == S_OK &&
                               own.size().width() == value && own.isChecked() == ((value & 1) != 0);
                      }));
   }  // unload
@@ -85,7 +85,7 @@ TEST(StressTest, ThreadsShareOneExposerThenUseTheirOwnThenUnloadCleanly) {
 }
 
 TEST(FuzzTest, RandomCallsGiveDispatchErrorsNeverAFault) {
-  kwtest::ManagerHost host(L"kwSampleWrappers.dll");
+  kwhost::ManagerHost host(L"kwSampleWrappers.dll");
   ASSERT_TRUE(host.ready());
   SString text("12");
   SSize size(3, 4);
@@ -101,8 +101,8 @@ TEST(FuzzTest, RandomCallsGiveDispatchErrorsNeverAFault) {
 
   // A known-good call still works, and every reference goes.
   Result enabled;
-  EXPECT_EQ(S_OK, kwtest::CallByName(exposers[2], L"SWidget_setEnabled", {I4(1)}));
-  EXPECT_EQ(S_OK, kwtest::CallByName(exposers[2], L"SWidget_isEnabled", {}, &enabled.value));
+  EXPECT_EQ(S_OK, kwhost::CallByName(exposers[2], L"SWidget_setEnabled", {I4(1)}));
+  EXPECT_EQ(S_OK, kwhost::CallByName(exposers[2], L"SWidget_isEnabled", {}, &enabled.value));
   EXPECT_TRUE(IsI4(enabled, 1));
   for (IDispatch* exposer : exposers) EXPECT_EQ(0u, exposer->Release());
 }

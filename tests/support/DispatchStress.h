@@ -12,9 +12,12 @@
 #include <functional>
 #include <vector>
 
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
 namespace kwtest {
+
+// The test helpers build on the host kit every host program uses.
+using namespace kwhost;
 
 // Runs `body(thread)` on `threads` threads at once, each in the
 // multithreaded apartment, and waits for all of them.

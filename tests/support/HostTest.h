@@ -11,9 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
 namespace kwtest {
+
+// The test helpers build on the host kit every host program uses.
+using namespace kwhost;
 
 inline std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 

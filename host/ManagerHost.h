@@ -8,9 +8,9 @@
 #include <initializer_list>
 #include <vector>
 
-#include "HostSupport.h"
+#include "host/HostSupport.h"
 
-namespace kwtest {
+namespace kwhost {
 
 // The loaded DLL with one wrappers manager.
 class ManagerHost {
@@ -92,4 +92,4 @@ struct Result {
 // The instance an exposer stands for, through IkwInstanceProxy.
 void* InstanceOf(IUnknown* exposer);
 
-}  // namespace kwtest
+}  // namespace kwhost

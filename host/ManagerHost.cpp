@@ -1,11 +1,11 @@
-#include "ManagerHost.h"
+#include "host/ManagerHost.h"
 
 #include <cstdarg>
 #include <iterator>
 #include <utility>
 #include <vector>
 
-namespace kwtest {
+namespace kwhost {
 
 ManagerHost::ManagerHost(const wchar_t* dllName) : library_(dllName) {
   if (!library_.loaded()) return;
@@ -165,4 +165,4 @@ void* InstanceOf(IUnknown* exposer) {
   return instance;
 }
 
-}  // namespace kwtest
+}  // namespace kwhost

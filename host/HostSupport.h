@@ -1,4 +1,4 @@
-// What a test host needs to drive the library as a real host would: load and
+// What a host program needs to drive the library as a real host would: load and
 // unload the DLL, reach its module interface, and host-side COM objects
 // (unload listeners, dispatch sinks) that record what the library does to them.
 #pragma once
@@ -11,9 +11,9 @@
 
 #include "module/Interfaces.h"
 
-namespace kwtest {
+namespace kwhost {
 
-// The wrappers DLL, loaded from the test program's folder.
+// The wrappers DLL, loaded from the program's folder.
 class LoadedLibrary {
  public:
   explicit LoadedLibrary(const wchar_t* fileName = L"kwQtWrappers.dll") : m_handle(LoadLibraryW(fileName)) {}
@@ -142,7 +142,7 @@ class RecordingSink : public HostObject<IQtDispatchSink> {
   HRESULT m_answer;
 };
 
-// Folder of the running test program, ending in a backslash.
+// Folder of the running program, ending in a backslash.
 inline std::wstring ProgramFolder() {
   wchar_t path[MAX_PATH] = L"";
   GetModuleFileNameW(nullptr, path, MAX_PATH);
@@ -167,4 +167,4 @@ inline std::vector<std::wstring> ComposedInterfaces(IDispatch* exposer) {
   return names;
 }
 
-}  // namespace kwtest
+}  // namespace kwhost

@@ -1,4 +1,4 @@
-// For tests that call generated method bodies through their vtables: a
+// For hosts that call generated method bodies through their vtables: a
 // manager that records what the bodies ask it to wrap, and the dual
 // interface of a wrapper made directly by its factory.
 #pragma once
@@ -12,7 +12,7 @@
 #include "managers/StaticWrappersManager.h"
 #include "wrappers/WrapperBase.h"
 
-namespace kwtest {
+namespace kwhost {
 
 struct WrapRequest {
   std::wstring typeName;
@@ -43,4 +43,4 @@ Face* MakeWrapper(WrapperFactory factory, const IID& iid, void* instance, CStati
   return face;
 }
 
-}  // namespace kwtest
+}  // namespace kwhost
