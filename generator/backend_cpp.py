@@ -25,7 +25,7 @@ import os
 import marshalling
 import naming
 import typenames
-from output import write_if_changed
+from output import write_source
 
 COMMAND = "cpp"
 READS_LAYOUT = True
@@ -145,7 +145,7 @@ def wrapper_class(itf):
     if bound:
         out.append("  using Self = %s;" % itf.entry.type_name)
     for m in itf.members:
-        out.append("  " + m.comment(itf.entry.type_name))
+        out.extend("  " + line for line in m.comment_lines(itf.entry.type_name))
         if not m.kept:
             continue
         out.append("  STDMETHOD(%s)%s override {" % (m.name, method_parameters(m)))
@@ -223,7 +223,7 @@ def split_parts(interfaces, parts):
 
 
 def write_lines(path, lines):
-    write_if_changed(path, "\n".join(lines) + "\n")
+    write_source(path, "\n".join(lines) + "\n")
 
 
 def exposer_list(cat, wrapped):

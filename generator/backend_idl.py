@@ -10,7 +10,7 @@ compiled parts into one library.
 """
 
 import identifiers
-from output import write_if_changed
+from output import write_source
 
 COMMAND = "idl"
 READS_LAYOUT = True
@@ -50,7 +50,7 @@ def emit(interfaces, library, libid, helpstring):
         out.append("    interface %s : IDispatch" % itf.name)
         out.append("    {")
         for m in itf.members:
-            out.append("        " + m.comment(itf.entry.type_name))
+            out.extend("        " + line for line in m.comment_lines(itf.entry.type_name))
             if m.kept:
                 out.append(method_line(m))
         out.append("    };")
@@ -71,5 +71,5 @@ def write(library, args):
     interfaces = library.interfaces
     if args.half:
         interfaces = [i for i in interfaces if i.entry.half == args.half]
-    write_if_changed(args.out, emit(interfaces, args.library, args.libid, args.helpstring))
+    write_source(args.out, emit(interfaces, args.library, args.libid, args.helpstring))
     return 0

@@ -22,7 +22,7 @@ The interfaces are sorted by name, so a host finds one by binary search.
 
 import marshalling
 import typenames
-from output import write_if_changed
+from output import write_source
 
 COMMAND = "script"
 READS_LAYOUT = True
@@ -74,5 +74,5 @@ def add_arguments(ap):
 
 def write(library, args):
     interfaces = [i for i in library.interfaces if i.entry.wrapped]
-    write_if_changed(args.out, "\n".join(table_file(interfaces)) + "\n")
+    write_source(args.out, "\n".join(table_file(interfaces)) + "\n")
     return 0

@@ -16,7 +16,7 @@ is unknown, in constant time and without building any string.
 import sys
 
 from naming import exposer_class_name, flatten
-from output import write_if_changed
+from output import write_source
 
 COMMAND = "chain"
 READS_LAYOUT = False
@@ -98,5 +98,5 @@ def write(_library, args):
     unknown = with_exposer - set(names)
     if unknown:
         sys.exit(f"exposers for types that are not known names: {sorted(unknown)[:5]}")
-    write_if_changed(args.output, render(names, with_exposer))
+    write_source(args.output, render(names, with_exposer))
     return 0

@@ -49,15 +49,16 @@ class Member:
         const = " const" if "const" in decl.get("flags", []) else ""
         return "%s%s%s::%s(%s)%s" % (static, head, type_name, decl["name"], params, const)
 
-    def comment(self, type_name):
-        """One comment line: what a kept member calls, or why a dropped one
-        is not written (its number and suffix stay unused)."""
+    def comment_lines(self, type_name):
+        """The comment before a member: what a kept member calls, or why a
+        dropped one is not written (its number and suffix stay unused) and
+        what it would have called."""
         text = self.declaration(type_name)
         if self.decl.get("at"):
             text += "  [%s]" % self.decl["at"]
         if self.kept:
-            return "// " + text
-        return "// dropped %s (DISPID 0x%08X): %s; %s" % (self.name, self.dispid, self.reason, text)
+            return ["// " + text]
+        return ["// dropped %s (DISPID 0x%08X): %s" % (self.name, self.dispid, self.reason), "//   " + text]
 
 
 class Interface:
