@@ -8,6 +8,8 @@
 
 #include <QtCore/QString>
 
+#include "host/HostSupport.h"
+
 namespace kwscript {
 
 namespace {
@@ -55,23 +57,12 @@ const Known* Lookup(HRESULT hr) {
 }
 
 // The site the engine reports to: it hands out "app" and prints errors.
-class CScriptSite final : public IActiveScriptSite {
+class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
  public:
-  CScriptSite(std::wstring path, IDispatch* app) : m_path(std::move(path)), m_app(app) {}
+  CScriptSite(std::wstring path, IDispatch* app)
+      : HostObject(IID_IActiveScriptSite), m_path(std::move(path)), m_app(app) {}
   bool failed() const { return m_failed; }
 
-  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IActiveScriptSite)) {
-      *ppv = static_cast<IActiveScriptSite*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  STDMETHOD_(ULONG, AddRef)() override { return 2; }  // lives on the runner's stack
-  STDMETHOD_(ULONG, Release)() override { return 1; }
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
     if (lstrcmpiW(name, L"app") != 0) return TYPE_E_ELEMENTNOTFOUND;
