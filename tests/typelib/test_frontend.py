@@ -67,32 +67,24 @@ class FrontendOverAHeader(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.work = tempfile.mkdtemp(prefix="kw_frontend_test_")
-        inc = os.path.join(cls.work, "include", "probe")
-        os.makedirs(inc)
-        with open(os.path.join(inc, "Probe.h"), "w") as f:
-            f.write(HEADER)
-        config = os.path.join(cls.work, "config")
-        cat = os.path.join(config, "catalogue")
-        os.makedirs(cat)
-        with open(os.path.join(config, "headers.txt"), "w") as f:
-            f.write("probe/Probe.h\n")
-        with open(os.path.join(cat, "classes.tsv"), "w") as f:
-            f.write("# place\thalf\tgroup\tmembers\twrapped\ttype_name\n")
-            for i, name in enumerate(CLASSES):
-                f.write("%d\t1\tvalue\t0\t1\t%s\n" % (i, name))
+        cls.addClassCleanup(shutil.rmtree, cls.work, ignore_errors=True)
+        files = {"include/probe/Probe.h": HEADER, "config/headers.txt": "probe/Probe.h\n",
+                 "config/catalogue/classes.tsv": "".join("%d\t1\tvalue\t0\t1\t%s\n" % (i, name)
+                                                         for i, name in enumerate(CLASSES))}
+        for rel, text in files.items():
+            os.makedirs(os.path.dirname(os.path.join(cls.work, rel)), exist_ok=True)
+            with open(os.path.join(cls.work, rel), "w") as f:
+                f.write(text)
         out = os.path.join(cls.work, "declarations.jsonl")
         run = subprocess.run([sys.executable, FRONTEND, "--include-dir", os.path.join(cls.work, "include"),
-                              "--config-dir", config, "--catalogue", cat, "--out", out],
+                              "--config-dir", os.path.join(cls.work, "config"),
+                              "--catalogue", os.path.join(cls.work, "config", "catalogue"), "--out", out],
                              capture_output=True, text=True)
         if run.returncode != 0:
             raise AssertionError(run.stdout + run.stderr)
         with open(out) as f:
             f.readline()
             cls.records = {r["type"]: r for r in map(json.loads, f)}
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.work, ignore_errors=True)
 
     def signatures(self, type_name):
         return [(m["name"], [p["type"] for p in m["params"]]) for m in self.records[type_name]["members"]]
