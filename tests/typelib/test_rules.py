@@ -14,6 +14,7 @@ import catalogue
 import identifiers
 import layout
 import naming
+import output
 import typenames
 from layout import Member, Param
 from marshalling import Inexpressible
@@ -210,6 +211,18 @@ class Layout(unittest.TestCase):
         self.assertEqual(["also generated: B_k, k(int)"], results[6].details)
         self.assertEqual(["no such interface"], results[7].details)
         self.assertEqual("generated with (int)", results[9].details[0])
+
+
+class Wrapping(unittest.TestCase):
+    def test_long_lines_break_only_where_whitespace_may_move(self):
+        code = '    f(a, "x, y, z", g(b, c), d);  // trailing, comment\n#define M(a, b) a + b\nshort(a, b);'
+        self.assertEqual(output.wrap_source(code, width=24).split("\n"), [
+            '    f(a, "x, y, z",', "        g(b, c),", "        d);  // trailing, comment",
+            "#define M(a, b) a + b", "short(a, b);"])
+        comment = "  // " + " ".join("word%d" % i for i in range(14))
+        self.assertEqual(output.wrap_source(comment, width=48).split("\n"), [
+            "  // word0 word1 word2 word3 word4 word5 word6", "  //   word7 word8 word9 word10 word11 word12",
+            "  //   word13"])
 
 
 class CatalogueData(unittest.TestCase):
