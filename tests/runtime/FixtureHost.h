@@ -9,24 +9,13 @@
 
 #include "FixtureObject.h"
 #include "FixtureTypes.h"
-#include "host/ManagerHost.h"
+#include "HostTest.h"
 
 namespace fxtest {
 
-using kwhost::Call;
-using kwhost::IdOf;
-using kwhost::InstanceOf;
-using kwhost::InvokeWith;
-using kwhost::RefCountOf;
+using namespace kwtest;
 
-constexpr DISPID kIdSetValueOrScale = 1;  // FxBase_setValue / FxDerived_scale
-constexpr DISPID kIdLevelOrTouch = 7;     // propget FxBase_level / method FxDerived_touch
-
-// The fixture's loaded DLL with one wrappers manager.
-class FixtureHost : public kwhost::ManagerHost {
- public:
-  FixtureHost() : ManagerHost(L"kwFxWrappers.dll") {}
-};
+constexpr wchar_t kFixtureDll[] = L"kwFxWrappers.dll";
 
 // The object a member without arguments returns (VT_UNKNOWN or VT_DISPATCH),
 // with the result's reference; null otherwise.
@@ -39,22 +28,18 @@ inline IUnknown* ObjectResult(IDispatch* object, const wchar_t* member) {
   return nullptr;
 }
 
-// One FxDerived exposer over the test's own counter; the test's reference
-// must be the last one.
-class DerivedExposerTest : public ::testing::Test {
+// One FxDerived exposer over the test's own counter (value 5, level 42); the
+// test's reference must be the last one.
+class DerivedExposerTest : public HostTest {
  protected:
+  DerivedExposerTest() : HostTest(kFixtureDll) {}
   void SetUp() override {
     ASSERT_TRUE(host_.ready());
-    counter_.value = 5;
-    counter_.level = 42;
-    exposer_ = host_.Wrap(L"FxDerived", &counter_);
-    ASSERT_NE(nullptr, exposer_);
+    ASSERT_NE(nullptr, static_cast<IDispatch*>(exposer_));
   }
-  void TearDown() override { EXPECT_EQ(0u, exposer_ != nullptr ? exposer_->Release() : 0u); }
 
-  FixtureHost host_;
-  FxCounter counter_;
-  IDispatch* exposer_ = nullptr;
+  FxCounter counter_{5, 42};
+  Held exposer_ = Wrap(L"FxDerived", &counter_);
 };
 
 }  // namespace fxtest

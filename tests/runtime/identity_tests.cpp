@@ -1,5 +1,7 @@
-// Identity of exposers and of the wrappers they compose: which interfaces
-// each answers, the instance proxy, and the free-threaded marshaler.
+// Identity and lifetime of exposers and of the wrappers they compose: which
+// interfaces each answers, the instance proxy, the free-threaded marshaler,
+// reference counts, destruction order, the names that make none, and the
+// sink that takes value results.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -12,34 +14,11 @@ namespace {
 
 using IdentityTest = DerivedExposerTest;
 
-// `object` is its own identity; each interface of `answered` is given out
-// under that identity, each of `refused` gives E_NOINTERFACE and a null
-// pointer, and no query leaves a reference behind.
-void ExpectFaces(IUnknown* object, std::initializer_list<const IID*> answered,
-                 std::initializer_list<const IID*> refused) {
-  const ULONG refs = RefCountOf(object);
-  for (const IID* iid : answered) {
-    IUnknown* face = nullptr;
-    IUnknown* identity = nullptr;
-    ASSERT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
-    ASSERT_EQ(S_OK, face->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
-    EXPECT_EQ(object, identity);
-    identity->Release();
-    face->Release();
-  }
-  for (const IID* iid : refused) {
-    void* face = reinterpret_cast<void*>(0x77);
-    EXPECT_EQ(E_NOINTERFACE, object->QueryInterface(*iid, &face));
-    EXPECT_EQ(nullptr, face);
-  }
-  EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
-  EXPECT_EQ(refs, RefCountOf(object));
-}
-
+// Exposer and wrappers answer their own interfaces under one identity each.
 TEST_F(IdentityTest, ExposerAndEachComposedWrapperAnswerOnlyTheirOwnFaces) {
   // The exposer's IMarshal is the aggregated marshaler's: it gives the
   // exposer back as its identity.
-  ExpectFaces(exposer_, {&IID_IUnknown, &IID_IDispatch, &IID_IkwInstanceProxy, &IID_IMarshal},
+  ExpectFaces(exposer_, {&IID_IDispatch, &IID_IUnknown, &IID_IkwInstanceProxy, &IID_IMarshal},
               {&IID_IPersist, &IID_Iwrp_FxBase, &IID_Iwrp_FxDerived});
   EXPECT_EQ(&counter_, InstanceOf(exposer_));
   IkwInstanceProxy* proxy = nullptr;
@@ -52,57 +31,115 @@ TEST_F(IdentityTest, ExposerAndEachComposedWrapperAnswerOnlyTheirOwnFaces) {
   ASSERT_NE(nullptr, base);
   ASSERT_NE(nullptr, derived);
   EXPECT_NE(base, derived) << "one wrapper per composed class";
-  ExpectFaces(base, {&IID_IUnknown, &IID_IDispatch, &IID_Iwrp_FxBase},
+  ExpectFaces(base, {&IID_Iwrp_FxBase, &IID_IUnknown, &IID_IDispatch},
               {&IID_IkwInstanceProxy, &IID_IMarshal, &IID_Iwrp_FxDerived});
   ExpectFaces(derived, {&IID_Iwrp_FxDerived}, {&IID_Iwrp_FxBase});
   base->Release();
   derived->Release();
 }
 
+// The aggregated free-threaded marshaler hands over the exposer itself (a
+// proxy would still reach it: the multithreaded apartment needs no pump).
 TEST_F(IdentityTest, AnotherApartmentGetsTheObjectItself) {
+  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   IStream* stream = nullptr;
-  HRESULT marshaled = E_FAIL;
-  std::thread([&] {
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    marshaled = CoMarshalInterThreadInterfaceInStream(IID_IDispatch, exposer_, &stream);
-    CoUninitialize();
-  }).join();
-  ASSERT_EQ(S_OK, marshaled);
+  EXPECT_EQ(S_OK, CoMarshalInterThreadInterfaceInStream(IID_IDispatch, exposer_, &stream));
   IDispatch* received = nullptr;
-  HRESULT unmarshaled = E_FAIL;
   int value = -1;
   std::thread([&] {
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    unmarshaled = CoGetInterfaceAndReleaseStream(stream, IID_IDispatch, reinterpret_cast<void**>(&received));
-    VARIANT result;
-    if (SUCCEEDED(unmarshaled) && Call(received, L"FxBase_value", {}, &result) == S_OK) value = V_I4(&result);
-    if (received != nullptr) received->Release();
+    if (CoGetInterfaceAndReleaseStream(stream, IID_IDispatch, reinterpret_cast<void**>(&received)) == S_OK) {
+      VARIANT result;
+      if (Call(received, L"FxBase_value", {}, &result) == S_OK) value = V_I4(&result);
+      received->Release();
+    }
     CoUninitialize();
   }).join();
-  ASSERT_EQ(S_OK, unmarshaled);
+  CoUninitialize();
   EXPECT_EQ(static_cast<IDispatch*>(exposer_), received) << "no proxy between apartments";
   EXPECT_EQ(5, value);
 }
 
-TEST_F(IdentityTest, WrapperDispatchesThroughItsOwnTypeInfoOnly) {
-  auto* wrapper = static_cast<IDispatch*>(ObjectResult(exposer_, L"FxBase_peer"));
+class LifetimeTest : public DerivedExposerTest {
+ protected:
+  // Number of objects registered with the library's stub manager.
+  long Registered() { return IntOf(Get(exposer_, L"FxBase_registeredCount")); }
+};
+
+// A released exposer leaves the stub manager before its wrappers go; a
+// wrapper the host still holds stays, bound to the instance.
+TEST_F(LifetimeTest, ExposerLeavesTheStubManagerBeforeItsWrappersGoAndHeldOnesStay) {
+  const long before = Registered();
+  ASSERT_GE(before, 1);
+  FxCounter counter;
+  counter.value = 3;
+  IDispatch* exposer = host_.Wrap(L"FxDerived", &counter);
+  ASSERT_NE(nullptr, exposer);
+  EXPECT_EQ(before + 1, Registered());
+  EXPECT_EQ(1u, RefCountOf(exposer)) << "the host holds the only reference";
+  auto* wrapper = static_cast<IDispatch*>(ObjectResult(exposer, L"FxDerived_peer"));
   ASSERT_NE(nullptr, wrapper);
-  UINT count = 0;
-  EXPECT_EQ(S_OK, wrapper->GetTypeInfoCount(&count));
-  EXPECT_EQ(1u, count);
-  ITypeInfo* first = nullptr;
-  ITypeInfo* fifth = nullptr;
-  ASSERT_EQ(S_OK, wrapper->GetTypeInfo(0, 0, &first));
-  ASSERT_EQ(S_OK, wrapper->GetTypeInfo(5, 0, &fifth));
-  EXPECT_EQ(first, fifth) << "any index gives the one cached type information";
-  first->Release();
-  fifth->Release();
-  EXPECT_EQ(E_POINTER, wrapper->GetTypeInfo(0, 0, nullptr));
-  DISPID id = 0;
-  EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(wrapper, L"FxDerived_touch", &id));
-  EXPECT_EQ(DISP_E_BADPARAMCOUNT, InvokeWith(wrapper, 3, DISPATCH_METHOD, {1}));
-  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(wrapper, 11, DISPATCH_METHOD, {}));
-  wrapper->Release();
+  EXPECT_EQ(2u, RefCountOf(wrapper)) << "the exposer's and the host's";
+
+  EXPECT_EQ(0u, exposer->Release());
+  EXPECT_EQ(1, counter.wrappersDestroyed) << "the wrapper nobody else holds goes with the exposer";
+  EXPECT_EQ(before, counter.registeredWhenWrapperDestroyed);
+  EXPECT_EQ(before, Registered());
+  EXPECT_EQ(S_OK, Call(wrapper, L"FxDerived_scale", {4}));
+  EXPECT_EQ(12, counter.value) << "the held wrapper is still bound to the instance";
+  EXPECT_EQ(0u, wrapper->Release());
+  EXPECT_EQ(2, counter.wrappersDestroyed);
+}
+
+// Only the exact name of a type with an exposer makes one: other spellings
+// and a known name without an exposer leave the result alone. An exposer
+// made for a null result is destroyed again.
+TEST_F(LifetimeTest, NamesWithoutAnExposerCreateNothing) {
+  const long before = Registered();
+  FxCounter counter;
+  for (const wchar_t* name : {L"FxKnownOnly", L"fxbase", L"FXBASE", L"FxBase ", L" FxBase", L"Fx Base", L"FxBas", L"",
+                              static_cast<const wchar_t*>(nullptr)}) {
+    IDispatch* result = reinterpret_cast<IDispatch*>(0x77);
+    EXPECT_EQ(E_NOINTERFACE, host_.manager()->CreateWrapper(name, &counter, &result)) << (name ? Narrow(name) : "null");
+    EXPECT_EQ(reinterpret_cast<IDispatch*>(0x77), result);
+  }
+  EXPECT_EQ(E_POINTER, host_.manager()->CreateWrapper(L"FxBase", &counter, nullptr));
+  EXPECT_EQ(before, Registered());
+  EXPECT_EQ(1, counter.wrappersDestroyed);
+}
+
+// The manager holds its sink once, whatever it is set to, and lets a
+// replaced, cleared or outlived one go. While one is set, a value result goes
+// to it: its instance and type name, no reserved pointer, three VARIANT_TRUE
+// flags; its answer is the member's.
+TEST(ManagerSink, IsHeldOnceAndTakesTheValueResults) {
+  RecordingSink first(E_ACCESSDENIED), second;
+  ManagerHost host(kFixtureDll);
+  ASSERT_TRUE(host.ready());
+  const struct {
+    IUnknown* sink;
+    LONG first, second;  // references afterwards
+  } steps[] = {{&first, 2, 1}, {&second, 1, 2}, {&second, 1, 2}, {nullptr, 1, 1}, {nullptr, 1, 1}, {&first, 2, 1}};
+  for (const auto& step : steps) {
+    EXPECT_EQ(S_OK, host.notificator()->SetDispatchSink(step.sink));
+    EXPECT_EQ(step.first, first.refs());
+    EXPECT_EQ(step.second, second.refs());
+  }
+
+  FxCounter counter;
+  IDispatch* exposer = host.Wrap(L"FxDerived", &counter);
+  ASSERT_NE(nullptr, exposer);
+  SCODE memberResult = 0;
+  EXPECT_EQ(DISP_E_EXCEPTION, CallByName(exposer, L"FxDerived_twin", {}, nullptr, &memberResult));
+  EXPECT_EQ(E_ACCESSDENIED, memberResult);
+  ASSERT_EQ(1u, first.calls.size());
+  EXPECT_EQ(L"FxBase", first.calls[0].typeName);
+  EXPECT_EQ(nullptr, first.calls[0].reserved);
+  for (VARIANT_BOOL flag : first.calls[0].flags) EXPECT_EQ(VARIANT_TRUE, flag);
+  EXPECT_NE(nullptr, first.calls[0].instance);
+  EXPECT_EQ(0u, exposer->Release());
+  host.Unload();
+  EXPECT_EQ(1, first.refs()) << "a destroyed manager releases its sink";
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,32 @@ inline std::string Narrow(const std::wstring& text) { return std::string(text.be
 template <class T>
 T* InstanceAs(IDispatch* object) {
   return object != nullptr ? static_cast<T*>(InstanceOf(object)) : nullptr;
+}
+
+// `object` is its own identity and its first face (the first of `answered`);
+// each interface of `answered` is given out under that identity, each of
+// `refused` gives E_NOINTERFACE and a null pointer, and no query leaves a
+// reference behind.
+inline void ExpectFaces(IUnknown* object, std::initializer_list<const IID*> answered,
+                        std::initializer_list<const IID*> refused) {
+  const ULONG refs = RefCountOf(object);
+  for (const IID* iid : answered) {
+    IUnknown* face = nullptr;
+    IUnknown* identity = nullptr;
+    ASSERT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
+    ASSERT_EQ(S_OK, face->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
+    EXPECT_EQ(object, identity);
+    EXPECT_TRUE(iid != *answered.begin() || static_cast<void*>(face) == object) << "the first face is the identity";
+    identity->Release();
+    face->Release();
+  }
+  for (const IID* iid : refused) {
+    void* face = reinterpret_cast<void*>(0x77);
+    EXPECT_EQ(E_NOINTERFACE, object->QueryInterface(*iid, &face));
+    EXPECT_EQ(nullptr, face);
+  }
+  EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
+  EXPECT_EQ(refs, RefCountOf(object));
 }
 
 // The 32-bit integer a call gave; anything else is a number no member gives.
