@@ -1,13 +1,19 @@
 // The module frame as a host sees it: the module object and its two faces,
-// the listener lists and what happens to listeners at FreeLibrary.
+// the listener lists and what happens to listeners at FreeLibrary, and the
+// managers' chain of type-name tests.
 #include <gtest/gtest.h>
 
-#include "host/HostSupport.h"
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
-using kwhost::LoadedLibrary;
-using kwhost::RecordingListener;
-using kwhost::RefCountOf;
-using kwhost::UnloadCall;
+#include "HostTest.h"
+
+using namespace kwtest;
 
 namespace {
 
@@ -39,7 +45,10 @@ struct LoadedModule {
   }
 };
 
-TEST(ModuleEntry, OneModuleObjectPerLoadWithTwoFacesOfOneIdentity) {
+// GetModuleIntf hands out the one module object of a load, whose identity is
+// its listener face; each CreateWrappersManager makes a new manager, held
+// only by the caller, whose identity is its notificator face.
+TEST(ModuleEntry, OneModuleObjectPerLoadMakesANewManagerPerCall) {
   LoadedLibrary library;
   ASSERT_TRUE(library.loaded());
   ASSERT_NE(nullptr, library.entry());
@@ -50,35 +59,23 @@ TEST(ModuleEntry, OneModuleObjectPerLoadWithTwoFacesOfOneIdentity) {
   EXPECT_EQ(module, again);
   EXPECT_EQ(3u, RefCountOf(module)) << "two host references plus the library's own";
   again->Release();
-
-  auto* listeners = Query<ImxModuleIntf>(module, IID_ImxModuleIntf);
+  ExpectFaces(module, {&IID_ImxModuleIntf, &IID_IUnknown, &IID_IWrappersModule},
+              {&IID_IDispatch, &IID_IWrappersManager});
   auto* wrappers = Query<IWrappersModule>(module, IID_IWrappersModule);
-  ASSERT_NE(nullptr, wrappers);
-  EXPECT_EQ(static_cast<void*>(module), static_cast<void*>(listeners)) << "the first face is the identity";
-  EXPECT_NE(static_cast<void*>(listeners), static_cast<void*>(wrappers));
-  IUnknown* fromWrappers = Query<IUnknown>(wrappers, IID_IUnknown);
-  auto* back = Query<ImxModuleIntf>(wrappers, IID_ImxModuleIntf);
-  EXPECT_EQ(module, fromWrappers);
-  EXPECT_EQ(listeners, back);
-  void* other = reinterpret_cast<void*>(0x1234);
-  EXPECT_EQ(E_NOINTERFACE, module->QueryInterface(IID_IDispatch, &other));
-  EXPECT_EQ(nullptr, other);
-  EXPECT_EQ(E_NOINTERFACE, module->QueryInterface(IID_IWrappersManager, &other));
-  EXPECT_EQ(E_POINTER, wrappers->QueryInterface(IID_IUnknown, nullptr));
 
-  // Each call makes a new manager, held only by the caller.
   IUnknown* managers[2] = {};
   for (IUnknown*& manager : managers) ASSERT_EQ(S_OK, wrappers->CreateWrappersManager(&manager));
   EXPECT_NE(managers[0], managers[1]);
   EXPECT_EQ(E_POINTER, wrappers->CreateWrappersManager(nullptr));
+  ExpectFaces(managers[0], {&IID_IkwQtDispatchNotificator, &IID_IUnknown, &IID_IWrappersManager},
+              {&IID_IWrappersModule, &IID_ImxModuleIntf});
   for (IUnknown* manager : managers) EXPECT_EQ(0u, manager->Release());
 
-  for (IUnknown* face : {static_cast<IUnknown*>(back), fromWrappers, static_cast<IUnknown*>(wrappers),
-                         static_cast<IUnknown*>(listeners)})
-    face->Release();
+  wrappers->Release();
   EXPECT_EQ(1u, module->Release()) << "the library's own reference is left";
 }
 
+// Each list holds a listener once, with one reference; removing is quiet.
 TEST(ModuleListeners, EachListIsASetHoldingOneReferencePerEntry) {
   std::vector<UnloadCall> log;
   RecordingListener listener(L"L", &log), stranger(L"S", &log);
@@ -97,7 +94,6 @@ TEST(ModuleListeners, EachListIsASetHoldingOneReferencePerEntry) {
       {&ImxModuleIntf::AddSecondaryListener, &listener, S_OK, 3},  // the other list is independent
       {&ImxModuleIntf::RemovePrimaryListener, &stranger, S_OK, 3},
       {&ImxModuleIntf::RemoveSecondaryListener, nullptr, S_OK, 3},
-      {&ImxModuleIntf::RemovePrimaryListener, nullptr, S_OK, 3},
       {&ImxModuleIntf::RemovePrimaryListener, &listener, S_OK, 2},
       {&ImxModuleIntf::RemovePrimaryListener, &listener, S_OK, 2},
       {&ImxModuleIntf::AddPrimaryListener, &listener, S_OK, 3},  // a removed listener can come back
@@ -113,6 +109,7 @@ TEST(ModuleListeners, EachListIsASetHoldingOneReferencePerEntry) {
   EXPECT_TRUE(log.empty()) << "removed listeners are not told about the unload";
 }
 
+// FreeLibrary tells the primary list, then the secondary one, each in order.
 TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
   std::vector<UnloadCall> log;
   RecordingListener a(L"A", &log), b(L"B", &log), c(L"C", &log), d(L"D", &log);
@@ -130,7 +127,7 @@ TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
   std::vector<std::wstring> names;
   for (const UnloadCall& call : log) {
     names.push_back(call.listener);
-    EXPECT_EQ(kwhost::ProgramFolder(), call.folder) << "the DLL lives next to the test program";
+    EXPECT_EQ(ProgramFolder(), call.folder) << "the DLL lives next to the test program";
     EXPECT_EQ(moduleFace, call.module);
   }
   EXPECT_EQ((std::vector<std::wstring>{L"B", L"A", L"D", L"C", L"A"}), names);
@@ -146,6 +143,59 @@ TEST(ModuleListeners, UnloadTellsPrimaryThenSecondaryInOrderOfAddition) {
     EXPECT_EQ(1u, ModuleOf(library)->Release()) << "only the library's own reference";
   }
   EXPECT_EQ(5u, log.size()) << "listeners of an earlier load are not carried over";
+}
+
+TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
+  // Every name of the catalogue's list is known to the chain, exactly: a
+  // one-character change to a known name never matches (unless it is itself
+  // a known name: "QSize" and "QSizeF"). Built with the Qt wrappers, every
+  // name gives an exposer composing as many wrappers as its composition
+  // list; without them every name answers E_NOINTERFACE like an unknown one.
+  std::ifstream names(KW_KNOWN_TYPE_NAMES), compositions(KW_COMPOSITIONS);
+  ASSERT_TRUE(names.good()) << KW_KNOWN_TYPE_NAMES;
+  ASSERT_TRUE(compositions.good()) << KW_COMPOSITIONS;
+  std::map<std::wstring, UINT> composed;
+  for (std::string line; std::getline(compositions, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line.substr(line.find('\t') + 1));
+    UINT count = 0;
+    for (std::string wrapper; fields >> wrapper;) ++count;
+    composed[std::wstring(line.begin(), line.begin() + line.find('\t'))] = count;
+  }
+  std::vector<std::wstring> known;
+  for (std::string line; std::getline(names, line);)
+    if (!line.empty()) known.emplace_back(line.begin(), line.end());
+  ASSERT_EQ(570u, known.size());
+
+  ManagerHost host(L"kwQtWrappers.dll");
+  ASSERT_TRUE(host.ready());
+  IWrappersManager* manager = host.manager();
+  int instance = 0;
+  IDispatch* probe = nullptr;
+  const bool withWrappers = manager->CreateWrapper(L"QString", &instance, &probe) == S_OK;
+  if (probe != nullptr) probe->Release();
+  std::printf("kwQtWrappers.dll %s its Qt wrapper classes\n", withWrappers ? "carries" : "was built without");
+  for (const std::wstring& name : known) {
+    const std::string shown = Narrow(name);
+    IDispatch* exposer = nullptr;
+    HRESULT hr = manager->CreateWrapper(name.c_str(), &instance, &exposer);
+    if (withWrappers) {
+      EXPECT_EQ(S_OK, hr) << shown;
+      UINT count = 0;
+      if (exposer != nullptr) exposer->GetTypeInfoCount(&count);
+      EXPECT_EQ(composed[name], count) << shown;
+      EXPECT_EQ(&instance, InstanceOf(exposer)) << shown;
+    } else {
+      EXPECT_EQ(E_NOINTERFACE, hr) << shown;
+    }
+    if (exposer != nullptr) exposer->Release();
+    for (const std::wstring& variant : {name + L" ", name.substr(0, name.size() - 1)}) {
+      if (std::find(known.begin(), known.end(), variant) != known.end()) continue;
+      IDispatch* result = reinterpret_cast<IDispatch*>(0x77);
+      EXPECT_EQ(E_NOINTERFACE, manager->CreateWrapper(variant.c_str(), &instance, &result)) << shown;
+      EXPECT_EQ(reinterpret_cast<IDispatch*>(0x77), result);
+    }
+  }
 }
 
 }  // namespace
