@@ -1,7 +1,6 @@
 // The trace log read back byte for byte: kwQtWrappers.dll loaded and unloaded
-// as a host does it, the test-only kwTraceProbe.dll (the same trace object
-// with TraceWrite exported) for arbitrary messages, and the trace object
-// linked into this program itself.
+// as a host does it, and the trace object linked into this program itself,
+// which writes arbitrary messages.
 #include "trace/TraceLog.h"
 
 #include <windows.h>
@@ -13,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -44,21 +42,18 @@ std::wstring ModulePath(HMODULE module) {
   return buffer;
 }
 
-std::wstring TempFolder() {  // with its trailing backslash
-  wchar_t buffer[MAX_PATH + 1] = {};
-  GetTempPathW(MAX_PATH, buffer);
-  return buffer;
-}
-std::wstring ExeFolder() { return fs::path(ModulePath(nullptr)).parent_path().wstring(); }
-std::wstring LibraryPath() { return ExeFolder() + L"\\kwQtWrappers.dll"; }
+std::wstring TempFolder() { return fs::temp_directory_path().wstring() + L"\\"; }
+std::wstring LibraryPath() { return fs::path(ModulePath(nullptr)).parent_path().wstring() + L"\\kwQtWrappers.dll"; }
 std::wstring Stem(const std::wstring& path) { return fs::path(path).stem().wstring(); }
 
-// "<exe>_<pid>_<library>_<16 upper-case hex digits of the load address>"
-std::wstring TraceName(HMODULE library) {
+// "<exe>_<pid>", and for a library "_<library>_<16 upper-case hex digits of
+// its load address>" after that.
+std::wstring TraceName(HMODULE library = nullptr) {
+  const std::wstring name = Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId());
+  if (library == nullptr) return name;
   wchar_t address[32] = {};
   swprintf(address, 32, L"%016llX", static_cast<unsigned long long>(reinterpret_cast<UINT_PTR>(library)));
-  return Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId()) + L"_" + Stem(ModulePath(library)) +
-         L"_" + address;
+  return name + L"_" + Stem(ModulePath(library)) + L"_" + address;
 }
 
 std::string ReadBytes(const std::wstring& path) {
@@ -136,9 +131,8 @@ std::vector<std::string> Messages(const std::vector<Line>& lines) {
 }
 
 // The header the trace writer in `modulePath` gives a file named `name`,
-// then `body`, then the closing line.
-std::vector<std::string> ExpectedBlock(const std::wstring& name, const std::wstring& modulePath,
-                                       const std::vector<std::string>& body = {}) {
+// then the closing line.
+std::vector<std::string> ExpectedBlock(const std::wstring& name, const std::wstring& modulePath) {
   DWORD session = 0xFFFFFFFFu;
   if (!ProcessIdToSessionId(GetCurrentProcessId(), &session)) session = 0xFFFFFFFFu;
   wchar_t host[16] = {};
@@ -154,7 +148,7 @@ std::vector<std::string> ExpectedBlock(const std::wstring& name, const std::wstr
   snprintf(os, sizeof(os), "    OS:       %lu.%lu.%lu.%lu %s", version.dwMajorVersion, version.dwMinorVersion,
            version.dwBuildNumber, version.dwPlatformId, Utf8(version.szCSDVersion).c_str());
 
-  std::vector<std::string> lines = {
+  return {
       "The beginning of the trace file.",
       "Process information:",
       "    Name:     " + Utf8(name),
@@ -166,10 +160,8 @@ std::vector<std::string> ExpectedBlock(const std::wstring& name, const std::wstr
       os,
       "Module information:",
       "    Path:     " + Utf8(modulePath),
+      kEnd,
   };
-  lines.insert(lines.end(), body.begin(), body.end());
-  lines.push_back(kEnd);
-  return lines;
 }
 
 // ---- debugger output
@@ -241,8 +233,7 @@ class TraceTest : public ::testing::Test {
   void SetUp() override {
     ClearTraceFolders();
     RemoveTempTraceFiles();
-    static unsigned counter = 0;
-    scratch_ = TempFolder() + L"kwtrace_" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(++counter);
+    scratch_ = TempFolder() + L"kwtrace_" + std::to_wstring(GetCurrentProcessId());
     fs::remove_all(scratch_);
     fs::create_directory(scratch_);
   }
@@ -257,51 +248,48 @@ class TraceTest : public ::testing::Test {
   std::wstring scratch_;
 };
 
+// A loaded copy of kwQtWrappers.dll.
 struct Loaded {
+  HMODULE module;
   std::wstring name;  // of its trace file, without ".log"
   std::wstring path;
 };
 
-// Loads and unloads kwQtWrappers.dll once.
-Loaded LoadAndUnload() {
-  HMODULE library = LoadLibraryW(LibraryPath().c_str());
-  EXPECT_NE(nullptr, library) << "kwQtWrappers.dll is expected beside the test program";
-  if (!library) return {};
-  Loaded loaded = {TraceName(library), ModulePath(library)};
-  FreeLibrary(library);
-  return loaded;
+Loaded Load(const std::wstring& path) {
+  HMODULE module = LoadLibraryW(path.c_str());
+  EXPECT_NE(nullptr, module) << "cannot load " << Utf8(path);
+  return module != nullptr ? Loaded{module, TraceName(module), ModulePath(module)} : Loaded{};
 }
 
+// A user folder (one level is created) gets one file per loaded copy; the
+// header is flushed line by line and the closing line comes at unload; each
+// line is of its thread and time and goes to the debugger too.
 TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadedCopyAndEveryLineGoesToTheDebugger) {
   const std::wstring folder = Sub(L"trace");  // not there yet: one level is created by the library
   SetTraceFolder(HKEY_CURRENT_USER, folder);
   // A copy loaded all along: two loaded copies never share a load address.
   const std::wstring copyPath = Sub(L"kwQtWrappers.dll");
   ASSERT_TRUE(CopyFileW(LibraryPath().c_str(), copyPath.c_str(), FALSE));
-  HMODULE copy = LoadLibraryW(copyPath.c_str());
-  ASSERT_NE(nullptr, copy);
-  const Loaded copied = {TraceName(copy), ModulePath(copy)};
+  const Loaded copy = Load(copyPath);
+  ASSERT_NE(nullptr, copy.module);
 
   DebugOutputCapture capture;
   const long long before = NowMillis();
-  HMODULE library = LoadLibraryW(LibraryPath().c_str());
-  ASSERT_NE(nullptr, library);
-  const Loaded loaded = {TraceName(library), ModulePath(library)};
+  const Loaded loaded = Load(LibraryPath());
+  ASSERT_NE(nullptr, loaded.module);
   const std::wstring file = folder + L"\\" + loaded.name + L".log";
   const std::vector<std::string> expected = ExpectedBlock(loaded.name, loaded.path);
 
   // The folder holds one "<exe>_<pid>_kwQtWrappers_<address>.log" per copy.
   std::set<std::wstring> files;
   for (const auto& entry : fs::directory_iterator(folder)) files.insert(entry.path().filename().wstring());
-  EXPECT_EQ((std::set<std::wstring>{loaded.name + L".log", copied.name + L".log"}), files);
-  EXPECT_EQ(0u, loaded.name.find(Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId()) +
-                                 L"_kwQtWrappers_"));
+  EXPECT_EQ((std::set<std::wstring>{loaded.name + L".log", copy.name + L".log"}), files);
 
   // While loaded, the header is in the file already: written line by line.
   const std::string whileLoaded = ReadBytes(file);
   EXPECT_EQ(std::vector<std::string>(expected.begin(), expected.end() - 1), Messages(Block(whileLoaded)));
 
-  FreeLibrary(library);
+  FreeLibrary(loaded.module);
   const long long after = NowMillis();
   const std::vector<DebugText> heard = capture.Stop();
   const std::string bytes = ReadBytes(file);
@@ -321,11 +309,12 @@ TEST_F(TraceTest, UserFolderGetsAFlushedBlockPerLoadedCopyAndEveryLineGoesToTheD
   for (const DebugText& text : heard) debugTexts.push_back(text.text);
   EXPECT_EQ(expectedDebug, debugTexts);
 
-  FreeLibrary(copy);
-  EXPECT_EQ(ExpectedBlock(copied.name, copied.path),
-            Messages(Block(ReadBytes(folder + L"\\" + copied.name + L".log"))));
+  FreeLibrary(copy.module);
+  EXPECT_EQ(ExpectedBlock(copy.name, copy.path), Messages(Block(ReadBytes(folder + L"\\" + copy.name + L".log"))));
 }
 
+// The user place, then the machine place; a folder that takes no file falls
+// back to the temp folder; with no folder anywhere nothing is written.
 TEST_F(TraceTest, TheFirstPlaceGivingAFolderIsUsedThenTheTempFolder) {
   enum Where { kMachine, kTemp, kNowhere };
   const struct {
@@ -351,7 +340,8 @@ TEST_F(TraceTest, TheFirstPlaceGivingAFolderIsUsedThenTheTempFolder) {
     if (row.machine) SetTraceFolder(HKEY_LOCAL_MACHINE, machineFolder);
 
     DebugOutputCapture capture;
-    const Loaded loaded = LoadAndUnload();
+    const Loaded loaded = Load(LibraryPath());
+    FreeLibrary(loaded.module);
     const std::vector<DebugText> heard = capture.Stop();
     const std::wstring files[] = {machineFolder + L"\\" + loaded.name + L".log", TempFolder() + loaded.name + L".log"};
     for (Where place : {kMachine, kTemp}) {
@@ -368,76 +358,54 @@ TEST_F(TraceTest, TheFirstPlaceGivingAFolderIsUsedThenTheTempFolder) {
 }
 
 // The trace object linked into this program, which is then both the
-// process's executable and the module that writes the log.
-TEST_F(TraceTest, InTheExecutableTheNameHasOnlyExecutableAndProcessId) {
+// process's executable and the module that writes the log: its file is named
+// "<exe>_<pid>", messages are whole UTF-8 lines of their thread, a late write
+// does nothing and each opening appends a block.
+TEST_F(TraceTest, InTheExecutableEachOpeningAppendsABlockOfWholeUtf8Lines) {
   SetTraceFolder(HKEY_CURRENT_USER, scratch_);
-  const std::wstring file = Sub(Stem(ModulePath(nullptr)) + L"_" + std::to_wstring(GetCurrentProcessId()) + L".log");
-  const auto expected = ExpectedBlock(Stem(file), ModulePath(nullptr), {"inside the executable"});
-  size_t size = 0;
-  for (int load = 0; load < 2; ++load) {  // a second opening appends a block
-    OpenTraceLog();
-    TraceWrite(L"inside %s", L"the executable");
-    CloseTraceLog();
-    TraceWrite(L"after closing");  // a no-op once closed
-    const std::string bytes = ReadBytes(file);
-    EXPECT_EQ(expected, Messages(Block(bytes, size)));
-    size = bytes.size();
-  }
-}
-
-// Messages written through kwTraceProbe.dll: (format, "%s", "%u", "%p").
-using ProbeWriteFn = void (*)(const wchar_t* format, const wchar_t* text, unsigned number, void* pointer);
-
-TEST_F(TraceTest, MessagesAreWholeUtf8LinesOfTheirThreadWithoutCarriageReturns) {
-  SetTraceFolder(HKEY_CURRENT_USER, scratch_);
-  std::unique_ptr<HINSTANCE__, decltype(&FreeLibrary)> probe(
-      LoadLibraryW((ExeFolder() + L"\\kwTraceProbe.dll").c_str()), &FreeLibrary);
-  ASSERT_NE(nullptr, probe.get()) << "kwTraceProbe.dll is expected beside the test program";
-  const auto write =
-      reinterpret_cast<ProbeWriteFn>(reinterpret_cast<void*>(GetProcAddress(probe.get(), "ProbeTraceWrite")));
-  ASSERT_NE(nullptr, write);
-  const std::wstring file = Sub(TraceName(probe.get()) + L".log");
+  const std::wstring file = Sub(TraceName() + L".log");
+  OpenTraceLog();
 
   std::vector<std::string> expected;
   for (size_t length : {2046u, 2047u, 2048u, 4095u, 4096u, 10000u}) {
     std::wstring text(length, L'x');
     for (size_t i = 0; i < length; i += 97)
       text[i] = static_cast<wchar_t>(L'a' + (i / 97) % 26);  // catches a repeated or dropped chunk
-    write(L"%s", text.c_str(), 0, nullptr);
+    TraceWrite(L"%s", text.c_str());
     expected.push_back(Utf8(text));
   }
   // Formatting itself, not only the argument, may run past the buffer.
-  write(L"%s|%u", std::wstring(2045, L'y').c_str(), 123456u, nullptr);
+  TraceWrite(L"%s|%u", std::wstring(2045, L'y').c_str(), 123456u);
   expected.push_back(std::string(2045, 'y') + "|123456");
   // Wide "%s", all 16 upper-case hex digits for "%p", UTF-8 in the file.
-  write(L"s=%s u=%u p=%p", L"Gr\u00FC\u00DFe \u20AC \U0001F600", 4294967295u,
-        reinterpret_cast<void*>(static_cast<UINT_PTR>(0x00007FF6ABCD0123ull)));
+  TraceWrite(L"s=%s u=%u p=%p", L"Gr\u00FC\u00DFe \u20AC \U0001F600", 4294967295u,
+             reinterpret_cast<void*>(static_cast<UINT_PTR>(0x00007FF6ABCD0123ull)));
   expected.push_back(
       "s=Gr\xC3\xBC\xC3\x9F"
       "e \xE2\x82\xAC \xF0\x9F\x98\x80 u=4294967295 p=00007FF6ABCD0123");
-  DWORD threads[2] = {};
-  const auto writeThreadId = [&](DWORD* id) { write(L"%sthread %u", L"", *id = GetCurrentThreadId(), nullptr); };
-  writeThreadId(&threads[0]);
-  std::thread(writeThreadId, &threads[1]).join();
-  for (DWORD id : threads) expected.push_back("thread " + std::to_string(id));
+  DWORD thread = 0;
+  std::thread([&thread] { TraceWrite(L"thread %u", thread = GetCurrentThreadId()); }).join();
+  expected.push_back("thread " + std::to_string(thread));
 
   // Line breaks in a message: the debugger hears it without CRs, then a line
   // feed, both before the line reaches the file.
   const size_t before = ReadBytes(file).size();
   DebugOutputCapture capture(file);
-  write(L"%s", L"first\r\nsecond\rthird\n", 0, nullptr);
+  TraceWrite(L"first\r\nsecond\rthird\n");
   const std::vector<DebugText> heard = capture.Stop();
   const size_t afterWrite = ReadBytes(file).size();
-  write(L"after", nullptr, 0, nullptr);
-  probe.reset();
+  TraceWrite(L"after");
+  CloseTraceLog();
+  TraceWrite(L"after closing");  // a no-op once closed
 
   const std::string bytes = ReadBytes(file);
-  std::vector<Line> lines = Block(bytes.substr(0, before));
-  ASSERT_EQ(11u + expected.size(), lines.size());
-  lines.erase(lines.begin(), lines.begin() + 11);  // the header
-  EXPECT_EQ(expected, Messages(lines));
-  EXPECT_EQ(threads[0], lines[8].threadId);
-  EXPECT_EQ(threads[1], lines[9].threadId);
+  const std::vector<Line> lines = Block(bytes.substr(0, before));
+  std::vector<std::string> written = ExpectedBlock(TraceName(), ModulePath(nullptr));
+  written.pop_back();  // the closing line comes later
+  written.insert(written.end(), expected.begin(), expected.end());
+  EXPECT_EQ(written, Messages(lines));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(thread, lines.back().threadId);
   EXPECT_EQ(npos, bytes.find("\xEF\xBB\xBF")) << "no byte-order mark";
 
   ASSERT_EQ(2u, heard.size());
@@ -453,6 +421,10 @@ TEST_F(TraceTest, MessagesAreWholeUtf8LinesOfTheirThreadWithoutCarriageReturns) 
   EXPECT_EQ(1u, ParseLines(added.substr(0, at) + "   first\r\n").size());
   EXPECT_EQ(before + at + text.size(), afterWrite) << "the whole line is flushed at once";
   EXPECT_EQ((std::vector<std::string>{"after", kEnd}), Messages(ParseLines(added.substr(at + text.size()))));
+
+  OpenTraceLog();
+  CloseTraceLog();
+  EXPECT_EQ(ExpectedBlock(TraceName(), ModulePath(nullptr)), Messages(Block(ReadBytes(file), bytes.size())));
 }
 
 }  // namespace
