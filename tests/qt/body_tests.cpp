@@ -3,7 +3,6 @@
 // Qt's own index assertion, which must reach the application's handler.
 #include <QtCore/QByteArray>
 #include <QtCore/QStringList>
-#include <QtCore/QVector>
 
 #include <cstdint>
 
@@ -17,7 +16,6 @@
 HRESULT wrp_QString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_QByteArray_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_QList_QString__CreateBound(void*, CStaticWrappersManager*, IDispatch**);
-HRESULT wrp_QVector_int__CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 
 namespace qttest {
 namespace {
@@ -46,15 +44,6 @@ TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   EXPECT_EQ(reinterpret_cast<unsigned char*>(bytes.data()), data);
   array->Release();
 
-  // A scalar element delivered through a pointer-sized slot: the value,
-  // sign-extended, not an address.
-  QVector<int> vector(1, -2);
-  auto* ints = MakeWrapper<Iwrp_QVector_int_>(&wrp_QVector_int__CreateBound, IID_Iwrp_QVector_int_, &vector, &manager);
-  ASSERT_NE(nullptr, ints);
-  int* slot = nullptr;
-  EXPECT_EQ(S_OK, ints->QVector_int__at(0, &slot));
-  EXPECT_EQ(UINT64_C(0xFFFFFFFFFFFFFFFE), reinterpret_cast<std::uintptr_t>(slot));
-  ints->Release();
   EXPECT_TRUE(manager.requests.empty());
 }
 

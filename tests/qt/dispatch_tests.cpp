@@ -44,7 +44,6 @@ class WidgetTest : public QtTest {
 TEST_F(QtTest, ExposersComposeTheirListedWrappers) {
   QPushButton push;
   QRadioButton radio;
-  QListWidget list;
   QUndoView undo;
   QWorkspace workspace;
   QStringList strings;
@@ -56,10 +55,6 @@ TEST_F(QtTest, ExposersComposeTheirListedWrappers) {
   } rows[] = {
       {L"QPushButton", &push, {L"Iwrp_QWidget", L"Iwrp_QAbstractButton", L"Iwrp_QPushButton"}},
       {L"QRadioButton", &radio, {L"Iwrp_QAbstractButton", L"Iwrp_QRadioButton"}},
-      {L"QListWidget",
-       &list,
-       {L"Iwrp_QWidget", L"Iwrp_QFrame", L"Iwrp_QAbstractScrollArea", L"Iwrp_QAbstractItemView", L"Iwrp_QListView",
-        L"Iwrp_QListWidget"}},
       {L"QUndoView",
        &undo,
        {L"Iwrp_QFrame", L"Iwrp_QAbstractScrollArea", L"Iwrp_QAbstractItemView", L"Iwrp_QListView", L"Iwrp_QUndoView"}},
@@ -130,13 +125,6 @@ TEST_F(WidgetTest, ButtonMembersBehaveAsDeclared) {
 TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
   Held window = Wrap(L"QWidget", &window_);
 
-  // Four int* out-parameters go to Qt unchanged.
-  window_.setContentsMargins(1, 2, 3, 4);
-  LONG margins[4] = {-1, -1, -1, -1};
-  EXPECT_EQ(S_OK, CallByName(window, L"QWidget_getContentsMargins",
-                             {LongRef(&margins[0]), LongRef(&margins[1]), LongRef(&margins[2]), LongRef(&margins[3])}));
-  EXPECT_EQ((std::vector<LONG>{1, 2, 3, 4}), std::vector<LONG>(margins, margins + 4));
-
   // Every parameter is passed, defaults included.
   EXPECT_EQ(S_OK, CallByName(window, L"QWidget_setAttribute", {I4(Qt::WA_NoSystemBackground), I4(1)}));
   EXPECT_TRUE(window_.testAttribute(Qt::WA_NoSystemBackground));
@@ -164,7 +152,7 @@ TEST_F(WidgetTest, WidgetMembersReachTheWindow) {
   EXPECT_EQ(wanted, tool.windowFlags());
 }
 
-TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
+TEST_F(QtTest, StringMembersBehaveAsDeclared) {
   QString abc("abc");
   Held text = Wrap(L"QString", &abc);
 
@@ -182,21 +170,9 @@ TEST_F(QtTest, StringAndByteArrayMembersBehaveAsDeclared) {
     EXPECT_EQ(string->isNull() ? 1 : 0, IntOf(Get(object, L"QString_isNull")));
   }
 
-  // sprintf takes the format alone and rewrites the bound string; vsprintf
-  // takes the host's argument list.
-  Result printed = Get(text, L"QString_sprintf", {BytesRef("no arguments")});
-  EXPECT_EQ(QString("no arguments"), abc);
-  EXPECT_EQ(abc, TextOf(printed));
-  EXPECT_NE(&abc, InstanceAs<QString>(printed.object()));
+  // vsprintf takes the host's argument list as Qt's va_list.
   EXPECT_EQ(S_OK, kwhost::CallWithArgumentList(text, L"QString_vsprintf", "%d-%s", 42, "x"));
   EXPECT_EQ(QString("42-x"), abc);
-
-  // bool* out-parameter: Qt writes one byte into the host's 32-bit integer.
-  QByteArray number("2.5");
-  Held bytes = Wrap(L"QByteArray", &number);
-  LONG ok = static_cast<LONG>(0xFFFFFF00);
-  EXPECT_EQ(2.5, RealOf(Get(bytes, L"QByteArray_toDouble", {LongRef(&ok)})));
-  EXPECT_EQ(static_cast<LONG>(0xFFFFFF01), ok);
 
   // The destructor member destroys in place; the memory stays the host's.
   QString shared("shared data");

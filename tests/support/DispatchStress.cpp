@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -40,21 +41,13 @@ int HammerExposer(IDispatch* exposer, const std::vector<Probe>& probes, int thre
 
 namespace {
 
-// A small deterministic generator (the same sequence on every run).
-class Random {
+// The same sequence on every run: std::mt19937's output is fixed by the
+// standard for a given seed.
+class Random : public std::mt19937 {
  public:
-  explicit Random(std::uint32_t seed) : m_state(seed ? seed : 1) {}
-  std::uint32_t Next() {
-    m_state ^= m_state << 13;
-    m_state ^= m_state >> 17;
-    m_state ^= m_state << 5;
-    return m_state;
-  }
-  int Below(int bound) { return static_cast<int>(Next() % static_cast<std::uint32_t>(bound)); }
+  using std::mt19937::mt19937;
+  int Below(int bound) { return static_cast<int>((*this)() % static_cast<std::uint32_t>(bound)); }
   bool Chance(int percent) { return Below(100) < percent; }
-
- private:
-  std::uint32_t m_state;
 };
 
 struct Member {
@@ -93,7 +86,7 @@ void CollectMembers(IDispatch* exposer, const std::vector<std::wstring>& avoid, 
 // An argument of a random VARTYPE and value; a BSTR is owned by the caller.
 VARIANT RandomArgument(Random& random) {
   const int kind = random.Below(8);
-  const std::uint32_t n = random.Next();
+  const std::uint32_t n = random();
   VARIANT v;
   VariantInit(&v);
   if (kind == 0) return I4(static_cast<LONG>(n) % 1000);
@@ -182,7 +175,7 @@ FuzzTally FuzzExposers(const std::vector<IDispatch*>& exposers, int calls, std::
       std::vector<VARIANT> args;
       for (int a = 0; a < count; ++a) args.push_back(RandomArgument(random));
       DISPPARAMS params{args.empty() ? nullptr : args.data(), nullptr, static_cast<UINT>(args.size()), 0};
-      DISPID id = random.Chance(90) ? member.id : static_cast<DISPID>(random.Next());
+      DISPID id = random.Chance(90) ? member.id : static_cast<DISPID>(random());
       WORD flags = random.Chance(85) ? DISPATCH_METHOD : DISPATCH_PROPERTYGET;
       Result result;
       EXCEPINFO exception{};
