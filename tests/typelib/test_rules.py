@@ -215,9 +215,9 @@ class Layout(unittest.TestCase):
 
 class Wrapping(unittest.TestCase):
     def test_long_lines_break_only_where_whitespace_may_move(self):
-        code = '    f(a, "x, y, z", g(b, c), d);  // trailing, comment\n#define M(a, b) a + b\nshort(a, b);'
+        code = '    f(a, "x, yyyyyyyyyyyy", g(b, c), d);  // trailing, comment\n#define M(a, b) a + b\nshort(a, b);'
         self.assertEqual(output.wrap_source(code, width=24).split("\n"), [
-            '    f(a, "x, y, z",', "        g(b, c),", "        d);  // trailing, comment",
+            "    f(a,", '        "x, yyyyyyyyyyyy",', "        g(b, c),", "        d);  // trailing, comment",
             "#define M(a, b) a + b", "short(a, b);"])
         comment = "  // " + " ".join("word%d" % i for i in range(14))
         self.assertEqual(output.wrap_source(comment, width=48).split("\n"), [
