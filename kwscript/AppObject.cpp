@@ -73,17 +73,6 @@ HRESULT TextOfObject(const VARIANT* arg, QString* text) {
 
 }  // namespace
 
-STDMETHODIMP CAppObject::QueryInterface(REFIID iid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch)) {
-    *ppv = static_cast<IDispatch*>(this);
-    AddRef();
-    return S_OK;
-  }
-  *ppv = nullptr;
-  return E_NOINTERFACE;
-}
-
 STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
   if (count == nullptr) return E_POINTER;
   *count = 0;

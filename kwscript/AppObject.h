@@ -13,18 +13,16 @@
 
 #include <QtCore/QString>
 
+#include "host/HostSupport.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
 
-class CAppObject final : public IDispatch {
+// Lives as long as the run; the last reference does not delete it.
+class CAppObject final : public kwhost::HostObject<IDispatch> {
  public:
-  explicit CAppObject(ScriptContext* context) : m_context(context) {}
+  explicit CAppObject(ScriptContext* context) : HostObject(IID_IDispatch), m_context(context) {}
 
-  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override;
-  STDMETHOD_(ULONG, AddRef)() override { return InterlockedIncrement(&m_refs); }
-  // Lives as long as the run; the last reference does not delete it.
-  STDMETHOD_(ULONG, Release)() override { return InterlockedDecrement(&m_refs); }
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
@@ -37,7 +35,6 @@ class CAppObject final : public IDispatch {
   IDispatch* Find(const QString& name);
 
  private:
-  volatile LONG m_refs = 1;
   ScriptContext* m_context;
 };
 
