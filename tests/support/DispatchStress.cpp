@@ -1,5 +1,7 @@
 #include "DispatchStress.h"
 
+#include "typelib/dump/TypeText.h"
+
 #include <algorithm>
 #include <atomic>
 #include <iterator>
@@ -121,19 +123,7 @@ void ForEachFunction(IDispatch* exposer, const std::function<void(const std::wst
   for (UINT i = 0; i < composed; ++i) {
     ITypeInfo* info = nullptr;
     if (FAILED(exposer->GetTypeInfo(i, 0, &info))) continue;
-    TYPEATTR* attr = nullptr;
-    info->GetTypeAttr(&attr);
-    for (UINT f = 0; f < attr->cFuncs; ++f) {
-      FUNCDESC* function = nullptr;
-      info->GetFuncDesc(f, &function);
-      BSTR name = nullptr;
-      UINT got = 0;
-      info->GetNames(function->memid, &name, 1, &got);
-      visit(std::wstring(name, SysStringLen(name)), *function);
-      SysFreeString(name);
-      info->ReleaseFuncDesc(function);
-    }
-    info->ReleaseTypeAttr(attr);
+    kwtypelib::ForEachFunction(info, visit);
     info->Release();
   }
 }

@@ -89,17 +89,10 @@ std::vector<Member> membersOf(ITypeInfo* ti) {
   std::vector<Member> out;
   ITypeInfo* body = vtablePart(ti);
   if (body == nullptr) return out;
-  TYPEATTR* a = nullptr;
-  body->GetTypeAttr(&a);
-  for (UINT f = 0; f < a->cFuncs; ++f) {
-    FUNCDESC* fd = nullptr;
-    body->GetFuncDesc(f, &fd);
-    BSTR name = nullptr;
-    UINT got = 0;
-    body->GetNames(fd->memid, &name, 1, &got);
-    Member m{fd->memid, bstr(name), L""};
-    for (SHORT p = 0; p < fd->cParams; ++p) {
-      const ELEMDESC& e = fd->lprgelemdescParam[p];
+  kwtypelib::ForEachFunction(body, [&](const std::wstring& name, const FUNCDESC& fd) {
+    Member m{fd.memid, name, L""};
+    for (SHORT p = 0; p < fd.cParams; ++p) {
+      const ELEMDESC& e = fd.lprgelemdescParam[p];
       const USHORT pf = e.paramdesc.wParamFlags;
       m.signature += (p ? L", " : L"") + kwtypelib::TypeText(body, e.tdesc);
       if (pf & PARAMFLAG_FRETVAL)
@@ -110,9 +103,7 @@ std::vector<Member> membersOf(ITypeInfo* ti) {
         m.signature += L" [in]";
     }
     out.push_back(m);
-    body->ReleaseFuncDesc(fd);
-  }
-  body->ReleaseTypeAttr(a);
+  });
   body->Release();
   return out;
 }
@@ -245,18 +236,17 @@ TEST_F(TypeLibrary, EveryInterfaceInCatalogueOrderIsDualOverIDispatch) {
     body->GetTypeAttr(&va);
     EXPECT_EQ(TKIND_INTERFACE, va->typekind);
     EXPECT_EQ(56 + 8 * va->cFuncs, va->cbSizeVft);
-    for (UINT f = 0; f < va->cFuncs; ++f) {
-      FUNCDESC* fd = nullptr;
-      body->GetFuncDesc(f, &fd);
-      EXPECT_EQ(FUNC_PUREVIRTUAL, fd->funckind);
-      EXPECT_EQ(INVOKE_FUNC, fd->invkind);
-      EXPECT_EQ(VT_HRESULT, fd->elemdescFunc.tdesc.vt);
-      EXPECT_EQ(56 + 8 * static_cast<int>(f), fd->oVft);
-      EXPECT_EQ(0, fd->wFuncFlags);
-      for (SHORT p = 0; p < fd->cParams; ++p)
-        EXPECT_FALSE(fd->lprgelemdescParam[p].paramdesc.wParamFlags & (PARAMFLAG_FOPT | PARAMFLAG_FHASDEFAULT));
-      body->ReleaseFuncDesc(fd);
-    }
+    int slot = 0;
+    kwtypelib::ForEachFunction(body, [&slot](const std::wstring& name, const FUNCDESC& fd) {
+      EXPECT_EQ(FUNC_PUREVIRTUAL, fd.funckind) << name;
+      EXPECT_EQ(INVOKE_FUNC, fd.invkind) << name;
+      EXPECT_EQ(VT_HRESULT, fd.elemdescFunc.tdesc.vt) << name;
+      EXPECT_EQ(56 + 8 * slot++, fd.oVft) << name;
+      EXPECT_EQ(0, fd.wFuncFlags) << name;
+      for (SHORT p = 0; p < fd.cParams; ++p)
+        EXPECT_FALSE(fd.lprgelemdescParam[p].paramdesc.wParamFlags & (PARAMFLAG_FOPT | PARAMFLAG_FHASDEFAULT)) << name;
+    });
+    EXPECT_EQ(va->cFuncs, slot);
     body->ReleaseTypeAttr(va);
     body->Release();
 

@@ -1,6 +1,6 @@
 // Text of an Automation type as a type library declares it ("long*",
-// "IDispatch**", "unsigned char*"), for people and tests that read the
-// library's contract.
+// "IDispatch**", "unsigned char*"), and a walk over a type's functions, for
+// people and tests that read the library's contract.
 #pragma once
 
 #include <windows.h>
@@ -71,6 +71,25 @@ inline std::wstring TypeText(ITypeInfo* ti, const TYPEDESC& t) {
       std::swprintf(buf, 32, L"vt%u", static_cast<unsigned>(t.vt));
       return buf;
     }
+  }
+}
+
+// Calls `visit(name, function)` for each function of `info`, in order.
+template <class Visit>
+void ForEachFunction(ITypeInfo* info, Visit&& visit) {
+  TYPEATTR* attr = nullptr;
+  if (info == nullptr || FAILED(info->GetTypeAttr(&attr))) return;
+  const UINT count = attr->cFuncs;
+  info->ReleaseTypeAttr(attr);
+  for (UINT f = 0; f < count; ++f) {
+    FUNCDESC* function = nullptr;
+    if (FAILED(info->GetFuncDesc(f, &function))) continue;
+    BSTR name = nullptr;
+    UINT got = 0;
+    info->GetNames(function->memid, &name, 1, &got);
+    visit(name != nullptr ? std::wstring(name, SysStringLen(name)) : std::wstring(), *function);
+    SysFreeString(name);
+    info->ReleaseFuncDesc(function);
   }
 }
 
