@@ -47,3 +47,11 @@ function(kw_add_wine_test)
     ENVIRONMENT "KW_WINE_ROOT=${KW_WINE_ROOT}"
     WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 endfunction()
+
+# kw_add_qt_skip_notice(<name> <what>): without a Qt 4.8 SDK, one test that
+# says which tests (<what>) were left out and why; ctest shows it as skipped.
+function(kw_add_qt_skip_notice name what)
+  add_test(NAME ${name} COMMAND ${CMAKE_COMMAND} -E echo
+           "SKIPPED: ${what} need a Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)")
+  set_tests_properties(${name} PROPERTIES SKIP_REGULAR_EXPRESSION "SKIPPED")
+endfunction()
