@@ -32,6 +32,7 @@ import xml.etree.ElementTree as ET
 
 import catalogue as catalogue_mod
 import typenames
+from output import write_if_changed
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(HERE)
@@ -784,8 +785,7 @@ def main(argv=None):
             rec["members"] = collect_members(cx, cls, slots, members, instantiated,
                                              used_by_sources)
             out_lines.append(json.dumps(rec))
-        with open(args.out, "w", encoding="utf-8", newline="\n") as f:
-            f.write("\n".join(out_lines) + "\n")
+        write_if_changed(args.out, "\n".join(out_lines) + "\n")
         print("frontend: %d of %d catalogue classes found; wrote %s"
               % (found, len(cat.entries), args.out))
         if dropped_headers:

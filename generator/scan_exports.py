@@ -28,6 +28,8 @@ import subprocess
 import sys
 from collections import defaultdict
 
+from output import write_if_changed
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 DEFAULT_OUT = os.path.join(os.path.dirname(HERE), "typelib", "qt48", "unexported.txt")
 IMPORT_PREFIX = "__imp_"
@@ -137,8 +139,7 @@ def main(argv=None):
              "#   <wrapped class, flattened> <member> <symbol>[; <symbol>...]"]
     for (flat, member), symbols in sorted(members.items()):
         lines.append("%s %s %s" % (flat, member, "; ".join(symbols)))
-    with open(args.out, "w", encoding="utf-8", newline="\n") as f:
-        f.write("\n".join(lines) + "\n")
+    write_if_changed(args.out, "\n".join(lines) + "\n")
     print("scan_exports: %d wrapper members need unexported Qt symbols; wrote %s"
           % (len(members), args.out))
     return 0

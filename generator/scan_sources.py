@@ -29,6 +29,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import catalogue as catalogue_mod
 import frontend
+from output import write_if_changed
 
 DEFAULT_OUT = os.path.join(frontend.DEFAULT_CONFIG_DIR, "instantiated.txt")
 
@@ -239,8 +240,7 @@ def main(argv=None):
                  % ", ".join(t for _h, t in templates),
                  "# Sources compiled: %d; not compiling here: %s"
                  % (len(jobs) - len(failed), ", ".join(sorted(failed)) or "none")]
-        with open(args.out, "w", encoding="utf-8", newline="\n") as f:
-            f.write("\n".join(lines + kept) + "\n")
+        write_if_changed(args.out, "\n".join(lines + kept) + "\n")
         print("scan_sources: %d sources, %d not compiling; %d member symbols; wrote %s"
               % (len(jobs), len(failed), len(kept), args.out))
         return 0
