@@ -34,7 +34,7 @@ class DerivedExposerTest : public HostTest {
  protected:
   DerivedExposerTest() : HostTest(kFixtureDll) {}
   void SetUp() override {
-    ASSERT_TRUE(host_.ready());
+    HostTest::SetUp();
     ASSERT_NE(nullptr, static_cast<IDispatch*>(exposer_));
   }
 
