@@ -72,10 +72,13 @@ class ConvertedArguments {
   // A script string where a QString is expected: a new QString object.
   HRESULT MakeString(VARIANT* arg, ScriptContext* context) {
     const BSTR text = V_BSTR(arg);
+    QString* value = new QString(QString::fromWCharArray(text, SysStringLen(text)));
     IDispatch* made = nullptr;
-    HRESULT hr = context->manager->CreateWrapper(L"QString",
-                                                 new QString(QString::fromWCharArray(text, SysStringLen(text))), &made);
-    if (FAILED(hr)) return hr;
+    HRESULT hr = context->manager->CreateWrapper(L"QString", value, &made);
+    if (FAILED(hr)) {
+      delete value;  // no object took it
+      return hr;
+    }
     m_made.push_back(made);
     V_VT(arg) = VT_DISPATCH;
     V_DISPATCH(arg) = made;
