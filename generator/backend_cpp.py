@@ -108,10 +108,12 @@ def method_body(member):
     args = [argument(body, i, p) for i, p in enumerate(member.params)]
     if body:  # class arguments fetch their instances
         body.insert(0, "HRESULT hr = S_OK;")
+    if member.detaches:  # a const member called on the bound object as on a non-const one
+        body.append("kwwrap::DetachShared(self());")
     body += result_lines(member, call_expression(member, args, "target" if trait else "self()"))
     if not trait:
         return body
-    # Compiled only where the class has the member (E_NOTIMPL otherwise).
+    # Compiled only where the class has the member; elsewhere the build stops.
     return (["return kwwrap::CallIfAvailable<%s>(self(), [&](auto* target) -> HRESULT {" % trait]
             + ["  " + line for line in body] + ["});"])
 

@@ -36,6 +36,7 @@ class Member:
         self.reason = None
         self.params = []
         self.retval = None
+        self.detaches = False
 
     def declaration(self, type_name):
         """The Qt declaration the member calls, on one line of C++."""
@@ -158,6 +159,56 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
     member.retval = retval
 
 
+def _signature(decl):
+    return decl["name"], tuple(p["type"] for p in decl["params"])
+
+
+def _refers_into(result, type_name):
+    """Whether a result of C++ type `result` refers into the object it came
+    from: a reference, a pointer or one of the class's own iterators."""
+    node = typenames.strip_const(typenames.parse_type(result))
+    if isinstance(node, (typenames.Reference, typenames.Pointer)):
+        return True
+    return typenames.spell(node) in ("%s::iterator" % type_name, "%s::const_iterator" % type_name)
+
+
+def detaching_members(decls, type_name):
+    """The const members that are called on the bound object as on a
+    non-const one, so that data it shares is detached first: those whose
+    result refers into the object (a reference, a pointer, one of its
+    iterators) and that either stand beside a non-const overload of the
+    same parameters or give one of the class's iterators (begin() const,
+    constBegin())."""
+    non_const = {_signature(d) for d in decls
+                 if d["kind"] in ("method", "operator") and "const" not in d.get("flags", [])}
+    out = set()
+    for i, d in enumerate(decls):
+        if d["kind"] not in ("method", "operator") or "const" not in d.get("flags", []):
+            continue
+        try:
+            refers = _refers_into(d["result"], type_name)
+        except typenames.TypeSyntaxError:
+            continue
+        own_iterator = refers and "iterator" in d["result"]
+        if refers and (_signature(d) in non_const or own_iterator):
+            out.add(i)
+    return out
+
+
+def _drop_abstract_value_result(member, decl, abstract):
+    """A class result is copied to the heap for the host; an abstract class
+    cannot be, and handing over the referenced object itself would give the
+    host a second wrapper of it, so such a member is dropped."""
+    if not member.kept:
+        return
+    result = typenames.parse_type(decl["result"])
+    if member.retval == "IDispatch**" and not isinstance(typenames.strip_const(result), typenames.Pointer):
+        name = typenames.result_type_name(result)
+        if name in abstract:
+            member.kept = False
+            member.reason = "no copy of %s for a value result (%s is abstract)" % (decl["result"], name)
+
+
 def build(catalogue, classes, unexported=None):
     """Lay out the whole library: a list of Interface in catalogue order.
     unexported: read_unexported's members, dropped like inexpressible ones."""
@@ -166,6 +217,7 @@ def build(catalogue, classes, unexported=None):
     known = catalogue.nameable_classes() if catalogue.known_names else None
     unreachable = frozenset(rec["type"] for rec in classes.values()
                             if rec.get("nested_access"))
+    abstract = frozenset(rec["type"] for rec in classes.values() if rec.get("abstract"))
     for half in catalogue.halves():
         counter = identifiers.DISPID_BASE
         for entry in half:
@@ -184,11 +236,14 @@ def build(catalogue, classes, unexported=None):
             decls = [decls[i] for i in order]
             bases = [bases[i] for i in order]
             names = naming.number_overloads(bases)
+            detaching = detaching_members(decls, entry.type_name)
             members = []
-            for decl, name in zip(decls, names):
+            for i, (decl, name) in enumerate(zip(decls, names)):
                 m = Member(decl, name, counter)
                 counter += 1
                 _express(m, decl, check, unreachable, template_args)
+                _drop_abstract_value_result(m, decl, abstract)
+                m.detaches = i in detaching
                 symbols = unexported.get((entry.flat, name))
                 if m.kept and symbols:
                     m.kept = False

@@ -25,8 +25,10 @@ scalar ptr    pointer to a bool, enum or    the scalar's IDL type * (in, out)
   PointerResult                               p/p
 scalar ref    reference to a bool, enum     the scalar's IDL type * (in, out)
               or number
-  *reinterpret_cast<T *>(Par)                 WidenedResult<idl>(call): the value  by value
-  WidenedResult                               p/the referenced scalar's kind       (not its address)
+  *reinterpret_cast<T *>(Par)                 ReferencedValueResult<idl>(call):    by value
+  ReferencedValueResult                       the value, integers sign-extended,   (not its address)
+                                              floats in their own bytes
+                                              p/the referenced scalar's kind
 void ptr      void *, void * *              void*, void** (in, out)
   static_cast<void *>(Par)                    PointerResult<idl>(call)             passed through
   PointerResult                               p/p
@@ -160,8 +162,8 @@ TEXT = Row("text", IN_OUT, _take_pointer, _store("kwwrap::PointerResult<%(slot)s
 SCALAR_POINTER = Row("scalar ptr", IN_OUT, _take_pointer, _store("kwwrap::PointerResult<%(slot)s>"),
                      "passed through", "PointerResult", "p", "p", False)
 # result_kind None: that of the referenced scalar.
-SCALAR_REFERENCE = Row("scalar ref", IN_OUT, _take_reference, _store("kwwrap::WidenedResult<%(slot)s>"),
-                       "by value", "WidenedResult", "p", None, False)
+SCALAR_REFERENCE = Row("scalar ref", IN_OUT, _take_reference, _store("kwwrap::ReferencedValueResult<%(slot)s>"),
+                       "by value", "ReferencedValueResult", "p", None, False)
 VOID_POINTER = Row("void ptr", IN_OUT, _take_void_pointer, _store("kwwrap::PointerResult<%(slot)s>"),
                    "passed through", "PointerResult", "p", "p", False)
 QSTRING = Row("QString", IN, _take_object, _give_object, "copied to the heap, never freed",

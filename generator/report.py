@@ -197,6 +197,11 @@ def write(library, args):
           % len(unexported))
     for itf, member in unexported:
         print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
+    uncopyable = [(i, m) for i in interfaces for m in i.members if not m.kept and "is abstract" in (m.reason or "")]
+    print("  members dropped because their result would have to be a copy of an abstract class: %d"
+          % len(uncopyable))
+    for itf, member in uncopyable:
+        print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
     vtable_only = [m.name for i in interfaces if i.entry.wrapped for m in i.kept
                    if (m.retval and m.retval.count("*") > 1 and m.retval != "IDispatch**")
                    or any(p.idl.startswith("void*") for p in m.params)]

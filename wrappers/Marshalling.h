@@ -8,6 +8,7 @@
 #include <oaidl.h>
 
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -51,11 +52,20 @@ class InstanceArgument {
 // Stores a bool result as 1 or 0 (not the automation -1).
 inline long BoolResult(bool value) { return value ? 1 : 0; }
 
-// A scalar delivered through a pointer-sized result slot: the value,
-// sign-extended to 64 bits, not its address.
-template <class To, class Scalar>
-To WidenedResult(Scalar value) {
-  return reinterpret_cast<To>(static_cast<std::intptr_t>(value));
+// The value a scalar reference result refers to, delivered through the
+// pointer-sized result slot `Slot` (the address itself is never handed out).
+// A bool, enumeration or integer is sign-extended to 64 bits; a float or
+// double keeps its own bytes at the start of the slot, the rest zero.
+template <class Slot, class Scalar>
+Slot ReferencedValueResult(Scalar value) {
+  static_assert(sizeof(Slot) == sizeof(std::intptr_t), "a pointer-sized slot");
+  if constexpr (std::is_floating_point<Scalar>::value) {
+    Slot slot = nullptr;
+    std::memcpy(&slot, &value, sizeof value);
+    return slot;
+  } else {
+    return reinterpret_cast<Slot>(static_cast<std::intptr_t>(value));
+  }
 }
 
 // The untyped instance pointer of a pointer result, as the manager takes it.
@@ -76,48 +86,52 @@ To PointerResult(From* pointer) {
 // `typeName`; returns the manager's HRESULT. Without memory, `call` is not
 // made and the manager receives a null instance. The heap object belongs to
 // the wrapper made for it and is never freed; if the call or the copy
-// throws, the storage is freed and the exception passes on. A class that
-// cannot be copied (an abstract one returned by reference) is handed over
-// as the referenced object itself.
+// throws, the storage is freed and the exception passes on. The layout drops
+// members whose result class cannot be copied (an abstract one returned by
+// reference), so the host never receives a second wrapper of an object.
 template <class T, class Call>
 HRESULT WrapValueResult(CStaticWrappersManager* manager, const wchar_t* typeName, IDispatch** result, Call&& call) {
-  if constexpr (!std::is_copy_constructible<T>::value) {
-    return manager->CreateWrapper(typeName, InstancePointer(&call()), result);
-  } else {
-    void* storage = ::operator new(sizeof(T), std::nothrow);
-    if (storage != nullptr) {
-      try {
-        decltype(auto) value = call();
-        new (storage) T(value);
-      } catch (...) {
-        ::operator delete(storage);
-        throw;
-      }
+  static_assert(std::is_copy_constructible<T>::value, "a value result is a copy");
+  void* storage = ::operator new(sizeof(T), std::nothrow);
+  if (storage != nullptr) {
+    try {
+      decltype(auto) value = call();
+      new (storage) T(value);
+    } catch (...) {
+      ::operator delete(storage);
+      throw;
     }
-    return manager->CreateWrapper(typeName, storage, result);
   }
+  return manager->CreateWrapper(typeName, storage, result);
+}
+
+// Detaches the bound object from data it shares with copies, where its class
+// has a detach() (Qt's implicitly shared containers, strings, images...):
+// what a const member that gives access to the data does first, since the
+// body acts on the bound object as on a non-const one.
+template <class T, class = void>
+struct HasDetach : std::false_type {};
+template <class T>
+struct HasDetach<T, std::void_t<decltype(std::declval<T&>().detach())>> : std::true_type {};
+
+template <class T>
+void DetachShared(T* instance) {
+  if constexpr (HasDetach<T>::value) instance->detach();
 }
 
 // Whether objects of class T can be constructed (in place) at all.
 template <class T>
 struct IsConcrete : std::bool_constant<!std::is_abstract<T>::value> {};
 
-// Runs `body(instance)` where `Available<T>` holds, and answers E_NOTIMPL
-// where it does not: a member the compiler declares for a class but cannot
-// define (the copy assignment of a class whose base forbids copying). `body`
-// is a generic lambda, so its text is only compiled where it is called.
-// Built with KW_WRAPPERS_REQUIRE_AVAILABLE (the compile check against the
-// real headers), a member that could only answer E_NOTIMPL is an error.
+// Runs `body(instance)` for a member that not every class can have (a
+// member the compiler declares on its own, a constructor run in place);
+// `Available<T>` tells whether this class has it. `body` is a generic
+// lambda, so its text is compiled only where the member exists; where it
+// does not, the build stops here: no body may answer a call it cannot make.
 template <template <class> class Available, class T, class Body>
 HRESULT CallIfAvailable(T* instance, Body&& body) {
-  if constexpr (Available<T>::value) {
-    return body(instance);
-  } else {
-#ifdef KW_WRAPPERS_REQUIRE_AVAILABLE
-    static_assert(Available<T>::value, "a generated member that can never run");
-#endif
-    return E_NOTIMPL;
-  }
+  static_assert(Available<T>::value, "a generated member that can never run");
+  return body(instance);
 }
 
 }  // namespace kwwrap

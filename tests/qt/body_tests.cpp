@@ -5,6 +5,11 @@
 #include <QtCore/QStringList>
 
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <QtCore/QPointF>
+#include <QtCore/QSizeF>
+#include <QtCore/QVector>
 
 #include "host/BodyProbe.h"
 #include "QtHost.h"
@@ -16,6 +21,9 @@
 HRESULT wrp_QString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_QByteArray_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_QList_QString__CreateBound(void*, CStaticWrappersManager*, IDispatch**);
+HRESULT wrp_QVector_int__CreateBound(void*, CStaticWrappersManager*, IDispatch**);
+HRESULT wrp_QPointF_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
+HRESULT wrp_QSizeF_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 
 namespace qttest {
 namespace {
@@ -45,6 +53,76 @@ TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   array->Release();
 
   EXPECT_TRUE(manager.requests.empty());
+}
+
+// A scalar reference result fills the pointer-sized slot with the value it
+// refers to: an int sign-extended, a double in its own eight bytes.
+TEST(QtBodyTest, ScalarReferenceResultsStoreTheReferencedValue) {
+  RecordingManager manager;
+  QVector<int> vector(1, -2);
+  QPointF point(2.75, 1.0);
+  QSizeF size(3.0, -0.5);
+  auto* ints = MakeWrapper<Iwrp_QVector_int_>(&wrp_QVector_int__CreateBound, IID_Iwrp_QVector_int_, &vector, &manager);
+  auto* points = MakeWrapper<Iwrp_QPointF>(&wrp_QPointF_CreateBound, IID_Iwrp_QPointF, &point, &manager);
+  auto* sizes = MakeWrapper<Iwrp_QSizeF>(&wrp_QSizeF_CreateBound, IID_Iwrp_QSizeF, &size, &manager);
+  ASSERT_TRUE(ints != nullptr && points != nullptr && sizes != nullptr);
+  auto bitsOf = [](double value) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+  };
+  struct Row {
+    const char* member;
+    std::function<HRESULT(void**)> call;
+    std::uint64_t slot;
+  };
+  const Row rows[] = {
+      {"QVector_int__at(0) on -2", [&](void** s) { return ints->QVector_int__at(0, reinterpret_cast<int**>(s)); },
+       0xFFFFFFFFFFFFFFFEull},
+      {"QPointF_rx on 2.75", [&](void** s) { return points->QPointF_rx(reinterpret_cast<double**>(s)); }, bitsOf(2.75)},
+      {"QSizeF_rheight on -0.5", [&](void** s) { return sizes->QSizeF_rheight(reinterpret_cast<double**>(s)); },
+       bitsOf(-0.5)},
+  };
+  for (const Row& row : rows) {
+    void* slot = reinterpret_cast<void*>(0x5A5A5A5A5A5A5A5Aull);
+    EXPECT_EQ(S_OK, row.call(&slot)) << row.member;
+    EXPECT_EQ(row.slot, reinterpret_cast<std::uint64_t>(slot)) << row.member;
+  }
+  ints->Release();
+  points->Release();
+  sizes->Release();
+  EXPECT_TRUE(manager.requests.empty());
+}
+
+// A const member that gives access to a list's data is called on the bound
+// list as on a non-const one: a list that shares its data with a copy is
+// detached first, and the copy keeps what it had.
+TEST(QtBodyTest, ConstOverloadsThatGiveAccessDetachSharedData) {
+  using Call = std::function<HRESULT(Iwrp_QList_QString_*, IDispatch**)>;
+  const std::pair<const char*, Call> rows[] = {
+      {"begin_2", [](Iwrp_QList_QString_* w, IDispatch** r) { return w->QList_QString__begin_2(r); }},
+      {"end_2", [](Iwrp_QList_QString_* w, IDispatch** r) { return w->QList_QString__end_2(r); }},
+      {"constBegin", [](Iwrp_QList_QString_* w, IDispatch** r) { return w->QList_QString__constBegin(r); }},
+      {"operator[] const",
+       [](Iwrp_QList_QString_* w, IDispatch** r) { return w->QList_QString__operator_INDEXING(0, r); }},
+  };
+  for (const auto& [member, call] : rows) {
+    RecordingManager manager;
+    QStringList list = QStringList() << "a"
+                                     << "b";
+    const QStringList copy = list;
+    ASSERT_FALSE(list.isDetached());
+    auto* wrapper =
+        MakeWrapper<Iwrp_QList_QString_>(&wrp_QList_QString__CreateBound, IID_Iwrp_QList_QString_, &list, &manager);
+    ASSERT_NE(nullptr, wrapper);
+    IDispatch* result = nullptr;
+    EXPECT_EQ(S_FALSE, call(wrapper, &result)) << member << ": the manager's answer";
+    EXPECT_TRUE(list.isDetached()) << member;
+    EXPECT_TRUE(copy.isDetached()) << member << ": the copy keeps the data it shared";
+    EXPECT_EQ(copy, list) << member;
+    EXPECT_EQ(1u, manager.requests.size()) << member;
+    wrapper->Release();
+  }
 }
 
 TEST(QtBodyTest, IndexOutOfRangeReachesQtsAssertion) {

@@ -376,6 +376,9 @@ Iwrp_QMetaObject QMetaObject_className@0x0D001002
 Iwrp_QMetaObject !QMetaObject_cast_2
 Iwrp_QMetaObject QMetaObject_tr@0x0D001006
 Iwrp_QColor QColor_isValid@0x0D001000
+Iwrp_QLayoutItem !QLayoutItem_operator_ASSIGMENT
+Iwrp_QIconEngine !QIconEngine_operator_ASSIGMENT
+Iwrp_QFactoryInterface !QFactoryInterface_operator_ASSIGMENT
 )"))
     EXPECT_EQ(row, shown(row));
 }
@@ -427,6 +430,7 @@ Iwrp_QMetaObject QMetaObject_classInfo@0x0D001004
 Iwrp_QColor QColor_alpha@0x0D001004
 Iwrp_QHash_QObject___int_ !QHash_QObject___int__isEmpty
 Iwrp_QWidget QWidget_childAt: int [in], int [in], IDispatch** [out,retval]
+Iwrp_QString QString_operator_INDEXING_4: int [in], IDispatch** [out,retval]
 )")) {
     const std::wstring seen = shown(row);
     std::printf("%s: %ls (the library: %ls)\n", seen == row ? "NOW HOLDS" : "known gap", row.c_str(), seen.c_str());
