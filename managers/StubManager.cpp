@@ -15,7 +15,7 @@ namespace {
 constexpr DWORD kWaitLimitMs = 1000;
 constexpr DWORD kPollIntervalMs = 50;
 
-HANDLE g_pumpEvent = nullptr;
+HANDLE g_pumpEvent = nullptr;  // created on first use, closed when the stub manager shuts down
 
 void ClosePumpEvent() {
   if (g_pumpEvent != nullptr) {
@@ -27,35 +27,11 @@ void ClosePumpEvent() {
 // Lets COM deliver calls waiting for this thread (the host's last Release
 // calls), without waiting for anything.
 void PumpComCalls() {
-  if (g_pumpEvent == nullptr) {
-    g_pumpEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (g_pumpEvent == nullptr) return;
-    std::atexit(ClosePumpEvent);
-  }
+  if (g_pumpEvent == nullptr) g_pumpEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (g_pumpEvent == nullptr) return;
   DWORD index = 0;
   CoWaitForMultipleHandles(0, 0, 1, &g_pumpEvent, &index);
 }
-
-// Stands for a registered object towards CoDisconnectObject: it answers
-// IUnknown with the object's identity and has no IMarshal, so COM disconnects
-// the standard marshaler's stubs of that identity. An exposer's own IMarshal
-// is the free-threaded marshaler, whose DisconnectObject does not reach those
-// stubs on every platform (under Wine it does nothing).
-class StandardStubsOf final : public IUnknown {
- public:
-  explicit StandardStubsOf(IUnknown* object) : m_object(object) {}
-  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    *ppv = nullptr;
-    if (IsEqualIID(iid, IID_IUnknown)) return m_object->QueryInterface(iid, ppv);
-    return E_NOINTERFACE;
-  }
-  STDMETHOD_(ULONG, AddRef)() override { return 1; }
-  STDMETHOD_(ULONG, Release)() override { return 1; }
-
- private:
-  IUnknown* m_object;
-};
 
 class RegistryLock {
  public:
@@ -158,18 +134,9 @@ bool CStubManager::IsValidInterfacePointer(IUnknown* object) {
 HRESULT CStubManager::SafeCoDisconnectObject(IUnknown* object) {
   if (!IsValidInterfacePointer(object)) return E_POINTER;
   HRESULT hr = E_FAIL;
-  // The object is held across both disconnects: the first may drop the last
-  // reference a stub had, and the second must not reach a destroyed object.
-  // If ours is the last reference, the object goes when it is released here.
-  if (!kwatl::CallFaultGuarded([&] {
-        object->AddRef();
-        hr = CoDisconnectObject(object, 0);
-        if (hr == S_OK) {
-          StandardStubsOf stubs(object);
-          CoDisconnectObject(&stubs, 0);
-        }
-        object->Release();
-      })) {
+  // COM may destroy the object inside the call, when its stubs held the last
+  // references; nothing here touches it afterwards.
+  if (!kwatl::CallFaultGuarded([&] { hr = CoDisconnectObject(object, 0); })) {
     TraceWrite(L"Exception in SafeCoDisconnectObject, pUnk = 0x%p", object);
     return E_FAIL;
   }
@@ -191,6 +158,9 @@ void ShutDownStubManager() {
   g_pStubManager->WaitAndClear();
   g_pStubManager->Release();
   g_pStubManager = nullptr;
+  // Closed here, not by an exit action of its own: the event is first made
+  // while the runtime runs its exit list, which then takes no new entries.
+  ClosePumpEvent();
 }
 
 }  // namespace kwInprocHook

@@ -12,10 +12,93 @@ const kwatl::InterfaceEntry* CBaseWrapperExposer::GetInterfaceMap() {
   return map;
 }
 
-HRESULT CBaseWrapperExposer::QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID iid, void** ppv) {
-  IUnknown* marshaler = static_cast<CBaseWrapperExposer*>(object)->m_pMarshaler;
-  if (marshaler == nullptr) return E_NOINTERFACE;
-  return marshaler->QueryInterface(iid, ppv);
+namespace {
+
+// Stands for an exposer towards CoDisconnectObject: it answers IUnknown with
+// the exposer's identity and has no IMarshal, so COM disconnects the
+// standard marshaler's stubs of that identity.
+class StandardStubsOf final : public IUnknown {
+ public:
+  explicit StandardStubsOf(IUnknown* object) : m_object(object) {}
+  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = nullptr;
+    if (IsEqualIID(iid, IID_IUnknown)) return m_object->QueryInterface(iid, ppv);
+    return E_NOINTERFACE;
+  }
+  STDMETHOD_(ULONG, AddRef)() override { return 1; }
+  STDMETHOD_(ULONG, Release)() override { return 1; }
+
+ private:
+  IUnknown* m_object;
+};
+
+}  // namespace
+
+HRESULT CBaseWrapperExposer::QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID, void** ppv) {
+  auto* exposer = static_cast<CBaseWrapperExposer*>(object);
+  if (exposer->m_pMarshaler == nullptr) return E_NOINTERFACE;
+  IMarshal* face = exposer;
+  face->AddRef();
+  *ppv = face;
+  return S_OK;
+}
+
+IMarshal* CBaseWrapperExposer::FreeThreadedMarshal() {
+  IMarshal* marshal = nullptr;
+  if (m_pMarshaler != nullptr) m_pMarshaler->QueryInterface(IID_IMarshal, reinterpret_cast<void**>(&marshal));
+  return marshal;
+}
+
+// Each IMarshal call goes to the aggregated marshaler as it is.
+template <class Call>
+static HRESULT ForwardToMarshaler(IMarshal* marshal, Call&& call) {
+  if (marshal == nullptr) return E_FAIL;
+  HRESULT hr = call(marshal);
+  marshal->Release();
+  return hr;
+}
+
+HRESULT CBaseWrapperExposer::GetUnmarshalClass(REFIID iid, void* object, DWORD context, void* reserved, DWORD flags,
+                                               CLSID* clsid) {
+  return ForwardToMarshaler(FreeThreadedMarshal(), [&](IMarshal* m) {
+    return m->GetUnmarshalClass(iid, object, context, reserved, flags, clsid);
+  });
+}
+
+HRESULT CBaseWrapperExposer::GetMarshalSizeMax(REFIID iid, void* object, DWORD context, void* reserved, DWORD flags,
+                                               DWORD* size) {
+  return ForwardToMarshaler(FreeThreadedMarshal(), [&](IMarshal* m) {
+    return m->GetMarshalSizeMax(iid, object, context, reserved, flags, size);
+  });
+}
+
+HRESULT CBaseWrapperExposer::MarshalInterface(IStream* stream, REFIID iid, void* object, DWORD context, void* reserved,
+                                              DWORD flags) {
+  return ForwardToMarshaler(FreeThreadedMarshal(), [&](IMarshal* m) {
+    return m->MarshalInterface(stream, iid, object, context, reserved, flags);
+  });
+}
+
+HRESULT CBaseWrapperExposer::UnmarshalInterface(IStream* stream, REFIID iid, void** object) {
+  return ForwardToMarshaler(FreeThreadedMarshal(),
+                            [&](IMarshal* m) { return m->UnmarshalInterface(stream, iid, object); });
+}
+
+HRESULT CBaseWrapperExposer::ReleaseMarshalData(IStream* stream) {
+  return ForwardToMarshaler(FreeThreadedMarshal(), [&](IMarshal* m) { return m->ReleaseMarshalData(stream); });
+}
+
+HRESULT CBaseWrapperExposer::DisconnectObject(DWORD reserved) {
+  HRESULT hr = ForwardToMarshaler(FreeThreadedMarshal(), [&](IMarshal* m) { return m->DisconnectObject(reserved); });
+  // The stubs may hold the last references: the exposer goes, if it goes,
+  // when this call lets go of it, and nothing touches it after that.
+  IUnknown* self = static_cast<IDispatch*>(this);
+  self->AddRef();
+  StandardStubsOf stubs(self);
+  CoDisconnectObject(&stubs, reserved);
+  self->Release();
+  return hr;
 }
 
 HRESULT CBaseWrapperExposer::FinalConstruct() {
@@ -110,6 +193,7 @@ HRESULT CBaseWrapperExposer::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, 
         SetRoute(dispId, index);
         return S_OK;
       case CMemberNameTable::Lookup::kUnknown:
+        dispIds[0] = DISPID_UNKNOWN;  // as the type information answers an unknown name
         return DISP_E_UNKNOWNNAME;
       case CMemberNameTable::Lookup::kNotAnswered:
         break;

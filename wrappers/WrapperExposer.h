@@ -2,7 +2,8 @@
 // It composes the instance wrappers of the instance's class and of a fixed
 // list of its wrapped base classes, all bound to the same instance, and
 // answers IDispatch as their union, plus IkwInstanceProxy (the raw instance
-// pointer) and IMarshal (the aggregated free-threaded marshaler).
+// pointer) and IMarshal (the aggregated free-threaded marshaler's, which also
+// disconnects the standard stubs it made for other processes).
 //
 // A concrete exposer declares its composition list, own wrapper last, either
 // by wrapper classes:
@@ -32,7 +33,8 @@ class CStaticWrappersManager;
 
 class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThreadModel>,
                             public IDispatch,
-                            public IkwInstanceProxy {
+                            public IkwInstanceProxy,
+                            public IMarshal {
  public:
   // IDispatch (also IUnknown), IkwInstanceProxy, IMarshal of the marshaler.
   static const kwatl::InterfaceEntry* GetInterfaceMap();
@@ -57,6 +59,21 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
 
   // IkwInstanceProxy: the instance this exposer stands for.
   STDMETHOD(GetInstance)(void** instance) override;
+
+  // IMarshal: the free-threaded marshaler's. Within the process it hands over
+  // the exposer itself; for another process it marshals through the
+  // standard marshaler, whose stubs DisconnectObject disconnects as well
+  // (the free-threaded marshaler's own does not reach them on every
+  // platform; under Wine it does nothing).
+  STDMETHOD(GetUnmarshalClass)
+  (REFIID iid, void* object, DWORD context, void* reserved, DWORD flags, CLSID* clsid) override;
+  STDMETHOD(GetMarshalSizeMax)
+  (REFIID iid, void* object, DWORD context, void* reserved, DWORD flags, DWORD* size) override;
+  STDMETHOD(MarshalInterface)
+  (IStream* stream, REFIID iid, void* object, DWORD context, void* reserved, DWORD flags) override;
+  STDMETHOD(UnmarshalInterface)(IStream* stream, REFIID iid, void** object) override;
+  STDMETHOD(ReleaseMarshalData)(IStream* stream) override;
+  STDMETHOD(DisconnectObject)(DWORD reserved) override;
 
   // Releases the routing map, the contained objects in order, then the marshaler.
   virtual ~CBaseWrapperExposer();
@@ -87,6 +104,8 @@ class CBaseWrapperExposer : public kwatl::CComObjectRootEx<kwatl::CComMultiThrea
 
  private:
   static HRESULT QueryMarshaler(kwatl::CComObjectRootBase* object, REFIID iid, void** ppv);
+  // The aggregated marshaler's IMarshal (a reference added), or null.
+  IMarshal* FreeThreadedMarshal();
 
   // The routing map's entry for `dispId`, or false when it has none.
   bool FindRoute(DISPID dispId, unsigned* index);

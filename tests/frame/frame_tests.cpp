@@ -9,6 +9,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "HostTest.h"
@@ -58,6 +59,11 @@ TEST(ModuleEntry, OneModuleObjectPerLoadMakesANewManagerPerCall) {
   ASSERT_NE(nullptr, module);
   EXPECT_EQ(module, again);
   EXPECT_EQ(3u, RefCountOf(module)) << "two host references plus the library's own";
+  // A thread that starts and ends tells the DLL so; that makes or drops nothing.
+  std::thread([] {}).join();
+  EXPECT_EQ(3u, RefCountOf(module)) << "thread attach and detach leave the module object alone";
+  EXPECT_EQ(module, ModuleOf(library));
+  module->Release();
   again->Release();
   ExpectFaces(module, {&IID_ImxModuleIntf, &IID_IUnknown, &IID_IWrappersModule},
               {&IID_IDispatch, &IID_IWrappersManager});
@@ -195,6 +201,13 @@ TEST(ManagerChain, EveryKnownNameIsTestedExactly) {
       EXPECT_EQ(E_NOINTERFACE, manager->CreateWrapper(variant.c_str(), &instance, &result)) << shown;
       EXPECT_EQ(reinterpret_cast<IDispatch*>(0x77), result);
     }
+  }
+  // Spellings a host might try: another case, blanks inside the brackets, the
+  // base of every QObject class (which no exposer stands for).
+  for (const wchar_t* name : {L"qsize", L"QList< QString >", L"QObject"}) {
+    IDispatch* result = reinterpret_cast<IDispatch*>(0x77);
+    EXPECT_EQ(E_NOINTERFACE, manager->CreateWrapper(name, &instance, &result)) << Narrow(name);
+    EXPECT_EQ(reinterpret_cast<IDispatch*>(0x77), result);
   }
 }
 

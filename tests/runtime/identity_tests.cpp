@@ -137,6 +137,16 @@ TEST(ManagerSink, IsHeldOnceAndTakesTheValueResults) {
   EXPECT_EQ(nullptr, first.calls[0].reserved);
   for (VARIANT_BOOL flag : first.calls[0].flags) EXPECT_EQ(VARIANT_TRUE, flag);
   EXPECT_NE(nullptr, first.calls[0].instance);
+
+  // Cleared, the manager makes the value result's object itself again.
+  EXPECT_EQ(S_OK, host.notificator()->SetDispatchSink(nullptr));
+  VARIANT made;
+  VariantInit(&made);
+  EXPECT_EQ(S_OK, CallByName(exposer, L"FxDerived_twin", {}, &made));
+  EXPECT_EQ(1u, first.calls.size()) << "a cleared sink is not asked";
+  ASSERT_EQ(VT_DISPATCH, V_VT(&made));
+  EXPECT_EQ(std::vector<std::wstring>{L"Iwrp_FxBase"}, ComposedInterfaces(V_DISPATCH(&made)));
+  VariantClear(&made);
   EXPECT_EQ(0u, exposer->Release());
   host.Unload();
   EXPECT_EQ(1, first.refs()) << "a destroyed manager releases its sink";

@@ -34,6 +34,20 @@ class CountingObject : public IUnknown {
   long* calls_;
 };
 
+// An object whose QueryInterface entry points at memory that cannot be read:
+// the stub manager must refuse it before COM would call it.
+struct UnreadableEntryObject {
+  static ULONG STDMETHODCALLTYPE Count(void*) { return ++calls, 1; }
+  static inline long calls = 0;
+  void* table[3] = {};
+  void* const* object = table;  // what an IUnknown* points at: its table
+  explicit UnreadableEntryObject(void* unreadable) {
+    table[0] = unreadable;
+    table[1] = table[2] = reinterpret_cast<void*>(&Count);
+  }
+  IUnknown* get() { return reinterpret_cast<IUnknown*>(&object); }
+};
+
 // The library loaded with tracing into a folder of its own.
 class UnloadTest : public ::testing::Test {
  protected:
@@ -78,7 +92,13 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
   CountingObject<1> live(&callsToLive);
   alignas(CountingObject<1>) unsigned char memory[sizeof(CountingObject<1>) + sizeof(CountingObject<2>)];
   auto* old = new (memory) CountingObject<1>(&callsToOld);
-  for (IUnknown* object : {static_cast<IUnknown*>(&live), static_cast<IUnknown*>(old)}) {
+  // A second registration of the same object changes nothing; an object
+  // with an unreadable entry is registered but never called.
+  void* noAccess = VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_NOACCESS);
+  ASSERT_NE(nullptr, noAccess);
+  UnreadableEntryObject unreadable(noAccess);
+  for (IUnknown* object :
+       {static_cast<IUnknown*>(&live), static_cast<IUnknown*>(old), static_cast<IUnknown*>(&live), unreadable.get()}) {
     VARIANT argument;
     V_VT(&argument) = VT_UNKNOWN;
     V_UNKNOWN(&argument) = object;
@@ -87,13 +107,24 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
   old->~CountingObject<1>();
   new (memory) CountingObject<2>(&callsToNew);
   callsToLive = callsToOld = 0;
+  UnreadableEntryObject::calls = 0;
+  // What one CoDisconnectObject does to such an object, on one of the same class.
+  long callsOfOneDisconnect = 0;
+  CountingObject<1> probe(&callsOfOneDisconnect);
+  const HRESULT probeAnswer = CoDisconnectObject(&probe, 0);
 
   host_->Unload();
   stream->Release();  // the marshal data is never released: the stub is gone with the object
   EXPECT_EQ(2, marshaled.wrappersDestroyed) << "disconnecting the stub destroys the exposer at unload";
   EXPECT_EQ(0, kept1.wrappersDestroyed) << "abandoned objects are neither released nor freed";
   EXPECT_EQ(0, kept2.wrappersDestroyed);
-  EXPECT_GT(callsToLive, 0) << "a registered object that is still there is disconnected";
+  // The stub manager itself neither references nor queries a registered
+  // object: each pass makes one CoDisconnectObject, and an object it
+  // disconnected stays registered for the second pass.
+  EXPECT_EQ(callsOfOneDisconnect * (probeAnswer == S_OK ? 2 : 1), callsToLive)
+      << "one CoDisconnectObject per pass, nothing else (one disconnect makes " << callsOfOneDisconnect << " calls)";
+  EXPECT_EQ(0, UnreadableEntryObject::calls) << "an object with an unreadable entry is dropped uncalled";
+  VirtualFree(noAccess, 0, MEM_RELEASE);
   EXPECT_EQ(0, callsToOld);
   EXPECT_EQ(0, callsToNew) << "an address that no longer holds its object must not be called";
 
@@ -104,9 +135,46 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
   ASSERT_EQ(1u, logs.size()) << "one trace file per load";
   std::vector<std::string> warnings;
   std::ifstream trace(logs[0]);
-  for (std::string line; std::getline(trace, line);)
+  for (std::string line; std::getline(trace, line);) {
     if (line.find("WARNING!") != std::string::npos) warnings.push_back(line.substr(line.find("WARNING!")));
+    EXPECT_EQ(std::string::npos, line.find("Exception in SafeCoDisconnectObject")) << line;
+  }
   EXPECT_EQ(std::vector<std::string>{"WARNING! 3 object are not removed from stub manager during 1000 ms!"}, warnings);
+}
+
+// Open handles of the process. Wine's handle count answers 0, so each
+// possible handle value is asked for its flags.
+unsigned OpenHandles() {
+  unsigned open = 0;
+  for (std::uintptr_t value = 4; value < 0x10000; value += 4) {
+    DWORD flags = 0;
+    if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) ++open;
+  }
+  return open;
+}
+
+// An unload that waits for survivors makes its wait event then; none may
+// stay open. Load and unload leave some handles of their own behind under
+// Wine (the thread data of the unloaded runtime), as many with survivors as
+// without: the handles one more load and unload leaves open are compared.
+TEST_F(UnloadTest, WaitingForSurvivorsLeavesNoHandleOpen) {
+  host_.reset();
+  auto handlesLeftByOneMoreLoad = [](bool keepAnObject) {
+    std::vector<unsigned> open;
+    for (int load = 0; load < 3; ++load) {
+      FxCounter counter;
+      ManagerHost host(kFixtureDll);
+      EXPECT_TRUE(host.ready());
+      IDispatch* exposer = host.Wrap(L"FxBase", &counter);
+      EXPECT_NE(nullptr, exposer);
+      if (exposer != nullptr && !keepAnObject) exposer->Release();  // else held past the unload
+      host.Unload();
+      open.push_back(OpenHandles());
+    }
+    return open[2] - open[1];
+  };
+  const unsigned withoutSurvivors = handlesLeftByOneMoreLoad(false);
+  EXPECT_EQ(withoutSurvivors, handlesLeftByOneMoreLoad(true)) << "the wait for a survivor left a handle open";
 }
 
 }  // namespace
