@@ -112,3 +112,29 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.name); });
 
 }  // namespace
+
+namespace {
+
+// Without a type library in the DLL every call that needs type information
+// fails with E_FAIL, the second time as the first, and the objects stay
+// usable as objects: their instance, their release.
+TEST(MissingTypeLibrary, EveryRequestForTypeInformationFails) {
+  ManagerHost host(L"kwFxWithoutTypes.dll");
+  ASSERT_TRUE(host.ready());
+  FxCounter counter;
+  IDispatch* exposer = host.Wrap(L"FxDerived", &counter);
+  ASSERT_NE(nullptr, exposer);
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    SCOPED_TRACE(attempt);
+    ITypeInfo* info = reinterpret_cast<ITypeInfo*>(0x1234);
+    EXPECT_EQ(E_FAIL, exposer->GetTypeInfo(0, 0, &info));
+    DISPID id = 0;
+    EXPECT_EQ(E_FAIL, IdOf(exposer, L"FxBase_value", &id));
+    EXPECT_EQ(E_FAIL, InvokeWith(exposer, 2, DISPATCH_METHOD, {}));
+  }
+  EXPECT_EQ(&counter, InstanceOf(exposer));
+  EXPECT_EQ(0u, exposer->Release());
+  EXPECT_EQ(2, counter.wrappersDestroyed);
+}
+
+}  // namespace
