@@ -1,16 +1,17 @@
 """The Automation form of a member's parameter and result types, by the rows
 of marshalling.py, and the check that a class-typed one can be handed over."""
 
-from marshalling import VOID, Inexpressible, classify
+from drops import NO_AUTOMATION_FORM, NO_WRAPPER_CLASS, Drop
+from marshalling import VOID, classify
 from typenames import Pointer, object_class, result_type_name, spell, strip_const
 
 
 def map_type(node):
     """Automation form of a parameter type: (idl_type, direction, row).
-    Raises Inexpressible."""
+    Raises Drop."""
     form = classify(node)
     if form.row is VOID:
-        raise Inexpressible(spell(node))
+        raise Drop(NO_AUTOMATION_FORM, spell(node))
     return form.idl, form.row.direction, form.row
 
 
@@ -18,7 +19,7 @@ def require_wrapper(node, known_type_names):
     """An object argument is read out of a wrapper this module made and an
     object result comes back as a new wrapper made by type name, so the
     class of an object type must be one the module can hand over.  Raises
-    Inexpressible when known_type_names (None: no check) lacks it.
+    Drop (no wrapper class) when known_type_names (None: no check) lacks it.
 
     QFlags are the exception: an argument is the 32-bit value of whatever
     wrapper the host passes, and a result is handed to the manager under
@@ -29,18 +30,7 @@ def require_wrapper(node, known_type_names):
         return
     name = result_type_name(node)
     if name not in known_type_names:
-        raise Inexpressible("%s (no wrapper for %s)" % (spell(node), name))
-
-
-def map_result(node, known_type_names=None):
-    """Automation form of a result type: the [out, retval] IDL type, or None
-    for void.  Raises Inexpressible; with known_type_names given, also for a
-    class the module has no wrapper for (require_wrapper)."""
-    form = classify(node)
-    if form.row is VOID:
-        return None
-    require_wrapper(node, known_type_names)
-    return form.idl + "*"
+        raise Drop(NO_WRAPPER_CLASS, name)
 
 
 def points_to_one_of(node, class_names):

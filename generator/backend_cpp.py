@@ -22,7 +22,6 @@ marshalling.py.
 
 import os
 
-import marshalling
 import naming
 import typenames
 from output import write_source
@@ -90,9 +89,8 @@ def implicit_member_trait(member):
 
 def result_lines(member, call):
     """Lines that make the call and deliver its result."""
-    result = typenames.parse_type(member.decl["result"])
-    form = marshalling.classify(result)
-    return form.row.give(result, form.idl, call)
+    result = member.result
+    return result.row.give(result.node, result.idl, call)
 
 
 def method_parameters(member):

@@ -12,10 +12,12 @@ from collections import namedtuple
 
 import automation
 import catalogue as catalogue_mod
+import drops
 import identifiers
+import marshalling
 import naming
 import typenames
-from marshalling import Inexpressible
+from drops import Drop
 
 # row: the marshalling.py row of the parameter's C++ type (cxx).
 Param = namedtuple("Param", "name idl direction row cxx")
@@ -24,19 +26,33 @@ Param = namedtuple("Param", "name idl direction row cxx")
 class Member:
     """One candidate member of an interface.
 
-    kept is False for a candidate whose types have no Automation form: it
-    keeps its name suffix and DISPID, which then stay unused.
+    drop is None for a member the library holds, else the drops.Drop that
+    says why it is not written: it keeps its name suffix and DISPID, which
+    then stay unused. A kept member has its parameters and its result
+    (marshalling.Result), classified once for every back-end.
     """
 
     def __init__(self, decl, name, dispid):
         self.decl = decl
         self.name = name
         self.dispid = dispid
-        self.kept = True
-        self.reason = None
+        self.drop = None
         self.params = []
-        self.retval = None
+        self.result = None
         self.detaches = False
+
+    @property
+    def kept(self):
+        return self.drop is None
+
+    @property
+    def reason(self):
+        return None if self.drop is None else str(self.drop)
+
+    @property
+    def retval(self):
+        """The IDL type of the [out, retval] parameter, None for none."""
+        return self.result.retval if self.result is not None else None
 
     def declaration(self, type_name):
         """The Qt declaration the member calls, on one line of C++."""
@@ -58,7 +74,7 @@ class Member:
         if self.decl.get("at"):
             text += "  [%s]" % self.decl["at"]
         if self.kept:
-            return ["// " + text]
+            return ["// %s (DISPID 0x%08X) calls %s" % (self.name, self.dispid, text)]
         return ["// dropped %s (DISPID 0x%08X): %s" % (self.name, self.dispid, self.reason), "//   " + text]
 
 
@@ -110,7 +126,7 @@ def read_declarations(path):
     return header, classes
 
 
-def _require_wrapper(type_text, node, known, unreachable):
+def _require_wrapper(node, known, unreachable):
     """The class of an object argument or result must be one the module
     can hand over (known: Catalogue.nameable_classes, None: no such check),
     and the wrapper code must be able to name it: not a class nested
@@ -118,12 +134,21 @@ def _require_wrapper(type_text, node, known, unreachable):
     automation.require_wrapper(node, known)
     name = typenames.result_type_name(node)
     if name in unreachable:
-        raise Inexpressible("%s (%s is private to its enclosing class)"
-                                  % (type_text, name))
+        raise Drop(drops.PRIVATE_NESTED, name)
 
 
-def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset()):
-    """Fill params/retval, or mark the member dropped.
+def _require_copyable_result(result, abstract):
+    """A class result is copied to the heap for the host; an abstract class
+    cannot be, and handing over the referenced object itself would give the
+    host a second wrapper of it."""
+    if result.row in marshalling.VALUE_RESULT_ROWS:
+        name = typenames.result_type_name(result.node)
+        if name in abstract:
+            raise Drop(drops.ABSTRACT_RESULT, name)
+
+
+def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset(), abstract=frozenset()):
+    """Fill params and result, or give the member its drop.
 
     known is the set of classes members may take or give, or None for a class
     with no wrapper class of its own: nothing runs behind its members, so
@@ -131,32 +156,31 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
     template_args are the classes the class's template arguments name: an
     argument declared as a pointer to one of them (QPointer<QObject>'s
     operator=(QObject *)) stands for the template's parameter, which any
-    wrapped object the host passes can fill."""
+    wrapped object the host passes can fill. abstract: the classes that
+    cannot be copied into a value result."""
     try:
         params = []
         for i, p in enumerate(decl["params"]):
             node = typenames.parse_type(p["type"])
             idl, direction, row = automation.map_type(node)
             check = None if automation.points_to_one_of(node, template_args) else known
-            _require_wrapper(p["type"], node, check, unreachable)
+            _require_wrapper(node, check, unreachable)
             params.append(Param("Par%d" % i, idl, direction, row, p["type"]))
         # A variadic tail is not passed: the host gives the fixed
         # parameters only (a printf-style format is then used as it is).
-        result = typenames.parse_type(decl["result"])
-        retval = automation.map_result(result)
-        if retval is not None:
+        result = marshalling.classify_result(decl["result"])
+        if result.row is not marshalling.VOID:
             # Only a class-typed result names a class; others pass.
-            _require_wrapper(decl["result"], result, known, unreachable)
-    except Inexpressible as exc:
-        member.kept = False
-        member.reason = "no Automation form for %s" % exc
+            _require_wrapper(result.node, known, unreachable)
+            _require_copyable_result(result, abstract)
+    except Drop as drop:
+        member.drop = drop
         return
     except typenames.TypeSyntaxError as exc:
-        member.kept = False
-        member.reason = "unreadable type: %s" % exc
+        member.drop = Drop(drops.UNREADABLE_TYPE, str(exc))
         return
     member.params = params
-    member.retval = retval
+    member.result = result
 
 
 def _signature(decl):
@@ -195,20 +219,6 @@ def detaching_members(decls, type_name):
     return out
 
 
-def _drop_abstract_value_result(member, decl, abstract):
-    """A class result is copied to the heap for the host; an abstract class
-    cannot be, and handing over the referenced object itself would give the
-    host a second wrapper of it, so such a member is dropped."""
-    if not member.kept:
-        return
-    result = typenames.parse_type(decl["result"])
-    if member.retval == "IDispatch**" and not isinstance(typenames.strip_const(result), typenames.Pointer):
-        name = typenames.result_type_name(result)
-        if name in abstract:
-            member.kept = False
-            member.reason = "no copy of %s for a value result (%s is abstract)" % (decl["result"], name)
-
-
 def build(catalogue, classes, unexported=None):
     """Lay out the whole library: a list of Interface in catalogue order.
     unexported: read_unexported's members, dropped like inexpressible ones."""
@@ -241,13 +251,11 @@ def build(catalogue, classes, unexported=None):
             for i, (decl, name) in enumerate(zip(decls, names)):
                 m = Member(decl, name, counter)
                 counter += 1
-                _express(m, decl, check, unreachable, template_args)
-                _drop_abstract_value_result(m, decl, abstract)
+                _express(m, decl, check, unreachable, template_args, abstract)
                 m.detaches = i in detaching
                 symbols = unexported.get((entry.flat, name))
                 if m.kept and symbols:
-                    m.kept = False
-                    m.reason = "needs %s, which the DLLs do not export" % symbols
+                    m.drop = Drop(drops.NOT_EXPORTED, symbols)
                 members.append(m)
             out.append(Interface(entry, iid, members, True))
     return out

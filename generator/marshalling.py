@@ -1,7 +1,7 @@
 """How a value crosses between a host and a wrapped member: one row per kind
 of C++ type.  A parameter `Par<i>` and the result slot `RetPar` have the IDL
 type of their row (a result one `*` more, as [out, retval]); a member whose
-parameter or result fits no row is dropped (`Inexpressible`).
+parameter or result fits no row is dropped (drops.NO_AUTOMATION_FORM).
 
 row           C++ type (any const)          IDL type (direction)
   body takes Par                              result: RetPar gets                  result owned
@@ -53,8 +53,9 @@ function pointers, arrays, long double, wchar_t) has no row.
 
 from collections import namedtuple
 
+from drops import NO_AUTOMATION_FORM, Drop
 from typenames import (Builtin, Named, Pointer, Reference, is_builtin, is_class,
-                       is_flags, object_class, spell, strip_const)
+                       is_flags, object_class, parse_type, spell, strip_const)
 
 IN = "in"
 IN_OUT = "in, out"
@@ -78,10 +79,6 @@ PLAIN_TYPES = {
 }
 
 TEXT_CHARACTERS = ("char", "signed char", "unsigned char")
-
-
-class Inexpressible(Exception):
-    """A C++ type with no Automation form; its member is dropped."""
 
 
 def wide_literal(text):
@@ -174,6 +171,9 @@ CLASS_POINTER = Row("class ptr", IN, _take_object_pointer, _give_object_pointer,
                     "InstanceArgument InstancePointer", "o", "r", True)
 VOID = Row("void", None, None, _give_nothing, "", "", None, "-", False)
 
+# Results copied to the heap and handed over as a new object.
+VALUE_RESULT_ROWS = (QSTRING, CLASS, FLAGS)
+
 ROWS = (BOOL, ENUM, NUMBER, TEXT, SCALAR_POINTER, SCALAR_REFERENCE, VOID_POINTER,
         QSTRING, CLASS, FLAGS, CLASS_POINTER, VOID)
 
@@ -191,7 +191,7 @@ def _scalar(node):
 
 def classify(node):
     """The row of a parsed C++ type and its IDL type (None for void).
-    Raises Inexpressible for a type that fits no row."""
+    Raises Drop (no Automation form) for a type that fits no row."""
     core = strip_const(node)
     if is_builtin(core, "void"):
         return Form(VOID, None)
@@ -217,4 +217,24 @@ def classify(node):
         form = _scalar(strip_const(core.inner))
         if form is not None:
             return Form(SCALAR_REFERENCE, form.idl + "*")
-    raise Inexpressible(spell(node))
+    raise Drop(NO_AUTOMATION_FORM, spell(node))
+
+
+# A member's result, classified once for every back-end: the C++ type as
+# declared (cxx) and parsed (node), its row, the IDL type of the slot RetPar
+# points at (None for void), the [out, retval] type (None for void) and
+# the kind a script host gives back.
+Result = namedtuple("Result", "cxx node row idl retval script_kind")
+
+
+def classify_result(cxx):
+    """The Result of a member declared to return `cxx`. Raises Drop, or
+    typenames.TypeSyntaxError for a type it cannot read."""
+    node = parse_type(cxx)
+    form = classify(node)
+    if form.row is VOID:
+        return Result(cxx, node, VOID, None, None, VOID.result_kind)
+    kind = form.row.result_kind
+    if form.row is SCALAR_REFERENCE:  # a script gets the referenced scalar's kind
+        kind = classify(strip_const(node).inner).row.result_kind
+    return Result(cxx, node, form.row, form.idl, form.idl + "*", kind)

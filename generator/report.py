@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""Report (generate.py report, or report.py): the generated type library against the catalogue's counts.
+"""Report (generate.py report): the generated type library against the catalogue's counts.
 
 Prints, interface by interface, the number of members the generator makes
 from the declarations beside the catalogue's number, then the totals
@@ -21,6 +20,7 @@ import textwrap
 from collections import defaultdict
 
 import anchors as anchors_mod
+import drops
 import naming
 
 COMMAND = "report"
@@ -191,17 +191,18 @@ def write(library, args):
     big = sorted(interfaces, key=lambda i: -abs(len(i.kept) - i.entry.members))[:10]
     print("  largest differences: " + ", ".join(
         "%s %+d" % (i.entry.flat, len(i.kept) - i.entry.members) for i in big))
-    unexported = [(i, m) for i in interfaces for m in i.members
-                  if (i.entry.flat, m.name) in header["unexported"]]
-    print("  members dropped because their code needs a symbol Qt's DLLs do not export: %d"
-          % len(unexported))
-    for itf, member in unexported:
-        print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
-    uncopyable = [(i, m) for i in interfaces for m in i.members if not m.kept and "is abstract" in (m.reason or "")]
-    print("  members dropped because their result would have to be a copy of an abstract class: %d"
-          % len(uncopyable))
-    for itf, member in uncopyable:
-        print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
+    dropped = defaultdict(list)
+    for itf in interfaces:
+        for member in itf.members:
+            if not member.kept:
+                dropped[member.drop.kind].append(member)
+    print("  dropped candidates (name suffix and DISPID kept unused), by kind: %d"
+          % sum(len(v) for v in dropped.values()))
+    for kind in drops.KINDS:
+        print("    %-24s %5d" % (kind, len(dropped[kind])))
+    for kind in (drops.NOT_EXPORTED, drops.ABSTRACT_RESULT):
+        for member in dropped[kind]:
+            print("    %s (DISPID 0x%08X): %s" % (member.name, member.dispid, member.reason))
     vtable_only = [m.name for i in interfaces if i.entry.wrapped for m in i.kept
                    if (m.retval and m.retval.count("*") > 1 and m.retval != "IDispatch**")
                    or any(p.idl.startswith("void*") for p in m.params)]
@@ -238,7 +239,3 @@ def write(library, args):
               % (len(dump), sum(len(v) for v in dump.values())))
     return 0
 
-
-if __name__ == "__main__":
-    import generate
-    sys.exit(generate.main(["report"] + sys.argv[1:]))
