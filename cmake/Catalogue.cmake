@@ -1,22 +1,28 @@
 # kw_add_wrappers_dll(<target> KNOWN_TYPE_NAMES <file> [EXPOSERS <file>] [SOURCES <files...>]
-#                     [WRAPPERS_FROM <declarations file> CATALOGUE <folder> [PARTS <n>]])
+#                     [DECLARATIONS <declarations file> CATALOGUE <folder>
+#                      [TYPE_LIBRARY <name> [HALVES <n>] [LIBID <guid>] [HELPSTRING <text>]]
+#                      [WRAPPER_CLASSES [PARTS <n>]]])
 # Builds one wrappers DLL: the whole hand-written frame, the chain of type-name
-# tests generated from the catalogue's known names, and the catalogue's own
-# generated sources. The DLL exports GetModuleIntf only.
+# tests generated from the catalogue's known names, and what the generator
+# makes of the declarations and the catalogue. The DLL exports GetModuleIntf
+# only.
 #
-# With WRAPPERS_FROM, the generator's C++ back-end writes the wrapper classes
-# (in PARTS translation units, default 1) and the exposers from the
-# declarations and the catalogue at build time; the exposers it writes are
-# the ones the chain gets factories for. The caller adds the include folders
-# and libraries of the wrapped classes to <target>; the generated sources are
-# listed in <target>_generated_sources.
+# TYPE_LIBRARY: the IDL back-end, widl and windres build the type library
+# <name> (HALVES: the catalogue's halves, one IDL file each) and embed it as
+# resource TYPELIB 1 (typelib/TypeLibrary.cmake).
+# WRAPPER_CLASSES: the C++ back-end writes the wrapper classes (in PARTS
+# translation units, default 1) and the exposers at build time; the exposers
+# it writes are the ones the chain gets factories for. The caller adds the
+# include folders and libraries of the wrapped classes to <target>; the
+# generated sources are listed in <target>_generated_sources.
+# Without DECLARATIONS the caller supplies its own type library and wrappers
+# in SOURCES, and EXPOSERS lists the type names it has exposers for.
+include(${PROJECT_SOURCE_DIR}/typelib/TypeLibrary.cmake)
+
 # The generator, run once per output (generator/generate.py <output> ...), and
 # the modules every output depends on.
 set(KW_GENERATOR ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/generator/generate.py)
-set(KW_GENERATOR_SOURCES generate.py layout.py catalogue.py typenames.py naming.py automation.py
-    marshalling.py identifiers.py output.py backend_idl.py backend_cpp.py backend_script.py
-    emit_type_chain.py report.py anchors.py)
-list(TRANSFORM KW_GENERATOR_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/generator/)
+file(GLOB KW_GENERATOR_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/generator/*.py)
 
 # kw_generate_wrappers(<prefix> <out dir> <declarations> <catalogue> <parts> <sources var> <exposers var>)
 # Has the generator's C++ back-end write, at build time, the interfaces
@@ -42,14 +48,15 @@ function(kw_generate_wrappers prefix out declarations catalogue parts sources_va
 endfunction()
 
 function(kw_add_wrappers_dll target)
-  cmake_parse_arguments(D "" "KNOWN_TYPE_NAMES;EXPOSERS;WRAPPERS_FROM;CATALOGUE;PARTS" "SOURCES" ${ARGN})
+  cmake_parse_arguments(D "WRAPPER_CLASSES" "KNOWN_TYPE_NAMES;EXPOSERS;DECLARATIONS;CATALOGUE;PARTS;TYPE_LIBRARY;HALVES;LIBID;HELPSTRING"
+                        "SOURCES" ${ARGN})
   set(generated)
   set(out ${CMAKE_CURRENT_BINARY_DIR}/${target}_wrappers)
-  if(D_WRAPPERS_FROM)
+  if(D_WRAPPER_CLASSES)
     if(NOT D_PARTS)
       set(D_PARTS 1)
     endif()
-    kw_generate_wrappers(${target} ${out} ${D_WRAPPERS_FROM} ${D_CATALOGUE} ${D_PARTS} generated D_EXPOSERS)
+    kw_generate_wrappers(${target} ${out} ${D_DECLARATIONS} ${D_CATALOGUE} ${D_PARTS} generated D_EXPOSERS)
   endif()
 
   set(chain ${CMAKE_CURRENT_BINARY_DIR}/${target}_type_chain.cpp)
@@ -69,7 +76,11 @@ function(kw_add_wrappers_dll target)
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_libraries(${target} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,kwframe>)
   target_link_options(${target} PRIVATE -Wl,--exclude-all-symbols)
-  if(D_WRAPPERS_FROM)
+  if(D_WRAPPER_CLASSES)
     target_include_directories(${target} PRIVATE ${out})
+  endif()
+  if(D_TYPE_LIBRARY)
+    kw_add_type_library(TARGET ${target} NAME ${D_TYPE_LIBRARY} DECLARATIONS ${D_DECLARATIONS}
+                        CATALOGUE ${D_CATALOGUE} PARTS ${D_HALVES} LIBID ${D_LIBID} HELPSTRING ${D_HELPSTRING})
   endif()
 endfunction()

@@ -40,9 +40,10 @@ if(KW_QT_SDK)
   endif()
   kw_add_wrappers_dll(kwQtWrappers
     KNOWN_TYPE_NAMES ${kw_qt_catalogue}/known_type_names.txt
-    WRAPPERS_FROM ${kw_qt_declarations}
+    DECLARATIONS ${kw_qt_declarations}
     CATALOGUE ${kw_qt_catalogue}
-    PARTS ${KW_QT_WRAPPER_PARTS})
+    TYPE_LIBRARY QtClientWrap HALVES 2
+    WRAPPER_CLASSES PARTS ${KW_QT_WRAPPER_PARTS})
   list(TRANSFORM kw_qt_sdk_includes PREPEND ${KW_QT_SDK}/)
   target_include_directories(kwQtWrappers SYSTEM PRIVATE ${kw_qt_sdk_includes})
   target_compile_definitions(kwQtWrappers PRIVATE ${kw_qt_definitions})
@@ -64,7 +65,11 @@ if(KW_QT_SDK)
   file(COPY ${KW_QT_SDK}/lib/QtCore4.dll ${KW_QT_SDK}/lib/QtGui4.dll DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
   message(STATUS "kwQtWrappers: Qt 4.8 wrapper classes built against the SDK in ${KW_QT_SDK}")
 else()
-  kw_add_wrappers_dll(kwQtWrappers KNOWN_TYPE_NAMES ${kw_qt_catalogue}/known_type_names.txt)
+  kw_add_wrappers_dll(kwQtWrappers
+    KNOWN_TYPE_NAMES ${kw_qt_catalogue}/known_type_names.txt
+    DECLARATIONS ${kw_qt_declarations}
+    CATALOGUE ${kw_qt_catalogue}
+    TYPE_LIBRARY QtClientWrap HALVES 2)
   message(STATUS "kwQtWrappers: Qt 4.8 wrapper classes SKIPPED, no Qt 4.8 SDK given "
                  "(-DKW_QT_SDK=<folder>); the DLL has the frame and the type library only")
 endif()

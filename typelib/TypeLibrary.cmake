@@ -1,6 +1,6 @@
 # Builds the embedded type library of a wrappers DLL from a declarations file
 # and a catalogue folder, with the generator's IDL back-end, widl and
-# windres.
+# windres. kw_add_wrappers_dll (cmake/Catalogue.cmake) calls it.
 #
 # kw_add_type_library(TARGET <dll target> NAME <library name>
 #                     DECLARATIONS <declarations file> CATALOGUE <folder>
@@ -10,7 +10,7 @@
 # widl on its own (widl writes at most 512 type descriptions into one
 # library); tlbmerge then joins the parts, in order, into <NAME>.tlb, which
 # becomes resource TYPELIB 1 of the DLL.  PARTS is the number of halves in
-# the catalogue (default 1).  Sets <NAME>_TLB in the caller's scope.
+# the catalogue (default 1).
 
 find_program(KW_WIDL widl REQUIRED)
 find_path(KW_WINE_IDL_DIR oaidl.idl
@@ -95,5 +95,4 @@ function(kw_add_type_library)
   target_sources(${L_TARGET} PRIVATE ${rc})
   add_custom_target(${L_TARGET}_typelib DEPENDS ${tlb})
   add_dependencies(${L_TARGET} ${L_TARGET}_typelib)
-  set(${L_NAME}_TLB ${tlb} PARENT_SCOPE)
 endfunction()
