@@ -172,8 +172,12 @@ def includes(headers):
     return ["#include <%s>" % h for h in headers]
 
 
-def wrappers_file(interfaces, prefix, headers):
-    out = [HEADER_NOTE, "#include <objbase.h>", "#include <oaidl.h>", "",
+def wrappers_file(interfaces, prefix, headers, part=1, parts=1):
+    names = ", ".join(naming.wrapper_class_name(i.entry.flat) for i in interfaces)
+    out = [HEADER_NOTE,
+           "// Part %d of %d of the wrapper classes, in type-library order, with their factories: %s."
+           % (part, parts, names or "none"),
+           "#include <objbase.h>", "#include <oaidl.h>", "",
            "#include <new>", "#include <type_traits>", ""]
     out += includes(headers)
     out += ["",
@@ -187,7 +191,11 @@ def wrappers_file(interfaces, prefix, headers):
 
 
 def exposers_file(exposers, wrapped):
-    out = [HEADER_NOTE, '#include "managers/StaticWrappersManager.h"',
+    out = [HEADER_NOTE,
+           "// The %d exposers, one per known type name that has one, in the order of the known names, each"
+           " with its composition list (wrappers created in that order, its own last) and its factory."
+           % len(exposers),
+           '#include "managers/StaticWrappersManager.h"',
            '#include "wrappers/WrapperExposer.h"', ""]
     for flat in sorted(wrapped):
         out.append("HRESULT %s_CreateBound(void*, CStaticWrappersManager*, IDispatch**);"
@@ -269,7 +277,7 @@ def write(library, args):
                              % ", ".join(sorted(only - {i.entry.flat for i in interfaces})))
     write_lines(out("Interfaces.h"), interfaces_header(interfaces))
     for k, part in enumerate(split_parts(interfaces, args.parts), 1):
-        write_lines(out("Wrappers%d.cpp" % k), wrappers_file(part, args.prefix, headers))
+        write_lines(out("Wrappers%d.cpp" % k), wrappers_file(part, args.prefix, headers, k, args.parts))
     if args.only:
         return 0
     write_lines(out("Exposers.cpp"), exposers_file(exposers, wrapped))

@@ -5,6 +5,19 @@
 // pointer) and IMarshal (the aggregated free-threaded marshaler's, which also
 // disconnects the standard stubs it made for other processes).
 //
+// What the exposer answers by itself (every other answer is the composed
+// wrapper's, passed through unchanged):
+//   QueryInterface      E_NOINTERFACE for any other interface, E_POINTER for a null out-pointer
+//   GetTypeInfoCount    E_POINTER for a null count; else S_OK with the number of composed wrappers
+//   GetTypeInfo         E_INVALIDARG for an index not below that number, then E_POINTER for a
+//                       null out-pointer, E_FAIL for a wrapper that could not be made
+//   GetIDsOfNames       DISP_E_UNKNOWNNAME when no composed wrapper knows the name (its slot
+//                       then reads DISPID_UNKNOWN); a wrapper's failure to give its type
+//                       information (E_FAIL when the type library cannot be loaded) as it is
+//   Invoke              DISP_E_MEMBERNOTFOUND for a DISPID no composed wrapper answers (with a
+//                       trace folder set, a trace line names the DISPID and the flags)
+//   GetInstance         E_POINTER for a null out-pointer; else S_OK
+//
 // A concrete exposer declares its composition list, own wrapper last, either
 // by wrapper classes:
 //   class QPushButtonExposer

@@ -104,6 +104,8 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
     V_UNKNOWN(&argument) = object;
     ASSERT_EQ(S_OK, CallByName(keptBase, L"FxBase_register", {argument}));
   }
+  // A DISPID no composed wrapper answers is named in the trace.
+  EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(keptBase, 4711, DISPATCH_METHOD, {}));
   old->~CountingObject<1>();
   new (memory) CountingObject<2>(&callsToNew);
   callsToLive = callsToOld = 0;
@@ -133,13 +135,15 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
   // before the wait.
   const std::vector<fs::path> logs{fs::directory_iterator(folder_), fs::directory_iterator()};
   ASSERT_EQ(1u, logs.size()) << "one trace file per load";
-  std::vector<std::string> warnings;
+  std::vector<std::string> warnings, misses;
   std::ifstream trace(logs[0]);
   for (std::string line; std::getline(trace, line);) {
     if (line.find("WARNING!") != std::string::npos) warnings.push_back(line.substr(line.find("WARNING!")));
+    if (line.find("Invoke: ") != std::string::npos) misses.push_back(line.substr(line.find("answers DISPID")));
     EXPECT_EQ(std::string::npos, line.find("Exception in SafeCoDisconnectObject")) << line;
   }
   EXPECT_EQ(std::vector<std::string>{"WARNING! 3 object are not removed from stub manager during 1000 ms!"}, warnings);
+  EXPECT_EQ(std::vector<std::string>{"answers DISPID 0x00001267 (flags 0x1)"}, misses);
 }
 
 // Open handles of the process. Wine's handle count answers 0, so each
