@@ -5,6 +5,17 @@ from collections import namedtuple
 
 import naming
 
+def read_list(path):
+    """The entries of a list file: one a line, blank lines and # comments left out."""
+    out = []
+    with open(path, encoding="utf-8") as f:
+        for line in f:
+            line = line.split("#", 1)[0].strip()
+            if line:
+                out.append(line)
+    return out
+
+
 Entry = namedtuple("Entry", "place half group members wrapped type_name flat")
 
 

@@ -29,6 +29,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import catalogue as catalogue_mod
 import frontend
+from instantiation import assembly_symbols, demangle_symbols
 from output import write_if_changed
 
 DEFAULT_OUT = os.path.join(frontend.DEFAULT_CONFIG_DIR, "instantiated.txt")
@@ -140,7 +141,7 @@ def compile_symbols(cmd, source, asm):
                           stderr=subprocess.DEVNULL)
     if proc.returncode != 0:
         return None
-    symbols = frontend.assembly_symbols(asm)
+    symbols = assembly_symbols(asm)
     os.remove(asm)
     return symbols
 
@@ -223,7 +224,7 @@ def main(argv=None):
                 else:
                     by_module[module] |= found
         wanted = catalogue_member_filter(cat)
-        demangled = frontend.demangle_symbols(args.cc, set().union(*by_module.values()))
+        demangled = demangle_symbols(args.cc, set().union(*by_module.values()))
         kept, seen = [], set()
         # A symbol is listed once, under the first label that emits it.
         for module in labels:
