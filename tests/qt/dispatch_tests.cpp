@@ -41,36 +41,16 @@ class WidgetTest : public QtTest {
   QLineEdit* edit_ = new QLineEdit;
 };
 
-TEST_F(QtTest, ExposersComposeTheirListedWrappers) {
-  QPushButton push;
+// The composition lists of all exposers are frame_tests' (ManagerChain);
+// here, on a real radio button: the names of each composed class answer on
+// the one object, and QWidget, which its list leaves out, does not.
+TEST_F(QtTest, ComposedClassesAnswerOnOneObject) {
   QRadioButton radio;
-  QUndoView undo;
-  QWorkspace workspace;
-  QStringList strings;
-  QTimerEvent timer(7);
-  const struct {
-    const wchar_t* typeName;
-    void* instance;
-    std::vector<std::wstring> composed;
-  } rows[] = {
-      {L"QPushButton", &push, {L"Iwrp_QWidget", L"Iwrp_QAbstractButton", L"Iwrp_QPushButton"}},
-      {L"QRadioButton", &radio, {L"Iwrp_QAbstractButton", L"Iwrp_QRadioButton"}},
-      {L"QUndoView",
-       &undo,
-       {L"Iwrp_QFrame", L"Iwrp_QAbstractScrollArea", L"Iwrp_QAbstractItemView", L"Iwrp_QListView", L"Iwrp_QUndoView"}},
-      {L"QWorkspace", &workspace, {L"Iwrp_QWidget"}},
-      {L"QStringList", &strings, {L"Iwrp_QList_QString_", L"Iwrp_QStringList"}},
-      {L"QTimerEvent", &timer, {L"Iwrp_QEvent", L"Iwrp_QTimerEvent"}},
-  };
-  for (const auto& row : rows) {
-    Held exposer = Wrap(row.typeName, row.instance);
-    EXPECT_EQ(row.composed, ComposedInterfaces(exposer)) << Narrow(row.typeName);
-    EXPECT_EQ(row.instance, InstanceOf(exposer));
-  }
-  // Names of every composed class answer on the one object; QObject is never composed.
   Held radioExposer = Wrap(L"QRadioButton", &radio);
+  EXPECT_EQ(&radio, InstanceOf(radioExposer));
   DISPID id = DISPID_UNKNOWN;
   EXPECT_EQ(S_OK, IdOf(radioExposer, L"QAbstractButton_setText", &id));
+  EXPECT_EQ(S_OK, IdOf(radioExposer, L"QRadioButton_sizeHint", &id));
   EXPECT_EQ(DISP_E_UNKNOWNNAME, IdOf(radioExposer, L"QWidget_setVisible", &id));
 }
 

@@ -11,16 +11,11 @@
 
 #include <cstdio>
 #include <cwchar>
-#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#ifndef KW_CATALOGUE_DIR
-#error "KW_CATALOGUE_DIR must name the catalogue folder"
-#endif
 
 namespace {
 
@@ -38,25 +33,6 @@ std::wstring nameOf(ITypeInfo* ti) {
   BSTR n = nullptr;
   ti->GetDocumentation(MEMBERID_NIL, &n, nullptr, nullptr, nullptr);
   return bstr(n);
-}
-
-// A catalogue type name as it appears in an interface name.
-std::wstring flatten(const std::string& type) {
-  std::wstring out;
-  for (size_t i = 0; i < type.size(); ++i) {
-    if (type.compare(i, 2, "::") == 0) ++i;
-    out += isalnum(static_cast<unsigned char>(type[i])) ? type[i] : L'_';
-  }
-  return out;
-}
-
-// The type names of classes.tsv (its last column), in catalogue order.
-std::vector<std::string> catalogueTypes() {
-  std::vector<std::string> out;
-  std::ifstream in(KW_CATALOGUE_DIR "/classes.tsv");
-  for (std::string line; std::getline(in, line);)
-    if (!line.empty() && line[0] != '#') out.push_back(line.substr(line.rfind('\t') + 1));
-  return out;
 }
 
 // The lines of `text`, without empty ones.
@@ -181,30 +157,28 @@ TEST_F(TypeLibrary, LibraryAttributes) {
   EXPECT_EQ(L"Static wrappers support library", bstr(doc));
 }
 
-// Every interface, in catalogue order: a dual interface over IDispatch with
+// Every interface (names and order are the report's check of the DLL against
+// the generated layout): a dual interface over IDispatch with
 // its own IID (the ones hosts know given, QSize's name-based one the same in
 // every build), found by that IID, and the custom attribute "Qt"; its vtable
 // part lists pure virtual HRESULT functions 8 bytes apart after IDispatch's
 // 7 slots, with no optional parameter; every member is found by name at its
 // DISPID, and DISPIDs rise strictly from the first number (NamedMembers pins
 // where they leap over dropped candidates).
-TEST_F(TypeLibrary, EveryInterfaceInCatalogueOrderIsDualOverIDispatch) {
+TEST_F(TypeLibrary, EveryInterfaceIsDualOverIDispatch) {
   const std::map<std::wstring, std::wstring> given = {{L"Iwrp_QString", L"{562BC544-7B64-4D29-A69F-614F7D90F12F}"},
                                                       {L"Iwrp_QWidget", L"{C0092B1E-C6B3-4C43-9442-9702632D19BA}"},
                                                       {L"Iwrp_QMetaObject", L"{B43C12FB-CA11-4846-8381-921A1B13E03B}"},
                                                       {L"Iwrp_QChar", L"{FE899A7A-12EF-47F6-BC39-981A6955DDBC}"},
                                                       {L"Iwrp_QSize", L"{8A7A4BD8-CE92-560C-987C-7D95B37D9D76}"}};
-  const std::vector<std::string> cat = catalogueTypes();
-  ASSERT_EQ(643u, cat.size());
   ASSERT_EQ(643u, lib_->GetTypeInfoCount());
   std::set<std::wstring> iids;
   size_t givenSeen = 0;
   for (UINT i = 0; i < 643; ++i) {
-    SCOPED_TRACE(cat[i]);
     ITypeInfo* ti = nullptr;
     ASSERT_EQ(S_OK, lib_->GetTypeInfo(i, &ti));
     const std::wstring name = nameOf(ti);
-    EXPECT_EQ(L"Iwrp_" + flatten(cat[i]), name);
+    SCOPED_TRACE(std::string(name.begin(), name.end()));
     TYPEATTR* a = nullptr;
     ASSERT_EQ(S_OK, ti->GetTypeAttr(&a));
     EXPECT_EQ(TKIND_DISPATCH, a->typekind);
