@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "module/Interfaces.h"
+#include "com/Interfaces.h"
 
 namespace kwbench {
 

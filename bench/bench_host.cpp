@@ -9,7 +9,7 @@
 #include <cstdio>
 
 #include "BenchSections.h"
-#include "host/BodyProbe.h"
+#include "wrappers/BodyProbe.h"
 #include "host/ManagerHost.h"
 #include "kwSampleWrappersInterfaces.h"
 #include "kwsample/SWidget.h"
@@ -39,8 +39,8 @@ int main() {
     SButtonGroup group;
     kwhost::ManagerHost sample(L"kwSampleWrappers.dll");
     kwhost::ManagerHost qt(L"kwQtWrappers.dll");
-    kwhost::RecordingManager bodyManager;
-    Iwrp_SWidget* body = kwhost::MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget,
+    kwwrap::RecordingManager bodyManager;
+    Iwrp_SWidget* body = kwwrap::MakeWrapper<Iwrp_SWidget>(&wrp_SWidget_CreateBound, IID_Iwrp_SWidget,
                                                            static_cast<SWidget*>(&button), &bodyManager);
     if (!sample.ready() || !qt.ready() || body == nullptr) {
       std::printf("could not load the wrappers DLLs or make the compiled-in wrapper\n");
@@ -72,7 +72,7 @@ int main() {
     s.newThreadObject = [] { return static_cast<void*>(new SSize(3, 4)); };
     s.deleteThreadObject = [](void* size) { delete static_cast<SSize*>(size); };
     s.newThreadBody = [&bodyManager](void* size) -> IUnknown* {
-      return kwhost::MakeWrapper<Iwrp_SSize>(&wrp_SSize_CreateBound, IID_Iwrp_SSize, size, &bodyManager);
+      return kwwrap::MakeWrapper<Iwrp_SSize>(&wrp_SSize_CreateBound, IID_Iwrp_SSize, size, &bodyManager);
     };
 
     status = kwbench::RunSections(s) ? 0 : 1;

@@ -16,7 +16,7 @@
 #include <cstdio>
 
 #include "BenchSections.h"
-#include "host/BodyProbe.h"
+#include "wrappers/BodyProbe.h"
 #include "host/ManagerHost.h"
 #include "kwQtBenchInterfaces.h"
 
@@ -51,8 +51,8 @@ int main(int argc, char** argv) {
     QGenericArgument generic("int", &argument);
 
     kwhost::ManagerHost qt(L"kwQtWrappers.dll");
-    kwhost::RecordingManager bodyManager;
-    Iwrp_QWidget* body = kwhost::MakeWrapper<Iwrp_QWidget>(&wrp_QWidget_CreateBound, IID_Iwrp_QWidget,
+    kwwrap::RecordingManager bodyManager;
+    Iwrp_QWidget* body = kwwrap::MakeWrapper<Iwrp_QWidget>(&wrp_QWidget_CreateBound, IID_Iwrp_QWidget,
                                                            static_cast<QWidget*>(button), &bodyManager);
     if (!qt.ready() || body == nullptr) {
       std::printf("could not load kwQtWrappers.dll or make the compiled-in wrapper\n");
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     s.newThreadObject = [] { return static_cast<void*>(new QSize(3, 4)); };
     s.deleteThreadObject = [](void* size) { delete static_cast<QSize*>(size); };
     s.newThreadBody = [&bodyManager](void* size) -> IUnknown* {
-      return kwhost::MakeWrapper<Iwrp_QSize>(&wrp_QSize_CreateBound, IID_Iwrp_QSize, size, &bodyManager);
+      return kwwrap::MakeWrapper<Iwrp_QSize>(&wrp_QSize_CreateBound, IID_Iwrp_QSize, size, &bodyManager);
     };
 
     status = kwbench::RunSections(s) ? 0 : 1;

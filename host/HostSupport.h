@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "module/Interfaces.h"
+#include "com/Interfaces.h"
 
 namespace kwhost {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "kwscript/MemberTable.h"
-#include "module/Interfaces.h"
+#include "com/Interfaces.h"
 
 namespace kwscript {
 

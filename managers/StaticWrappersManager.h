@@ -3,8 +3,8 @@
 #pragma once
 
 #include "managers/TypeNameChain.h"
-#include "module/ComSupport.h"
-#include "module/Interfaces.h"
+#include "com/ComSupport.h"
+#include "com/Interfaces.h"
 
 // The chain of type-name tests. Wrappers and exposers keep a borrowed pointer
 // to this part of their manager and wrap returned values through the virtual

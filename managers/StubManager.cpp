@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "module/FaultGuard.h"
+#include "com/FaultGuard.h"
 #include "trace/TraceLog.h"
 
 namespace kwInprocHook {

@@ -7,7 +7,7 @@
 
 #include <unordered_map>
 
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 
 namespace kwInprocHook {
 

@@ -5,7 +5,7 @@
 #include <objbase.h>
 #include <oaidl.h>
 
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 
 class CQtWrappersModule : public kwatl::CAtlDllModuleT<CQtWrappersModule> {};
 

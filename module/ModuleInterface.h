@@ -2,9 +2,9 @@
 // (ImxModuleIntf) and the factory of wrappers managers (IWrappersModule).
 #pragma once
 
-#include "module/ComSupport.h"
-#include "module/InterfaceList.h"
-#include "module/Interfaces.h"
+#include "com/ComSupport.h"
+#include "com/InterfaceList.h"
+#include "com/Interfaces.h"
 #include "module/Module.h"
 
 namespace BaseMX {

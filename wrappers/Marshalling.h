@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "managers/StaticWrappersManager.h"
-#include "module/Interfaces.h"
+#include "com/Interfaces.h"
 
 namespace kwwrap {
 

@@ -11,7 +11,7 @@
 #include <objbase.h>
 #include <oaidl.h>
 
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 #include "module/Module.h"
 
 class CStaticWrappersManager;

@@ -37,8 +37,8 @@
 #include <new>
 #include <vector>
 
-#include "module/ComSupport.h"
-#include "module/Interfaces.h"
+#include "com/ComSupport.h"
+#include "com/Interfaces.h"
 #include "wrappers/MemberNameTable.h"
 #include "wrappers/WrapperBase.h"
 

@@ -11,11 +11,11 @@
 #include <QtCore/QSizeF>
 #include <QtCore/QVector>
 
-#include "host/BodyProbe.h"
+#include "wrappers/BodyProbe.h"
 #include "QtHost.h"
 #include "kwQtProbeInterfaces.h"
 #include "managers/StaticWrappersManager.h"
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 #include "wrappers/WrapperBase.h"
 
 HRESULT wrp_QString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
@@ -31,8 +31,8 @@ namespace {
 // The module object every wrapper locks while it lives.
 kwatl::CAtlModule g_testModule;
 
-using kwhost::MakeWrapper;
-using kwhost::RecordingManager;
+using kwwrap::MakeWrapper;
+using kwwrap::RecordingManager;
 
 TEST(QtBodyTest, PointerToPointerResultsAtTheVtable) {
   RecordingManager manager;

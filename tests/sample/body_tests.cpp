@@ -12,9 +12,9 @@
 #include "kwSampleWrappersInterfaces.h"
 #include "kwsample/SWidget.h"
 #include "managers/StaticWrappersManager.h"
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 #include "wrappers/WrapperBase.h"
-#include "host/BodyProbe.h"
+#include "wrappers/BodyProbe.h"
 
 HRESULT wrp_SString_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
 HRESULT wrp_SSize_CreateBound(void*, CStaticWrappersManager*, IDispatch**);
@@ -30,9 +30,9 @@ class BodyTest : public ::testing::Test {
  protected:
   template <class Face>
   Face* Make(WrapperFactory factory, const IID& iid, void* instance) {
-    return kwhost::MakeWrapper<Face>(factory, iid, instance, &manager_);
+    return kwwrap::MakeWrapper<Face>(factory, iid, instance, &manager_);
   }
-  kwhost::RecordingManager manager_;
+  kwwrap::RecordingManager manager_;
 };
 
 }  // namespace

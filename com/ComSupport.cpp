@@ -1,4 +1,4 @@
-#include "module/ComSupport.h"
+#include "com/ComSupport.h"
 
 namespace kwatl {
 

@@ -12,7 +12,7 @@
 #include "managers/StaticWrappersManager.h"
 #include "wrappers/WrapperBase.h"
 
-namespace kwhost {
+namespace kwwrap {
 
 struct WrapRequest {
   std::wstring typeName;
@@ -43,4 +43,4 @@ Face* MakeWrapper(WrapperFactory factory, const IID& iid, void* instance, CStati
   return face;
 }
 
-}  // namespace kwhost
+}  // namespace kwwrap

@@ -1,4 +1,4 @@
-#include "module/FaultGuard.h"
+#include "com/FaultGuard.h"
 
 #include <windows.h>
 
