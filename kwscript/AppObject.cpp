@@ -1,20 +1,113 @@
 #include "kwscript/AppObject.h"
 
 #include "host/HostSupport.h"
+#include "kwscript/Output.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QEvent>
 #include <QtCore/QString>
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
 
-#include <cstdio>
+#include <vector>
+
+#include "kwscript/ObjectList.h"
+#include "kwscript/ObjectQuery.h"
+#include "kwscript/ScriptRunner.h"
 
 namespace kwscript {
 
 namespace {
 
-const wchar_t* const kMethods[] = {L"find", L"str", L"text", L"isNull", L"processEvents", L"echo"};
-enum Method { kFind = 1, kStr, kText, kIsNull, kProcessEvents, kEcho };
+const wchar_t* const kMethods[] = {L"find",         L"str",         L"text",      L"isNull",  L"processEvents",
+                                   L"echo",         L"query",       L"queryAll",  L"waitFor", L"activeModal",
+                                   L"activeWindow", L"focusWidget", L"topLevels", L"post"};
+enum Method {
+  kFind = 1,
+  kStr,
+  kText,
+  kIsNull,
+  kProcessEvents,
+  kEcho,
+  kQuery,
+  kQueryAll,
+  kWaitFor,
+  kActiveModal,
+  kActiveWindow,
+  kFocusWidget,
+  kTopLevels,
+  kPost,
+  kLastMethod = kPost
+};
+
+// A failure a script can catch, with its description (e.message in JScript,
+// Err.Description in VBScript).
+HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
+  if (exception == nullptr) return code;
+  *exception = EXCEPINFO{};
+  exception->scode = code;
+  exception->bstrSource = SysAllocString(L"kwscript");
+  exception->bstrDescription =
+      SysAllocStringLen(reinterpret_cast<const OLECHAR*>(description.utf16()), description.size());
+  return DISP_E_EXCEPTION;
+}
+
+// One call a script posted: made from the event loop on the facade it named,
+// with copies of its arguments.
+class PostedCall : public QEvent {
+ public:
+  static const QEvent::Type kType = static_cast<QEvent::Type>(QEvent::User + 0x4B57);
+  PostedCall(IDispatch* target, std::wstring member, std::vector<VARIANT> reversed)
+      : QEvent(kType), m_target(target), m_member(std::move(member)), m_args(std::move(reversed)) {
+    m_target->AddRef();
+  }
+  ~PostedCall() override {
+    for (VARIANT& arg : m_args) VariantClear(&arg);
+    m_target->Release();
+  }
+  void Make() {
+    LPOLESTR name = const_cast<LPOLESTR>(m_member.c_str());
+    DISPID id = DISPID_UNKNOWN;
+    HRESULT hr = m_target->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
+    EXCEPINFO exception{};
+    if (SUCCEEDED(hr)) {
+      DISPPARAMS params{m_args.empty() ? nullptr : m_args.data(), nullptr, static_cast<UINT>(m_args.size()), 0};
+      VARIANT result;
+      VariantInit(&result);
+      hr = m_target->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, &exception, nullptr);
+      VariantClear(&result);
+    }
+    if (FAILED(hr))
+      PrintLine(
+          QString("kwscript: the posted call %1 failed: 0x%2%3")
+              .arg(QString::fromStdWString(m_member))
+              .arg(QString::number(static_cast<unsigned long>(exception.scode ? exception.scode : hr), 16).toUpper())
+              .arg(exception.bstrDescription ? " (" + QString::fromWCharArray(exception.bstrDescription) + ")"
+                                             : QString()));
+    SysFreeString(exception.bstrSource);
+    SysFreeString(exception.bstrDescription);
+    SysFreeString(exception.bstrHelpFile);
+  }
+
+ private:
+  IDispatch* m_target;
+  std::wstring m_member;
+  std::vector<VARIANT> m_args;
+};
+
+// Makes the posted calls as the event loop delivers them, and counts those
+// not yet finished (a call that opens a modal dialog lasts until it closes).
+class PostedCalls : public QObject {
+ public:
+  int pending = 0;
+  bool event(QEvent* event) override {
+    if (event->type() != PostedCall::kType) return QObject::event(event);
+    static_cast<PostedCall*>(event)->Make();
+    --pending;
+    return true;
+  }
+};
 
 // Argument `position` (first argument first) of `params`, references followed.
 const VARIANT* Argument(const DISPPARAMS* params, UINT position) {
@@ -82,30 +175,94 @@ STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
 STDMETHODIMP CAppObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
   if (names == nullptr || ids == nullptr || count == 0) return E_INVALIDARG;
   for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
-  for (DISPID id = kFind; id <= kEcho; ++id)
+  for (DISPID id = kFind; id <= kLastMethod; ++id)
     if (lstrcmpiW(names[0], kMethods[id - 1]) == 0) ids[0] = id;
   return ids[0] == DISPID_UNKNOWN || count > 1 ? DISP_E_UNKNOWNNAME : S_OK;
 }
 
-IDispatch* CAppObject::Find(const QString& name) {
-  foreach (QWidget* top, QApplication::topLevelWidgets()) {
-    QWidget* widget = top->objectName() == name ? top : top->findChild<QWidget*>(name);
-    if (widget == nullptr) continue;
-    for (const QMetaObject* meta = widget->metaObject(); meta != nullptr; meta = meta->superClass()) {
-      IDispatch* exposer = nullptr;
-      const std::wstring type = QString(meta->className()).toStdWString();
-      if (m_context->manager->CreateWrapper(type.c_str(), widget, &exposer) == S_OK) {
-        IDispatch* object = CScriptObject::Wrap(exposer, m_context);
-        exposer->Release();
-        return object;
-      }
+CAppObject::CAppObject(ScriptContext* context)
+    : HostObject(IID_IDispatch), m_context(context), m_calls(new PostedCalls) {}
+
+CAppObject::~CAppObject() { delete m_calls; }  // calls not yet made are dropped with it
+
+int CAppObject::PendingCalls() const { return static_cast<PostedCalls*>(m_calls)->pending; }
+
+IDispatch* CAppObject::Wrap(QObject* object) {
+  for (const QMetaObject* meta = object != nullptr ? object->metaObject() : nullptr; meta != nullptr;
+       meta = meta->superClass()) {
+    IDispatch* exposer = nullptr;
+    const std::wstring type = QString(meta->className()).toStdWString();
+    if (m_context->manager->CreateWrapper(type.c_str(), object, &exposer) == S_OK) {
+      IDispatch* wrapped = CScriptObject::Wrap(exposer, m_context);
+      exposer->Release();
+      return wrapped;
     }
   }
   return nullptr;
 }
 
-STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*,
-                                UINT* argumentError) {
+IDispatch* CAppObject::Find(const QString& name) {
+  foreach (QWidget* top, QApplication::topLevelWidgets()) {
+    QWidget* widget = top->objectName() == name ? top : top->findChild<QWidget*>(name);
+    if (widget != nullptr) return Wrap(widget);
+  }
+  return nullptr;
+}
+
+HRESULT CAppObject::Query(const VARIANT* selector, bool all, int waitMs, VARIANT* result, EXCEPINFO* exception) {
+  if (selector == nullptr) return DISP_E_BADPARAMCOUNT;
+  const QString text = TextOfVariant(selector);
+  QElapsedTimer clock;
+  clock.start();
+  for (;;) {
+    SelectorError error;
+    const QList<QObject*> found = QueryObjects(text, &error);
+    if (!error.message.isEmpty()) return Refuse(exception, E_INVALIDARG, error.message);
+    if (all) {
+      std::vector<IDispatch*> objects;
+      foreach (QObject* object, found)
+        if (IDispatch* wrapped = Wrap(object)) objects.push_back(wrapped);
+      ReturnObject(result, CObjectList::Make(std::move(objects)));
+      return S_OK;
+    }
+    if (!found.isEmpty() || clock.elapsed() >= waitMs) {
+      ReturnObject(result, found.isEmpty() ? nullptr : Wrap(found.first()));
+      return S_OK;
+    }
+    ScriptRunner::YieldToEventLoop();
+  }
+}
+
+HRESULT CAppObject::Post(DISPPARAMS* params, EXCEPINFO* exception) {
+  const VARIANT* target = Argument(params, 0);
+  const VARIANT* member = Argument(params, 1);
+  if (target == nullptr || member == nullptr) return DISP_E_BADPARAMCOUNT;
+  if (V_VT(target) != VT_DISPATCH || CScriptObject::ExposerOf(V_DISPATCH(target)) == nullptr)
+    return Refuse(exception, DISP_E_TYPEMISMATCH, "app.post: the first argument must be an object of this script");
+  std::vector<VARIANT> reversed;  // the member's arguments, last first, as DISPPARAMS holds them
+  for (UINT i = 0; i + 2 < params->cArgs; ++i) {
+    VARIANT copy;
+    VariantInit(&copy);
+    const VARIANT* arg = &params->rgvarg[i];
+    VariantCopyInd(&copy, const_cast<VARIANT*>(arg));
+    reversed.push_back(copy);
+  }
+  ++static_cast<PostedCalls*>(m_calls)->pending;
+  QCoreApplication::postEvent(
+      m_calls, new PostedCall(V_DISPATCH(target), TextOfVariant(member).toStdWString(), std::move(reversed)));
+  return S_OK;
+}
+
+// A list of the top-level widgets.
+static IDispatch* TopLevels(CAppObject* app) {
+  std::vector<IDispatch*> objects;
+  foreach (QWidget* top, QApplication::topLevelWidgets())
+    if (IDispatch* wrapped = app->Wrap(top)) objects.push_back(wrapped);
+  return CObjectList::Make(std::move(objects));
+}
+
+STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
+                                EXCEPINFO* exception, UINT* argumentError) {
   if (result != nullptr) VariantInit(result);
   const VARIANT* first = Argument(params, 0);
   switch (id) {
@@ -144,13 +301,37 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return S_OK;
     }
     case kProcessEvents:
-      QApplication::processEvents();
+      ScriptRunner::YieldToEventLoop();
       return S_OK;
+    case kQuery:
+    case kQueryAll:
+      return Query(first, id == kQueryAll, 0, result, exception);
+    case kWaitFor: {
+      const VARIANT* wait = Argument(params, 1);
+      VARIANT ms;
+      VariantInit(&ms);
+      if (wait == nullptr || FAILED(VariantChangeType(&ms, const_cast<VARIANT*>(wait), 0, VT_I4)))
+        return DISP_E_BADPARAMCOUNT;
+      return Query(first, false, V_I4(&ms), result, exception);
+    }
+    case kActiveModal:
+      ReturnObject(result, Wrap(QApplication::activeModalWidget()));
+      return S_OK;
+    case kActiveWindow:
+      ReturnObject(result, Wrap(QApplication::activeWindow()));
+      return S_OK;
+    case kFocusWidget:
+      ReturnObject(result, Wrap(QApplication::focusWidget()));
+      return S_OK;
+    case kTopLevels:
+      ReturnObject(result, TopLevels(this));
+      return S_OK;
+    case kPost:
+      return Post(params, exception);
     case kEcho: {
       QStringList parts;
       for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << TextOfVariant(Argument(params, i));
-      std::printf("%s\n", parts.join(" ").toUtf8().constData());
-      std::fflush(stdout);
+      PrintLine(parts.join(" "));
       return S_OK;
     }
     default:

@@ -1,16 +1,27 @@
 // The named item "app" that kwscript gives every script:
 //   app.find(name)      the widget of that object name, as its most derived
 //                       class the library knows; null when there is none
+//   app.query(selector) the first object the selector matches, or null
+//   app.queryAll(selector)  every match, as a list (count, item(i))
+//   app.waitFor(selector, milliseconds)  lets the application run until a
+//                       match appears; the match, or null when time runs out
+//   app.activeModal(), app.activeWindow(), app.focusWidget()  or null
+//   app.topLevels()     the top-level widgets, as a list
+//   app.post(object, member, args...)  calls the member from the event loop
+//                       and returns at once (for a call that opens a modal dialog)
 //   app.str(text)       a new QString object
 //   app.text(object)    the text of a QString, QByteArray or QLatin1String object
 //   app.isNull(value)   true for null, Nothing, empty or an object over nothing
 //   app.processEvents() lets Qt handle pending events (clicks, repaints)
 //   app.echo(...)       prints its arguments on one line
+// Every object comes wrapped under the most derived class name the library
+// knows; selectors are described in ObjectQuery.h.
 #pragma once
 
 #include <windows.h>
 #include <oaidl.h>
 
+#include <QtCore/QObject>
 #include <QtCore/QString>
 
 #include "host/HostSupport.h"
@@ -21,7 +32,8 @@ namespace kwscript {
 // Lives as long as the run; the last reference does not delete it.
 class CAppObject final : public kwhost::HostObject<IDispatch> {
  public:
-  explicit CAppObject(ScriptContext* context) : HostObject(IID_IDispatch), m_context(context) {}
+  explicit CAppObject(ScriptContext* context);
+  ~CAppObject() override;
 
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
@@ -34,8 +46,20 @@ class CAppObject final : public kwhost::HostObject<IDispatch> {
   // library accepts, or null.
   IDispatch* Find(const QString& name);
 
+  // `object` wrapped under the most derived class name the library knows
+  // (a new facade), or null.
+  IDispatch* Wrap(QObject* object);
+
+  // Posted calls still to be made or under way: the library must stay
+  // loaded until none is left.
+  int PendingCalls() const;
+
  private:
+  HRESULT Query(const VARIANT* selector, bool all, int waitMs, VARIANT* result, EXCEPINFO* exception);
+  HRESULT Post(DISPPARAMS* params, EXCEPINFO* exception);
+
   ScriptContext* m_context;
+  QObject* m_calls = nullptr;  // receives the posted calls on the GUI thread
 };
 
 }  // namespace kwscript

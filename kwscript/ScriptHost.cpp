@@ -2,13 +2,13 @@
 
 #include <activscp.h>
 
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 
 #include <QtCore/QString>
 
 #include "host/HostSupport.h"
+#include "kwscript/Output.h"
 
 namespace kwscript {
 
@@ -90,13 +90,15 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
     error->GetSourcePosition(&context, &line, &column);
     const HRESULT hr = info.scode != 0 ? info.scode : static_cast<HRESULT>(0x800A0000 | info.wCode);
     const Known* known = Lookup(hr);
-    std::printf("%s:%lu:%ld: script error 0x%08lX %s: %s", QString::fromStdWString(m_path).toUtf8().constData(),
-                line + 1, column + 1, static_cast<unsigned long>(hr), known ? known->name : "(no name)",
-                known ? known->meaning : "see the description");
+    QString report = QString("%1:%2:%3: script error 0x%4 %5: %6")
+                         .arg(QString::fromStdWString(m_path))
+                         .arg(line + 1)
+                         .arg(column + 1)
+                         .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper().rightJustified(8, '0'))
+                         .arg(known ? known->name : "(no name)", known ? known->meaning : "see the description");
     if (info.bstrDescription != nullptr && SysStringLen(info.bstrDescription) > 0)
-      std::printf(" (%s)", QString::fromWCharArray(info.bstrDescription).toUtf8().constData());
-    std::printf("\n");
-    std::fflush(stdout);
+      report += QString(" (%1)").arg(QString::fromWCharArray(info.bstrDescription));
+    PrintLine(report);
     SysFreeString(info.bstrSource);
     SysFreeString(info.bstrDescription);
     SysFreeString(info.bstrHelpFile);
@@ -133,16 +135,21 @@ const char* HResultMeaning(HRESULT hr) {
 bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   std::wstring code;
   if (!ReadText(path, &code)) {
-    std::printf("kwscript: cannot read %s\n", QString::fromStdWString(path).toUtf8().constData());
+    PrintLine(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
     return false;
   }
+  return RunScript(path, code, app);
+}
+
+bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* app) {
   const bool vbscript = path.size() > 4 && lstrcmpiW(path.c_str() + path.size() - 4, L".vbs") == 0;
   IActiveScript* engine = nullptr;
   HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr, CLSCTX_INPROC_SERVER,
                                 IID_IActiveScript, reinterpret_cast<void**>(&engine));
   if (FAILED(hr)) {
-    std::printf("kwscript: no %s engine (0x%08lX)\n", vbscript ? "VBScript" : "JScript",
-                static_cast<unsigned long>(hr));
+    PrintLine(QString("kwscript: no %1 engine (0x%2)")
+                  .arg(vbscript ? "VBScript" : "JScript")
+                  .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;
   }
   CScriptSite site(path, app);

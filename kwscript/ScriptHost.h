@@ -18,4 +18,8 @@ const char* HResultMeaning(HRESULT hr);
 // false (after reporting it) when the script fails or cannot be run.
 bool RunScriptFile(const std::wstring& path, IDispatch* app);
 
+// Runs `code` as the script `path` (its ending chooses the engine: .vbs
+// VBScript, anything else JScript; errors name it).
+bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* app);
+
 }  // namespace kwscript

@@ -1,10 +1,18 @@
-// kwscript: a Qt 4.8 application that shows a small form, loads
-// kwQtWrappers.dll as a test-automation host does and runs a JScript (.js)
-// or VBScript (.vbs) file against it.
-//   kwscript FILE            runs the script; exit status 0 when it succeeded
-//   kwscript --members TYPE  lists what a script can call on an object of TYPE
+// kwscript: runs a JScript (.js) or VBScript (.vbs) file against a Qt 4.8
+// application through kwQtWrappers.dll, as a test-automation host does.
+//   kwscript FILE                          against its own demo form
+//   kwscript --launch APP [ARGS...] -- FILE   starts APP, runs FILE inside it,
+//                                          ends APP afterwards (--keep: leaves it)
+//   kwscript --attach PID|IMAGE FILE       inside a running application
+//   kwscript --tree [--json] (--launch APP [ARGS...] | --attach PID|IMAGE)
+//                                          prints the application's object tree
+//   kwscript --members TYPE                what a script can call on a TYPE object
+// The exit status is 0 when the script succeeded, 1 when it failed; the
+// attach modes' own statuses are in Attach.h.
 #include <windows.h>
 
+#include <QtCore/QFile>
+#include <QtCore/QTimer>
 #include <QtGui/QApplication>
 
 #include <cstdio>
@@ -12,8 +20,10 @@
 
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
+#include "kwscript/Attach.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/ScriptHost.h"
+#include "kwscript/ScriptRunner.h"
 
 namespace {
 
@@ -67,21 +77,20 @@ int ListMembers(IWrappersManager* manager, const char* type) {
   return 0;
 }
 
-}  // namespace
+const char kUsage[] =
+    "usage: kwscript FILE.js|FILE.vbs\n"
+    "       kwscript --launch APP.exe [ARGS...] [--keep] -- FILE\n"
+    "       kwscript --attach PID|IMAGE.exe FILE\n"
+    "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
+    "       kwscript --members TYPE\n";
 
-int main(int argc, char** argv) {
-  QApplication application(argc, argv);
-  if (argc < 2 || (std::strcmp(argv[1], "--members") == 0 && argc < 3)) {
-    std::printf("usage: kwscript FILE.js|FILE.vbs\n       kwscript --members TYPE\n");
-    return 2;
-  }
+// Runs FILE against the demo form, the script on a fiber of the GUI thread.
+int RunOnDemoForm(QApplication& application, const QString& path) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
   if (!host.ready()) {
     std::printf("kwscript: cannot load kwQtWrappers.dll\n");
     return 2;
   }
-  if (std::strcmp(argv[1], "--members") == 0) return ListMembers(host.manager(), argv[2]);
-
   DemoForm form;
   form.show();
   QApplication::processEvents();
@@ -89,12 +98,86 @@ int main(int argc, char** argv) {
   context.manager = host.manager();
   bool succeeded = false;
   {
+    std::wstring code;
     kwscript::CAppObject app(&context);
-    succeeded = kwscript::RunScriptFile(QString::fromLocal8Bit(argv[1]).toStdWString(), &app);
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+      std::printf("kwscript: cannot read %s\n", path.toUtf8().constData());
+      return 1;
+    }
+    kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
+                                  [&](bool done) {
+                                    succeeded = done;
+                                    application.quit();
+                                  });
+    runner.Start();
+    application.exec();
+    while (app.PendingCalls() > 0) QApplication::processEvents(QEventLoop::WaitForMoreEvents);
   }
   QApplication::processEvents();
   std::printf("form: %s\n", form.Describe().toUtf8().constData());
   std::printf("script objects left after the engine closed: %ld\n", static_cast<long>(context.liveObjects));
   host.Unload();
   return succeeded ? 0 : 1;
+}
+
+// The attach modes: --launch APP [ARGS...] [--keep] [-- FILE] or --attach TARGET [FILE].
+int RunInApplication(const QStringList& args, kwscript::AgentRequestText request, bool needsFile) {
+  const bool launch = args.value(0) == "--launch";
+  QStringList rest = args.mid(1);
+  QString file;
+  bool keep = false;
+  if (launch) {
+    const int separator = rest.indexOf("--");
+    if (separator >= 0) {
+      file = rest.value(separator + 1);
+      rest = rest.mid(0, separator);
+    }
+    keep = rest.removeAll("--keep") > 0;
+  } else {
+    file = rest.value(1);
+    rest = rest.mid(0, 1);
+  }
+  if (rest.isEmpty() || (needsFile && file.isEmpty())) {
+    std::printf("%s", kUsage);
+    return 2;
+  }
+  if (needsFile) {
+    QFile script(file);
+    if (!script.open(QIODevice::ReadOnly)) {
+      std::printf("kwscript: cannot read %s\n", file.toUtf8().constData());
+      return 1;
+    }
+    request.scriptPath = file;
+    request.scriptText = QString::fromUtf8(script.readAll());
+  }
+  return launch ? kwscript::LaunchAndRun(rest.first(), rest.mid(1), keep, request)
+                : kwscript::AttachAndRun(rest.first(), request);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QStringList args;
+  for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
+  const QString mode = args.value(0);
+  if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", ""}, true);
+  if (mode == "--tree") {
+    const bool json = args.value(1) == "--json";
+    return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", ""}, false);
+  }
+  if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
+    std::printf("%s", kUsage);
+    return 2;
+  }
+  QApplication application(argc, argv);
+  if (mode == "--members") {
+    kwhost::ManagerHost host(L"kwQtWrappers.dll");
+    if (!host.ready()) {
+      std::printf("kwscript: cannot load kwQtWrappers.dll\n");
+      return 2;
+    }
+    return ListMembers(host.manager(), argv[2]);
+  }
+  return RunOnDemoForm(application, args.first());
 }

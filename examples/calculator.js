@@ -1,0 +1,13 @@
+// Qt's calculator example, driven from outside: 12 x 7 by pressing the
+// buttons found by their texts (they have no object names), then the display.
+//   ./scripts/script.sh --launch ../shared/qt48-apps/calculator.exe -- examples/calculator.js
+function press(text) {
+  app.query('Button[text="' + text + '"]').QAbstractButton_click();
+}
+press("1");
+press("2");
+press("\u00d7");
+press("7");
+press("=");
+var display = app.query("Calculator > QLineEdit");
+app.echo("12 \u00d7 7 =", app.text(display.QLineEdit_text()));

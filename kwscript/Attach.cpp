@@ -1,0 +1,388 @@
+#include "kwscript/Attach.h"
+
+#include <windows.h>
+#include <tlhelp32.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QFile>
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QRegExp>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+#include "kwscript/AgentPipe.h"
+
+namespace kwscript {
+
+namespace {
+
+constexpr DWORD kStartLimitMs = 30000;
+// A symbol QtCore4.dll exports when it was built with this library's
+// compiler (mingw-w64's g++: the Itanium C++ ABI): QString::fromUtf8(const char*, int).
+const char kAbiProbe[] = "_ZN7QString8fromUtf8EPKci";
+
+void Say(const QString& text) {
+  std::printf("kwscript: %s\n", text.toUtf8().constData());
+  std::fflush(stdout);
+}
+
+// Closes a Win32 handle when it goes out of scope.
+class Handle {
+ public:
+  explicit Handle(HANDLE handle = nullptr) : m_handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+  ~Handle() {
+    if (m_handle != nullptr) CloseHandle(m_handle);
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  HANDLE get() const { return m_handle; }
+  explicit operator bool() const { return m_handle != nullptr; }
+
+ private:
+  HANDLE m_handle;
+};
+
+QString FileName(const wchar_t* path) { return QFileInfo(QString::fromWCharArray(path)).fileName(); }
+
+// The modules a process has loaded: file name (lower case) -> full path and base.
+struct Module {
+  QString path;
+  BYTE* base;
+};
+std::vector<std::pair<QString, Module>> ModulesOf(DWORD pid) {
+  std::vector<std::pair<QString, Module>> out;
+  Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, pid));
+  MODULEENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = snapshot && Module32FirstW(snapshot.get(), &entry); more;
+       more = Module32NextW(snapshot.get(), &entry))
+    out.push_back({QString::fromWCharArray(entry.szModule).toLower(),
+                   {QString::fromWCharArray(entry.szExePath), entry.modBaseAddr}});
+  return out;
+}
+
+const Module* FindModule(const std::vector<std::pair<QString, Module>>& modules, const QString& name) {
+  for (const auto& [moduleName, module] : modules)
+    if (moduleName == name.toLower()) return &module;
+  return nullptr;
+}
+
+// The process `target` names (an id or an image file name), or 0 after saying why not.
+DWORD FindProcess(const QString& target) {
+  bool isNumber = false;
+  const DWORD id = target.toULong(&isNumber);
+  std::vector<DWORD> matches;
+  Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = snapshot && Process32FirstW(snapshot.get(), &entry); more;
+       more = Process32NextW(snapshot.get(), &entry)) {
+    if (entry.th32ProcessID == GetCurrentProcessId()) continue;
+    if (isNumber ? entry.th32ProcessID == id
+                 : FileName(entry.szExeFile).compare(QFileInfo(target).fileName(), Qt::CaseInsensitive) == 0)
+      matches.push_back(entry.th32ProcessID);
+  }
+  if (matches.size() == 1) return matches[0];
+  if (matches.empty()) {
+    Say(QString("no process matches \"%1\" in this Wine prefix (%2)")
+            .arg(target,
+                 QString::fromLocal8Bit(qgetenv("WINEPREFIX").isEmpty() ? "the default one" : qgetenv("WINEPREFIX"))));
+  } else {
+    QStringList ids;
+    for (DWORD match : matches) ids << QString::number(match);
+    Say(QString("several processes match \"%1\" (ids %2): give the id").arg(target, ids.join(", ")));
+  }
+  return 0;
+}
+
+// Whether the PE file at `path` exports `symbol` by name.
+bool ExportsSymbol(const QString& path, const char* symbol) {
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly)) return false;
+  const QByteArray image = file.readAll();
+  auto at = [&](qint64 offset, int size) { return offset >= 0 && offset + size <= image.size(); };
+  auto u16 = [&](qint64 o) {
+    return static_cast<quint32>(static_cast<quint8>(image[int(o)]) | static_cast<quint8>(image[int(o) + 1]) << 8);
+  };
+  auto u32 = [&](qint64 o) { return u16(o) | u16(o + 2) << 16; };
+  if (!at(0x3C, 4)) return false;
+  const qint64 pe = u32(0x3C);
+  if (!at(pe, 24 + 112 + 8) || u32(pe) != 0x4550) return false;
+  const quint32 sections = u16(pe + 6), optionalSize = u16(pe + 20);
+  const qint64 optional = pe + 24;
+  const quint32 exportRva = u32(optional + 112);  // PE32+: data directory 0
+  auto fileOffset = [&](quint32 rva) -> qint64 {
+    for (quint32 i = 0; i < sections; ++i) {
+      const qint64 section = optional + optionalSize + 40 * i;
+      if (!at(section, 40)) return -1;
+      const quint32 start = u32(section + 12), size = u32(section + 16), raw = u32(section + 20);
+      if (rva >= start && rva < start + size) return raw + (rva - start);
+    }
+    return -1;
+  };
+  const qint64 directory = fileOffset(exportRva);
+  if (exportRva == 0 || !at(directory, 40)) return false;
+  const quint32 names = u32(directory + 24);
+  const qint64 nameTable = fileOffset(u32(directory + 32));
+  for (quint32 i = 0; i < names && at(nameTable + 4 * i, 4); ++i) {
+    const qint64 name = fileOffset(u32(nameTable + 4 * i));
+    if (name >= 0 && name < image.size() && qstrcmp(image.constData() + name, symbol) == 0) return true;
+  }
+  return false;
+}
+
+// Why the process cannot be driven, or empty when it can.
+QString Unfit(DWORD pid, HANDLE process) {
+  BOOL wow64 = FALSE;
+  if (IsWow64Process(process, &wow64) && wow64) return QString("process %1 is not a 64-bit process").arg(pid);
+  const auto modules = ModulesOf(pid);
+  const Module* core = FindModule(modules, "QtCore4.dll");
+  if (core == nullptr || FindModule(modules, "QtGui4.dll") == nullptr)
+    return QString("process %1 is not a Qt 4.8 application: it has no QtCore4.dll and QtGui4.dll loaded").arg(pid);
+  if (!ExportsSymbol(core->path, kAbiProbe))
+    return QString(
+               "the QtCore4.dll of process %1 (%2) was built by a compiler whose C++ ABI differs from this "
+               "library's (it does not export %3)")
+        .arg(pid)
+        .arg(core->path, kAbiProbe);
+  return QString();
+}
+
+// Writes `text` (with its terminating NUL) into the process; the address, or null.
+void* WriteRemote(HANDLE process, const std::wstring& text) {
+  const SIZE_T size = (text.size() + 1) * sizeof(wchar_t);
+  void* remote = VirtualAllocEx(process, nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+  if (remote != nullptr && !WriteProcessMemory(process, remote, text.c_str(), size, nullptr)) remote = nullptr;
+  return remote;
+}
+
+// Runs `start(parameter)` on a new thread of the process; the thread, or null.
+HANDLE StartRemote(HANDLE process, void* start, void* parameter) {
+  return CreateRemoteThread(process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(start), parameter, 0,
+                            nullptr);
+}
+
+std::wstring OwnFolder() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring folder(path);
+  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+}
+
+// Loads the agent into the process and starts KwAgentRun(pipeName) there;
+// the thread that runs it, or null after saying why not.
+HANDLE StartAgent(DWORD pid, HANDLE process, const std::wstring& pipeName) {
+  const std::wstring agentPath = OwnFolder() + L"kwagent.dll";
+  HMODULE local = LoadLibraryW(agentPath.c_str());
+  void* localStart = local ? reinterpret_cast<void*>(GetProcAddress(local, "KwAgentRun")) : nullptr;
+  if (localStart == nullptr) {
+    Say(QString("cannot load %1").arg(QString::fromStdWString(agentPath)));
+    return nullptr;
+  }
+  void* loadLibrary = reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "LoadLibraryW"));
+  void* remotePath = WriteRemote(process, agentPath);
+  Handle loader(remotePath ? StartRemote(process, loadLibrary, remotePath) : nullptr);
+  if (!loader || WaitForSingleObject(loader.get(), kStartLimitMs) != WAIT_OBJECT_0) {
+    Say(QString("cannot start a thread in process %1 (error %2)").arg(pid).arg(GetLastError()));
+    return nullptr;
+  }
+  const Module* agent = nullptr;
+  const auto modules = ModulesOf(pid);
+  agent = FindModule(modules, "kwagent.dll");
+  if (agent == nullptr) {
+    Say(QString("the agent could not be loaded into process %1").arg(pid));
+    return nullptr;
+  }
+  void* remoteStart = agent->base + (static_cast<BYTE*>(localStart) - reinterpret_cast<BYTE*>(local));
+  void* remoteName = WriteRemote(process, pipeName);
+  HANDLE runner = remoteName ? StartRemote(process, remoteStart, remoteName) : nullptr;
+  if (runner == nullptr) Say(QString("cannot start the agent in process %1 (error %2)").arg(pid).arg(GetLastError()));
+  return runner;
+}
+
+// Waits for the agent to connect to `pipe`, while its thread and the
+// process run; false after saying why it did not.
+bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE process) {
+  std::atomic<bool> done{false};
+  bool connected = false;
+  std::thread connector([&] {
+    connected = ConnectNamedPipe(pipe, nullptr) || GetLastError() == ERROR_PIPE_CONNECTED;
+    done = true;
+  });
+  const DWORD start = GetTickCount();
+  QString failure;
+  while (!done) {
+    if (WaitForSingleObject(process, 0) == WAIT_OBJECT_0)
+      failure = "the application ended before the agent started";
+    else if (WaitForSingleObject(runner, 0) == WAIT_OBJECT_0)
+      failure = "the agent ended without answering";
+    else if (GetTickCount() - start > kStartLimitMs)
+      failure = "the agent did not answer within 30 seconds";
+    if (!failure.isEmpty()) break;
+    Sleep(20);
+  }
+  if (!done) {  // a client of our own releases the waiting connector
+    Handle unblock(CreateFileW(pipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    connector.join();
+    Say(failure);
+    return false;
+  }
+  connector.join();
+  return connected;
+}
+
+// Sends the request and prints the agent's output; the exit status.
+int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
+  if (!WriteMessage(pipe, request.command.toUtf8()) || !WriteMessage(pipe, request.scriptPath.toUtf8()) ||
+      !WriteMessage(pipe, request.scriptText.toUtf8())) {
+    Say("the agent stopped answering");
+    return kAttachFailed;
+  }
+  for (QByteArray message; ReadMessage(pipe, &message);) {
+    if (message.startsWith("out ")) {
+      std::printf("%s\n", message.constData() + 4);
+      std::fflush(stdout);
+    } else if (message.startsWith("end ")) {
+      return message.mid(4).toInt();
+    }
+  }
+  DWORD code = 0;
+  if (WaitForSingleObject(process, 2000) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code)) {
+    Say(QString("the application ended during the script (exit code 0x%1)").arg(code, 0, 16));
+    return kApplicationEnded;
+  }
+  Say("the agent stopped answering");
+  return kAttachFailed;
+}
+
+int RunIn(DWORD pid, HANDLE process, const AgentRequestText& request) {
+  const QString unfit = Unfit(pid, process);
+  if (!unfit.isEmpty()) {
+    Say(unfit);
+    return kAttachFailed;
+  }
+  const std::wstring pipeName =
+      QString("\\\\.\\pipe\\kwscript-%1-%2-%3").arg(GetCurrentProcessId()).arg(pid).arg(GetTickCount()).toStdWString();
+  Handle pipe(
+      CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
+  if (!pipe) {
+    Say(QString("cannot make the pipe to the agent (error %1)").arg(GetLastError()));
+    return kAttachFailed;
+  }
+  Handle runner(StartAgent(pid, process, pipeName));
+  if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), process)) return kAttachFailed;
+  return Converse(pipe.get(), process, request);
+}
+
+// The application's environment: kwscript's, with kwscript's folder (and
+// its copies of Qt's DLLs) first on PATH.
+std::vector<wchar_t> EnvironmentWithOwnFolderOnPath() {
+  std::vector<wchar_t> out;
+  wchar_t* block = GetEnvironmentStringsW();
+  bool pathSeen = false;
+  for (const wchar_t* entry = block; *entry != L'\0'; entry += wcslen(entry) + 1) {
+    std::wstring text(entry);
+    if (_wcsnicmp(entry, L"PATH=", 5) == 0) {
+      text = L"PATH=" + OwnFolder() + L";" + text.substr(5);
+      pathSeen = true;
+    }
+    out.insert(out.end(), text.begin(), text.end());
+    out.push_back(L'\0');
+  }
+  FreeEnvironmentStringsW(block);
+  if (!pathSeen) {
+    const std::wstring text = L"PATH=" + OwnFolder();
+    out.insert(out.end(), text.begin(), text.end());
+    out.push_back(L'\0');
+  }
+  out.push_back(L'\0');
+  return out;
+}
+
+// Whether the process shows a visible top-level window.
+bool ShowsAWindow(DWORD pid) {
+  struct Search {
+    DWORD pid;
+    bool found;
+  } search{pid, false};
+  EnumWindows(
+      [](HWND window, LPARAM parameter) -> BOOL {
+        auto* s = reinterpret_cast<Search*>(parameter);
+        DWORD owner = 0;
+        GetWindowThreadProcessId(window, &owner);
+        if (owner == s->pid && IsWindowVisible(window)) s->found = true;
+        return !s->found;
+      },
+      reinterpret_cast<LPARAM>(&search));
+  return search.found;
+}
+
+QString Quoted(const QString& argument) {
+  if (!argument.isEmpty() && !argument.contains(QRegExp("[\\s\"]"))) return argument;
+  QString out = argument;
+  return '"' + out.replace('"', "\\\"") + '"';
+}
+
+}  // namespace
+
+int AttachAndRun(const QString& target, const AgentRequestText& request) {
+  const DWORD pid = FindProcess(target);
+  if (pid == 0) return kAttachFailed;
+  Handle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, pid));
+  if (!process) {
+    Say(QString("cannot open process %1 (error %2)").arg(pid).arg(GetLastError()));
+    return kAttachFailed;
+  }
+  return RunIn(pid, process.get(), request);
+}
+
+int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep, const AgentRequestText& request) {
+  QString commandLine = Quoted(QDir::toNativeSeparators(program));
+  foreach (const QString& argument, arguments) commandLine += ' ' + Quoted(argument);
+  std::wstring mutableLine = commandLine.toStdWString();
+  std::vector<wchar_t> environment = EnvironmentWithOwnFolderOnPath();
+  const std::wstring folder = QDir::toNativeSeparators(QFileInfo(program).absolutePath()).toStdWString();
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started{};
+  if (!CreateProcessW(nullptr, &mutableLine[0], nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                      folder.c_str(), &startup, &started)) {
+    Say(QString("cannot start %1 (error %2)").arg(program).arg(GetLastError()));
+    return kAttachFailed;
+  }
+  Handle process(started.hProcess), thread(started.hThread);
+  // A job that ends the application with kwscript, whatever ends kwscript.
+  Handle job(keep ? nullptr : CreateJobObjectW(nullptr, nullptr));
+  if (job) {
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    AssignProcessToJobObject(job.get(), process.get());
+  }
+  WaitForInputIdle(process.get(), kStartLimitMs);
+  const DWORD start = GetTickCount();
+  while (!ShowsAWindow(started.dwProcessId) && WaitForSingleObject(process.get(), 50) == WAIT_TIMEOUT &&
+         GetTickCount() - start < kStartLimitMs) {
+  }
+  int status = kAttachFailed;
+  if (WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0) {
+    DWORD code = 0;
+    GetExitCodeProcess(process.get(), &code);
+    Say(QString("%1 ended at its start (exit code 0x%2)").arg(program).arg(code, 0, 16));
+  } else {
+    status = RunIn(started.dwProcessId, process.get(), request);
+  }
+  if (keep) {
+    Say(QString("the application keeps running as process %1").arg(started.dwProcessId));
+  } else if (WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT) {
+    TerminateProcess(process.get(), 0);
+    WaitForSingleObject(process.get(), 5000);
+  }
+  return status;
+}
+
+}  // namespace kwscript

@@ -1,0 +1,35 @@
+// kwscript's side of driving another application: finding or starting the
+// process, checking that it is a 64-bit Qt 4.8 application built with this
+// library's compiler, loading the agent (kwagent.dll, beside kwscript) into
+// it, and relaying the request, the output and the exit status.
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace kwscript {
+
+// What to do inside the application.
+struct AgentRequestText {
+  QString command;     // "run", "tree" or "tree-json"
+  QString scriptPath;  // shown in error reports; its ending chooses the engine
+  QString scriptText;
+};
+
+// Exit statuses of the attach modes besides the script's own 0 (succeeded)
+// and 1 (failed): the agent could not run it (2), another script is attached
+// already (3), the application ended during the script (4), no matching or
+// no fitting process, or the agent could not be loaded (5).
+constexpr int kAttachFailed = 5;
+constexpr int kApplicationEnded = 4;
+
+// Runs the request in the running process `target`: a process id, or the
+// file name of its image ("calculator.exe"). Returns the exit status.
+int AttachAndRun(const QString& target, const AgentRequestText& request);
+
+// Starts `program` with `arguments` (under the folder of kwscript on the
+// DLL search path, for Qt's DLLs), waits until it shows a window, runs the
+// request in it and, unless `keep`, ends it afterwards. Returns the exit status.
+int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep, const AgentRequestText& request);
+
+}  // namespace kwscript

@@ -1,0 +1,270 @@
+#include "kwscript/ObjectQuery.h"
+
+#include <QtCore/QSet>
+#include <QtCore/QVariant>
+#include <QtGui/QApplication>
+#include <QtGui/QWidget>
+
+namespace kwscript {
+
+namespace {
+
+struct Step {
+  bool childOnly = false;  // ">" before it
+  QString type;            // empty: any class
+  QString name;
+  bool hasName = false;
+  QList<QPair<QString, QString>> properties;
+  bool visibleOnly = false;
+  int index = -1;  // ":N"
+};
+
+// Reads a selector; on a mistake records the first one and stops.
+class SelectorParser {
+ public:
+  SelectorParser(const QString& text, SelectorError* error) : m_text(text), m_error(error) {}
+
+  bool Parse(QList<Step>* steps) {
+    SkipBlanks();
+    if (AtEnd()) return Fail("an empty selector");
+    while (!AtEnd()) {
+      Step step;
+      if (!steps->isEmpty()) {
+        const bool blanks = SkipBlanks();
+        if (AtEnd()) break;
+        if (Peek() == '>') {
+          step.childOnly = true;
+          ++m_at;
+          SkipBlanks();
+        } else if (!blanks) {
+          return Fail("a blank or \">\" between steps");
+        }
+      }
+      if (!ParseStep(&step)) return false;
+      steps->append(step);
+    }
+    return true;
+  }
+
+ private:
+  bool AtEnd() const { return m_at >= m_text.size(); }
+  QChar Peek() const { return AtEnd() ? QChar() : m_text[m_at]; }
+  bool SkipBlanks() {
+    const int start = m_at;
+    while (!AtEnd() && Peek().isSpace()) ++m_at;
+    return m_at > start;
+  }
+  bool Fail(const QString& expected) {
+    m_error->position = m_at + 1;
+    m_error->message = QString("selector \"%1\", character %2: expected %3").arg(m_text).arg(m_at + 1).arg(expected);
+    return false;
+  }
+  QString Word(bool nameCharacters) {
+    const int start = m_at;
+    while (!AtEnd() &&
+           (Peek().isLetterOrNumber() || Peek() == '_' ||
+            (nameCharacters ? (Peek() == '-' || Peek() == '.') : Peek() == ':' && m_text.mid(m_at, 2) == "::")))
+      m_at += Peek() == ':' ? 2 : 1;
+    return m_text.mid(start, m_at - start);
+  }
+
+  bool ParseStep(Step* step) {
+    const int start = m_at;
+    if (Peek().isLetter() || Peek() == '_') step->type = Word(false);
+    for (;;) {
+      const QChar c = Peek();
+      if (c == '#') {
+        ++m_at;
+        step->name = Word(true);
+        step->hasName = true;
+        if (step->name.isEmpty()) return Fail("an object name after \"#\"");
+      } else if (c == '[') {
+        ++m_at;
+        const QString property = Word(false);
+        if (property.isEmpty()) return Fail("a property name after \"[\"");
+        if (Peek() != '=') return Fail("\"=\" after the property name");
+        ++m_at;
+        QString value;
+        if (!QuotedText(&value)) return false;
+        if (Peek() != ']') return Fail("\"]\" after the quoted value");
+        ++m_at;
+        step->properties.append(qMakePair(property, value));
+      } else if (c == ':') {
+        ++m_at;
+        const QString word = Word(true);
+        bool number = false;
+        const int index = word.toInt(&number);
+        if (word == "visible") {
+          step->visibleOnly = true;
+        } else if (number && index >= 0) {
+          step->index = index;
+        } else {
+          m_at -= word.size();
+          return Fail("\"visible\" or a number after \":\"");
+        }
+      } else {
+        break;
+      }
+    }
+    if (m_at == start) return Fail("a class name, \"#\", \"[\" or \":\"");
+    if (!AtEnd() && !Peek().isSpace() && Peek() != '>') return Fail("\"#\", \"[\", \":\", a blank or \">\"");
+    return true;
+  }
+
+  bool QuotedText(QString* value) {
+    if (Peek() != '"') return Fail("a value in double quotes");
+    ++m_at;
+    while (!AtEnd() && Peek() != '"') {
+      if (Peek() == '\\' && m_at + 1 < m_text.size()) ++m_at;
+      value->append(Peek());
+      ++m_at;
+    }
+    if (AtEnd()) return Fail("the closing double quote");
+    ++m_at;
+    return true;
+  }
+
+  const QString& m_text;
+  SelectorError* m_error;
+  int m_at = 0;
+};
+
+bool Matches(QObject* object, const Step& step) {
+  if (!step.type.isEmpty() && !object->inherits(step.type.toLatin1().constData())) return false;
+  if (step.hasName && object->objectName() != step.name) return false;
+  if (step.visibleOnly && !(object->isWidgetType() && static_cast<QWidget*>(object)->isVisible())) return false;
+  for (const auto& property : step.properties) {
+    const QVariant value = object->property(property.first.toLatin1().constData());
+    if (!value.isValid() || value.toString() != property.second) return false;
+  }
+  return true;
+}
+
+void AddDescendants(QObject* object, QList<QObject*>* out) {
+  foreach (QObject* child, object->children()) {
+    out->append(child);
+    AddDescendants(child, out);
+  }
+}
+
+// The objects a step looks at below `context` (null: the application).
+QList<QObject*> Candidates(QObject* context, bool childOnly) {
+  QList<QObject*> out;
+  if (context == nullptr) {
+    foreach (QWidget* top, QApplication::topLevelWidgets()) {
+      out.append(top);
+      if (!childOnly) AddDescendants(top, &out);
+    }
+  } else if (childOnly) {
+    out = context->children();
+  } else {
+    AddDescendants(context, &out);
+  }
+  return out;
+}
+
+QString Quoted(const QString& text) {
+  QString out = text;
+  out.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
+  return '"' + out + '"';
+}
+
+// The text a person reads on an object: its "text" property, else its window title.
+QString ShownText(QObject* object, QString* which) {
+  foreach (const char* property, QList<const char*>() << "text"
+                                                      << "windowTitle"
+                                                      << "title") {
+    const QVariant value = object->property(property);
+    if (value.isValid() && value.canConvert(QVariant::String) && !value.toString().isEmpty()) {
+      *which = property;
+      return value.toString();
+    }
+  }
+  return QString();
+}
+
+void DescribeObject(QObject* object, int depth, bool json, QStringList* out) {
+  QString which;
+  const QString text = ShownText(object, &which);
+  QWidget* widget = object->isWidgetType() ? static_cast<QWidget*>(object) : nullptr;
+  const QString indent(depth * 2, ' ');
+  QString line;
+  if (json) {
+    line = indent + QString("{\"class\": %1, \"name\": %2")
+                        .arg(Quoted(object->metaObject()->className()), Quoted(object->objectName()));
+    if (!which.isEmpty()) line += QString(", \"%1\": %2").arg(which, Quoted(text));
+    if (widget != nullptr) {
+      const QRect r = widget->geometry();
+      line += QString(", \"geometry\": [%1, %2, %3, %4], \"visible\": %5")
+                  .arg(r.x())
+                  .arg(r.y())
+                  .arg(r.width())
+                  .arg(r.height())
+                  .arg(widget->isVisible() ? "true" : "false");
+    }
+    line += ", \"children\": [";
+  } else {
+    line = indent + object->metaObject()->className();
+    if (!object->objectName().isEmpty()) line += " #" + object->objectName();
+    if (!which.isEmpty()) line += QString(" %1=%2").arg(which, Quoted(text));
+    if (widget != nullptr) {
+      const QRect r = widget->geometry();
+      line += QString(" %1,%2 %3x%4 %5")
+                  .arg(r.x())
+                  .arg(r.y())
+                  .arg(r.width())
+                  .arg(r.height())
+                  .arg(widget->isVisible() ? "visible" : "hidden");
+    }
+  }
+  out->append(line);
+  const QObjectList children = object->children();
+  for (int i = 0; i < children.size(); ++i) {
+    DescribeObject(children[i], depth + 1, json, out);
+    if (json && i + 1 < children.size()) out->last() += ",";
+  }
+  if (json) {
+    if (children.isEmpty())
+      out->last() += "]}";
+    else
+      out->append(indent + "]}");
+  }
+}
+
+}  // namespace
+
+QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
+  QList<Step> steps;
+  SelectorParser parser(selector, error);
+  if (!parser.Parse(&steps)) return QList<QObject*>();
+  QList<QObject*> contexts;
+  contexts.append(nullptr);
+  foreach (const Step& step, steps) {
+    QList<QObject*> matches;
+    QSet<QObject*> seen;
+    foreach (QObject* context, contexts) {
+      foreach (QObject* candidate, Candidates(context, step.childOnly)) {
+        if (seen.contains(candidate)) continue;
+        seen.insert(candidate);
+        if (Matches(candidate, step)) matches.append(candidate);
+      }
+    }
+    if (step.index >= 0) matches = step.index < matches.size() ? matches.mid(step.index, 1) : QList<QObject*>();
+    contexts = matches;
+  }
+  return contexts;
+}
+
+QStringList DescribeObjectTree(bool json) {
+  QStringList out;
+  const QWidgetList tops = QApplication::topLevelWidgets();
+  if (json) out.append("[");
+  for (int i = 0; i < tops.size(); ++i) {
+    DescribeObject(tops[i], json ? 1 : 0, json, &out);
+    if (json && i + 1 < tops.size()) out.last() += ",";
+  }
+  if (json) out.append("]");
+  return out;
+}
+
+}  // namespace kwscript

@@ -1,0 +1,19 @@
+// Where what a script prints goes: kwscript's standard output by default; an
+// agent inside another application sends it back to the kwscript that
+// attached it.
+#pragma once
+
+#include <QtCore/QString>
+
+namespace kwscript {
+
+// Receives one line of output, without its line end.
+using OutputSink = void (*)(const QString& line, void* context);
+
+// Sends every later line to `sink` (null: standard output again).
+void SetOutputSink(OutputSink sink, void* context);
+
+// Prints one line through the current sink.
+void PrintLine(const QString& line);
+
+}  // namespace kwscript

@@ -1,0 +1,82 @@
+#include "kwscript/ScriptRunner.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QTimerEvent>
+
+#include "kwscript/Output.h"
+#include "kwscript/ScriptHost.h"
+
+namespace kwscript {
+
+namespace {
+
+// The runner whose script fiber is running now, if any.
+ScriptRunner* g_current = nullptr;
+constexpr SIZE_T kScriptStack = 4 * 1024 * 1024;
+constexpr int kResumeIntervalMs = 10;
+
+}  // namespace
+
+ScriptRunner::ScriptRunner(std::wstring path, std::wstring code, IDispatch* app, Done done)
+    : m_path(std::move(path)), m_code(std::move(code)), m_app(app), m_done(std::move(done)) {}
+
+ScriptRunner::~ScriptRunner() {
+  if (m_timer != 0) killTimer(m_timer);
+  if (m_fiber != nullptr) DeleteFiber(m_fiber);
+}
+
+void ScriptRunner::Start() {
+  if (IsThreadAFiber()) {
+    m_mainFiber = GetCurrentFiber();
+  } else {
+    m_mainFiber = ConvertThreadToFiber(nullptr);
+    m_convertedThread = m_mainFiber != nullptr;
+  }
+  m_fiber = m_mainFiber != nullptr ? CreateFiber(kScriptStack, &ScriptRunner::FiberMain, this) : nullptr;
+  if (m_fiber == nullptr) {
+    PrintLine(QString("kwscript: cannot make the script's fiber (error %1)").arg(GetLastError()));
+    m_finished = true;
+    if (m_done) m_done(false);
+    return;
+  }
+  m_timer = startTimer(0);
+}
+
+void CALLBACK ScriptRunner::FiberMain(void* parameter) {
+  auto* runner = static_cast<ScriptRunner*>(parameter);
+  runner->m_succeeded = RunScript(runner->m_path, runner->m_code, runner->m_app);
+  runner->m_finished = true;
+  for (;;) SwitchToFiber(runner->m_mainFiber);  // never resumed once finished
+}
+
+void ScriptRunner::YieldToEventLoop() {
+  ScriptRunner* runner = g_current;
+  if (runner == nullptr) {
+    QCoreApplication::processEvents();
+    return;
+  }
+  SwitchToFiber(runner->m_mainFiber);
+}
+
+void ScriptRunner::timerEvent(QTimerEvent* event) {
+  if (event->timerId() != m_timer || m_inScript || m_finished) return;
+  if (m_timer != 0) killTimer(m_timer);
+  m_timer = 0;
+  m_inScript = true;
+  ScriptRunner* outer = g_current;
+  g_current = this;
+  SwitchToFiber(m_fiber);
+  g_current = outer;
+  m_inScript = false;
+  if (!m_finished) {
+    m_timer = startTimer(kResumeIntervalMs);
+    return;
+  }
+  DeleteFiber(m_fiber);
+  m_fiber = nullptr;
+  if (m_convertedThread) ConvertFiberToThread();
+  m_convertedThread = false;
+  if (m_done) m_done(m_succeeded);
+}
+
+}  // namespace kwscript

@@ -1,0 +1,52 @@
+// Runs a script on a fiber of the GUI thread. Whenever the script waits
+// (app.processEvents, app.waitFor) it hands the thread back to the event
+// loop, which resumes it on a timer, so the application goes on working
+// while the script waits: a modal dialog opened by a call the script posted
+// runs its own event loop, and the script, resumed from there, can find it
+// and close it.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <QtCore/QObject>
+
+#include <functional>
+#include <string>
+
+namespace kwscript {
+
+class ScriptRunner : public QObject {
+ public:
+  // Called on the GUI thread once the script has ended, with its outcome.
+  using Done = std::function<void(bool succeeded)>;
+
+  ScriptRunner(std::wstring path, std::wstring code, IDispatch* app, Done done);
+  ~ScriptRunner() override;
+
+  // Starts the script from the event loop of the calling (GUI) thread.
+  void Start();
+
+  // From the script: lets the event loop run, then comes back. Outside a
+  // script fiber it processes the pending events instead.
+  static void YieldToEventLoop();
+
+ protected:
+  void timerEvent(QTimerEvent* event) override;
+
+ private:
+  static void CALLBACK FiberMain(void* runner);
+
+  std::wstring m_path, m_code;
+  IDispatch* m_app;
+  Done m_done;
+  void* m_fiber = nullptr;
+  void* m_mainFiber = nullptr;
+  bool m_convertedThread = false;
+  bool m_inScript = false;
+  bool m_finished = false;
+  bool m_succeeded = false;
+  int m_timer = 0;
+};
+
+}  // namespace kwscript

@@ -1,0 +1,179 @@
+// kwagent.dll: what kwscript loads into a running Qt 4.8 application that
+// was never built for it. Its one export, KwAgentRun, runs on a thread that
+// kwscript starts in the application (so nothing happens under the loader
+// lock): it connects to kwscript's pipe, reads the request, checks that the
+// application's Qt is one the library can call, and hands the request to the
+// application's GUI thread, where the script runs with the same "app" object
+// as in kwscript's own form. What the script prints and its exit status go
+// back through the pipe. The agent stays loaded; kwQtWrappers.dll is loaded
+// for one script and unloaded after it.
+#include <windows.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QEvent>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QTimerEvent>
+#include <QtGui/QApplication>
+
+#include <memory>
+
+#include "host/ManagerHost.h"
+#include "kwscript/AgentPipe.h"
+#include "kwscript/AppObject.h"
+#include "kwscript/ObjectQuery.h"
+#include "kwscript/Output.h"
+#include "kwscript/ScriptRunner.h"
+
+namespace {
+
+using kwscript::PrintLine;
+
+// Exit statuses the agent gives besides the script's own 0 and 1.
+constexpr int kCannotRun = 2;
+constexpr int kAlreadyAttached = 3;
+
+void SendLine(const QString& line, void* pipe) { kwscript::WriteMessage(pipe, "out " + line.toUtf8()); }
+
+// The folder of this DLL, where kwQtWrappers.dll lies beside it.
+std::wstring AgentFolder() {
+  HMODULE self = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                     reinterpret_cast<LPCWSTR>(&AgentFolder), &self);
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(self, path, MAX_PATH);
+  std::wstring folder(path);
+  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+}
+
+// Why the application's Qt cannot be driven, or empty when it can: it must
+// be a Qt 4.8 with a QApplication (the library calls QtCore and QtGui 4.8).
+QString QtRefusal() {
+  if (GetModuleHandleW(L"QtCore4.dll") == nullptr || GetModuleHandleW(L"QtGui4.dll") == nullptr)
+    return "the application has no QtCore4.dll and QtGui4.dll loaded";
+  const QString version = QString::fromLatin1(qVersion());
+  if (!version.startsWith("4.8.")) return QString("the application's Qt is %1, not 4.8").arg(version);
+  if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr)
+    return "the application has no QApplication (yet)";
+  return QString();
+}
+
+// One request, carried out on the GUI thread. `scriptDone` is set once the
+// status is known, `finished` once the library is unloaded again.
+class AgentRequest : public QObject {
+ public:
+  static const QEvent::Type kStart = static_cast<QEvent::Type>(QEvent::User + 0x4B41);
+
+  // `status` receives the exit status before `scriptDone` is set.
+  AgentRequest(QByteArray command, QString path, QString code, int* status)
+      : m_command(std::move(command)), m_path(std::move(path)), m_code(std::move(code)), m_status(status) {
+    m_scriptDone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    m_finished = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  }
+  ~AgentRequest() override { SetEvent(m_finished); }
+
+  HANDLE scriptDone() const { return m_scriptDone; }
+  HANDLE finished() const { return m_finished; }
+
+  bool event(QEvent* event) override {
+    if (event->type() != kStart) return QObject::event(event);
+    Start();
+    return true;
+  }
+
+ protected:
+  // Unloads the library once no posted call is under way any more.
+  void timerEvent(QTimerEvent*) override {
+    if (m_app != nullptr && m_app->PendingCalls() > 0) return;
+    killTimer(m_cleanupTimer);
+    m_app.reset();
+    m_host.reset();
+    if (m_comStarted) CoUninitialize();
+    deleteLater();
+  }
+
+ private:
+  void Finish(int status) {
+    *m_status = status;
+    SetEvent(m_scriptDone);
+    m_cleanupTimer = startTimer(50);
+  }
+
+  void Start() {
+    const QString refusal = QtRefusal();
+    if (!refusal.isEmpty()) {
+      PrintLine("kwscript: cannot drive this application: " + refusal);
+      return Finish(kCannotRun);
+    }
+    if (m_command == "tree" || m_command == "tree-json") {
+      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json")) PrintLine(line);
+      return Finish(0);
+    }
+    m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    m_host.reset(new kwhost::ManagerHost((AgentFolder() + L"kwQtWrappers.dll").c_str()));
+    if (!m_host->ready()) {
+      PrintLine("kwscript: the agent cannot load kwQtWrappers.dll beside it");
+      return Finish(kCannotRun);
+    }
+    m_context.manager = m_host->manager();
+    m_app.reset(new kwscript::CAppObject(&m_context));
+    auto* runner = new kwscript::ScriptRunner(m_path.toStdWString(), m_code.toStdWString(), m_app.get(),
+                                              [this](bool succeeded) { Finish(succeeded ? 0 : 1); });
+    runner->setParent(this);
+    runner->Start();
+  }
+
+  QByteArray m_command;
+  QString m_path, m_code;
+  HANDLE m_scriptDone, m_finished;
+  int* m_status;
+  bool m_comStarted = false;
+  int m_cleanupTimer = 0;
+  kwscript::ScriptContext m_context;
+  std::unique_ptr<kwhost::ManagerHost> m_host;
+  std::unique_ptr<kwscript::CAppObject> m_app;
+};
+
+}  // namespace
+
+extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
+  HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
+  if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
+  QByteArray command, path, code;
+  if (!kwscript::ReadMessage(pipe, &command) || !kwscript::ReadMessage(pipe, &path) ||
+      !kwscript::ReadMessage(pipe, &code)) {
+    CloseHandle(pipe);
+    return kCannotRun;
+  }
+  const std::wstring mutexName = L"Local\\kwagent-" + std::to_wstring(GetCurrentProcessId());
+  HANDLE attached = CreateMutexW(nullptr, FALSE, mutexName.c_str());
+  if (attached == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
+    kwscript::WriteMessage(pipe, "out kwscript: another script is attached to this application already");
+    kwscript::WriteMessage(pipe, "end " + QByteArray::number(kAlreadyAttached));
+    if (attached != nullptr) CloseHandle(attached);
+    CloseHandle(pipe);
+    return kAlreadyAttached;
+  }
+  kwscript::SetOutputSink(&SendLine, pipe);
+  QCoreApplication* application = QCoreApplication::instance();
+  int status = kCannotRun;
+  if (application == nullptr) {
+    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", pipe);
+  } else {
+    auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code), &status);
+    const HANDLE scriptDone = request->scriptDone(), finished = request->finished();
+    request->moveToThread(application->thread());
+    QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
+    WaitForSingleObject(scriptDone, INFINITE);
+    kwscript::SetOutputSink(nullptr, nullptr);
+    kwscript::WriteMessage(pipe, "end " + QByteArray::number(status));
+    WaitForSingleObject(finished, INFINITE);  // the request is gone, the library unloaded
+    CloseHandle(scriptDone);
+    CloseHandle(finished);
+  }
+  kwscript::SetOutputSink(nullptr, nullptr);
+  CloseHandle(pipe);
+  CloseHandle(attached);
+  return static_cast<DWORD>(status);
+}
