@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
-# Runs a JScript (.js) or VBScript (.vbs) file with kwscript against its demo
-# form, under Wine on a virtual display. Builds what is missing first.
-#   ./scripts/script.sh FILE        run a script
-#   ./scripts/script.sh --members TYPE   what a script can call on a TYPE object
+# Runs a JScript (.js) or VBScript (.vbs) file with kwscript under Wine.
+# Builds what is missing first.
+#   ./scripts/script.sh FILE                        against kwscript's demo form
+#   ./scripts/script.sh --launch APP.exe [ARGS...] [--keep] -- FILE
+#                                                   starts APP (on a virtual display
+#                                                   when none is set), runs FILE in it,
+#                                                   ends APP afterwards unless --keep
+#   ./scripts/script.sh --attach PID|IMAGE.exe FILE inside a running application of
+#                                                   the Wine prefix $WINEPREFIX
+#   ./scripts/script.sh --tree [--json] (--launch APP.exe [ARGS...] | --attach PID|IMAGE.exe)
+#   ./scripts/script.sh --members TYPE              what a script can call on a TYPE object
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { echo "usage: $0 FILE.js|FILE.vbs | --members TYPE" >&2; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
@@ -13,6 +20,22 @@ if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
   exit 2
 fi
 cmake --build "$build" --target kwscript >/dev/null
-args=("$@")
-[[ ${args[0]} == --members ]] || args[0]=$(cd "$(dirname "${args[0]}")" && pwd)/$(basename "${args[0]}")
-KW_WINE_ROOT="$build/wine" exec "$root/cmake/wine-run.sh" --prefix script --display "$build/bin/kwscript.exe" "${args[@]}"
+
+# Files named on the command line reach kwscript as Windows paths (Wine's Z: drive).
+args=()
+attach=
+for arg in "$@"; do
+  [[ $arg == --attach ]] && attach=1
+  if [[ -f $arg ]]; then
+    arg="Z:$(cd "$(dirname "$arg")" && pwd)/$(basename "$arg")"
+    arg=${arg//\//\\}
+  fi
+  args+=("$arg")
+done
+# Attaching needs the application's own Wine prefix (one wineserver for both).
+if [[ -n $attach && -n ${WINEPREFIX:-} ]]; then
+  export WINEDEBUG=${WINEDEBUG:--all}
+  exec "$(command -v wine64 || command -v wine)" "$build/bin/kwscript.exe" "${args[@]}"
+fi
+KW_WINE_ROOT="$build/wine" exec "$root/cmake/wine-run.sh" --prefix script --display-if-none \
+  "$build/bin/kwscript.exe" "${args[@]}"

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Drives Qt's own example applications from outside with kwscript: one
+# scenario per run, every process of it in one Wine prefix and on one virtual
+# display.
+#   attach_test.sh <scenario> <kwscript bin folder> <applications folder>
+# A scenario passes when each step exits with the status it names and prints
+# what it must (and nothing it must not).
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+scenario=$1 bin=$2 apps=$3
+if [[ -z ${DISPLAY:-} ]]; then exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"; fi
+
+export KW_WINE_ROOT=$bin/../wine
+windows() { local path=Z:$1; echo "${path//\//\\}"; }
+fail=0
+log=$(mktemp); trap 'rm -f "$log"' EXIT
+# step <expected status> <pattern that must appear|-> [!<pattern that must not>] -- kwscript arguments...
+step() {
+  local want=$1 must=$2 mustnot=
+  shift 2
+  [[ $1 == !* ]] && { mustnot=${1#!}; shift; }
+  shift  # --
+  # Into a file, not a pipe: an application launched with --keep inherits
+  # the output handles and holds a pipe open for as long as it runs.
+  "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$bin/kwscript.exe" "$@" >"$log" 2>&1
+  local status=$?
+  output=$(grep -v '^X connection' "$log")
+  echo "\$ kwscript $*"; echo "$output"
+  [[ $status -eq $want ]] || { echo "FAIL: exit status $status, expected $want"; fail=1; }
+  [[ $must == - ]] || grep -qE -- "$must" <<<"$output" || { echo "FAIL: no line matches: $must"; fail=1; }
+  [[ -z $mustnot ]] || ! grep -qE -- "$mustnot" <<<"$output" || { echo "FAIL: a line matches: $mustnot"; fail=1; }
+}
+pid_of_kept() { sed -n 's/.*keeps running as process \([0-9]*\).*/\1/p' <<<"$output"; }
+calculator=$(windows "$apps/calculator.exe")
+script() { windows "$here/$1"; }
+
+case $scenario in
+  calculator)
+    # 12 x 7 by button clicks; the display read back through the object
+    # tree by a second attach; then a third attach closes the application.
+    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../examples/calculator.js")"
+    pid=$(pid_of_kept)
+    step 0 'QLineEdit text="84"' -- --tree --attach "$pid"
+    step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
+    sleep 2
+    step 5 "no process matches \"$pid\"" -- --attach "$pid" "$(script close_app.js)"
+    ;;
+  modal_dialog)
+    step 0 "the label reads 42%" -- --launch "$(windows "$apps/standarddialogs.exe")" -- "$(script modal_dialog.vbs)"
+    grep -q "modal dialogs left: True" <<<"$output" || { echo "FAIL: a modal dialog is left"; fail=1; }
+    ;;
+  faults)
+    step 5 'no process matches "999999"' -- --attach 999999 "$(script close_app.js)"
+    step 5 "is not a Qt 4.8 application" -- --launch 'C:\windows\notepad.exe' -- "$(script close_app.js)"
+    step 5 'no process matches "notepad.exe"' -- --attach notepad.exe "$(script close_app.js)"
+    step 5 "built by a compiler whose C\+\+ ABI differs" -- --launch "$(windows "$bin/fakeqt/kwfakeqtapp.exe")" -- "$(script close_app.js)"
+    step 4 "the application ended during the script" '!not reached' -- --launch "$calculator" -- "$(script ends_app.js)"
+    # A script error and a selector mistake: reported with their place, and
+    # the application answers the next attach.
+    step 1 'bad_selector\.js:2:1: .*character 13: expected a value in double quotes' -- \
+      --launch "$calculator" --keep -- "$(script bad_selector.js)"
+    pid=$(pid_of_kept)
+    # Attaching while a script runs there: refused, the first one unharmed.
+    "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$bin/kwscript.exe" \
+      --attach "$pid" "$(script slow.js)" >"${TMPDIR:-/tmp}/kw_slow_$$.txt" 2>&1 &
+    slow=$!
+    sleep 2
+    step 3 "another script is attached to this application already" -- --attach "$pid" "$(script close_app.js)"
+    wait $slow; status=$?
+    grep -q "slow script done" "${TMPDIR:-/tmp}/kw_slow_$$.txt" && [[ $status -eq 0 ]] ||
+      { echo "FAIL: the first script did not end well ($status)"; cat "${TMPDIR:-/tmp}/kw_slow_$$.txt"; fail=1; }
+    rm -f "${TMPDIR:-/tmp}/kw_slow_$$.txt"
+    step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
+    ;;
+  *) echo "unknown scenario $scenario"; exit 2 ;;
+esac
+[[ $fail -eq 0 ]] && echo "scenario $scenario passed"
+exit $fail

@@ -1,0 +1,2 @@
+// A selector whose value lacks its quotes.
+app.query('Button[text=7]');
