@@ -1,10 +1,12 @@
 // The conversation between kwscript and its agent inside an application,
 // over a named pipe: messages of a 4-byte length (little-endian) and that
 // many bytes of UTF-8.
-//   kwscript -> agent: the command ("run", "tree" or "tree-json"), the
-//                      script's file name, then its text
+//   kwscript -> agent: the command ("run", "tree", "tree-json" or
+//                      "publish"), the script's file name, then its text
 //   agent -> kwscript: "out " and a line of output, any number of times,
 //                      then "end " and the exit status
+// A publishing agent sends "pub" once its object is registered and waits
+// for kwscript's "stop" (or a broken pipe) before it unpublishes and ends.
 #pragma once
 
 #include <windows.h>

@@ -235,6 +235,15 @@ bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE
   return connected;
 }
 
+// Returns once kwscript's standard input ends (or breaks).
+void WaitForInputToEnd() {
+  const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+  char buffer[256];
+  DWORD read = 0;
+  while (ReadFile(input, buffer, sizeof buffer, &read, nullptr) && read > 0) {
+  }
+}
+
 // Sends the request and prints the agent's output; the exit status.
 int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
   if (!WriteMessage(pipe, request.command.toUtf8()) || !WriteMessage(pipe, request.scriptPath.toUtf8()) ||
@@ -246,6 +255,9 @@ int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
     if (message.startsWith("out ")) {
       std::printf("%s\n", message.constData() + 4);
       std::fflush(stdout);
+    } else if (message == "pub") {
+      WaitForInputToEnd();
+      WriteMessage(pipe, "stop");
     } else if (message.startsWith("end ")) {
       return message.mid(4).toInt();
     }

@@ -11,7 +11,7 @@ namespace kwscript {
 
 // What to do inside the application.
 struct AgentRequestText {
-  QString command;     // "run", "tree" or "tree-json"
+  QString command;     // "run", "tree", "tree-json" or "publish"
   QString scriptPath;  // shown in error reports; its ending chooses the engine
   QString scriptText;
 };

@@ -131,6 +131,7 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exposer(exposer), m_context(context) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
+  m_context->facades.insert(this);
   for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
 }
@@ -138,6 +139,17 @@ CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exp
 CScriptObject::~CScriptObject() {
   m_exposer->Release();
   InterlockedDecrement(&m_context->liveObjects);
+  m_context->facades.erase(this);
+}
+
+void DisconnectFacades(ScriptContext* context) {
+  // A disconnection may delete the facade, so each is held while it is cut.
+  const std::vector<IDispatch*> facades(context->facades.begin(), context->facades.end());
+  for (IDispatch* facade : facades) facade->AddRef();
+  for (IDispatch* facade : facades) {
+    CoDisconnectObject(facade, 0);
+    facade->Release();
+  }
 }
 
 IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context) {

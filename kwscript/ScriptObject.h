@@ -11,6 +11,7 @@
 #include <oaidl.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,11 +21,18 @@
 namespace kwscript {
 
 // What every facade of one run shares: the wrappers manager (for the
-// QString objects made from script strings) and a count of live facades.
+// QString objects made from script strings) and the live facades (all made
+// and released on the GUI thread).
 struct ScriptContext {
   IWrappersManager* manager = nullptr;
   volatile LONG liveObjects = 0;
+  std::set<IDispatch*> facades;
 };
+
+// Cuts every remote client off the facades of `context` (their next call
+// answers RPC_E_DISCONNECTED), which releases the references their stubs
+// held. Called before the library behind the facades is unloaded.
+void DisconnectFacades(ScriptContext* context);
 
 class CScriptObject final : public IDispatch {
  public:

@@ -6,6 +6,11 @@
 //   kwscript --attach PID|IMAGE FILE       inside a running application
 //   kwscript --tree [--json] (--launch APP [ARGS...] | --attach PID|IMAGE)
 //                                          prints the application's object tree
+//   kwscript --publish (--launch APP [ARGS...] | --attach PID|IMAGE)
+//                                          registers the application's "app"
+//                                          object for other processes (VBScript's
+//                                          GetObject, the Running Object Table)
+//                                          until kwscript's input ends
 //   kwscript --members TYPE                what a script can call on a TYPE object
 // The exit status is 0 when the script succeeded, 1 when it failed; the
 // attach modes' own statuses are in Attach.h.
@@ -82,6 +87,7 @@ const char kUsage[] =
     "       kwscript --launch APP.exe [ARGS...] [--keep] -- FILE\n"
     "       kwscript --attach PID|IMAGE.exe FILE\n"
     "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
+    "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --members TYPE\n";
 
 // Runs FILE against the demo form, the script on a fiber of the GUI thread.
@@ -162,6 +168,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
   const QString mode = args.value(0);
   if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", ""}, true);
+  if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", ""}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
     return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", ""}, false);

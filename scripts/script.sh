@@ -9,10 +9,15 @@
 #   ./scripts/script.sh --attach PID|IMAGE.exe FILE inside a running application of
 #                                                   the Wine prefix $WINEPREFIX
 #   ./scripts/script.sh --tree [--json] (--launch APP.exe [ARGS...] | --attach PID|IMAGE.exe)
+#   ./scripts/script.sh --publish (--launch APP.exe [ARGS...] | --attach PID|IMAGE.exe)
+#                                                   registers the application's "app" object
+#                                                   as "kwQtWrappers.<pid>" for VBScript's
+#                                                   GetObject and the Running Object Table,
+#                                                   until this command's input ends
 #   ./scripts/script.sh --members TYPE              what a script can call on a TYPE object
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,17p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then

@@ -6,7 +6,12 @@
 // application's GUI thread, where the script runs with the same "app" object
 // as in kwscript's own form. What the script prints and its exit status go
 // back through the pipe. The agent stays loaded; kwQtWrappers.dll is loaded
-// for one script and unloaded after it.
+// for one request and unloaded after it.
+// The "publish" request runs no script: it registers the "app" object in
+// the Running Object Table under the name PublishedName gives, for clients
+// in other processes, until kwscript says "stop" or goes away. Then every
+// object handed out is disconnected (clients get RPC_E_DISCONNECTED) before
+// the library is unloaded; the application runs on.
 #include <windows.h>
 
 #include <QtCore/QCoreApplication>
@@ -16,8 +21,11 @@
 #include <QtCore/QTimerEvent>
 #include <QtGui/QApplication>
 
+#include <objbase.h>
+
 #include <memory>
 
+#include "host/HostSupport.h"
 #include "host/ManagerHost.h"
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
@@ -46,6 +54,33 @@ std::wstring AgentFolder() {
   return folder.substr(0, folder.find_last_of(L"\\/") + 1);
 }
 
+// The name the "app" object of a publishing agent is registered under, as a
+// file moniker: what VBScript's GetObject and MkParseDisplayName resolve.
+std::wstring PublishedName(DWORD pid) { return L"kwQtWrappers." + std::to_wstring(pid); }
+
+// An object no client ever reaches, marshalled once from the GUI thread and
+// never released: Wine unregisters IDispatch's RPC interface from an
+// apartment with its last stub, and a client would then get
+// RPC_S_UNKNOWN_IF, not RPC_E_DISCONNECTED, for the objects it still holds
+// after the publication ends.
+class DispatchAnchor final : public kwhost::HostObject<IDispatch> {
+ public:
+  DispatchAnchor() : HostObject(IID_IDispatch) {}
+  STDMETHOD(GetTypeInfoCount)(UINT*) override { return E_NOTIMPL; }
+  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  STDMETHOD(GetIDsOfNames)(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  STDMETHOD(Invoke)(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
+    return E_NOTIMPL;
+  }
+};
+
+void AnchorDispatchInterface() {
+  static DispatchAnchor anchor;
+  static IStream* stream = nullptr;
+  if (stream != nullptr || FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &stream))) return;
+  CoMarshalInterface(stream, IID_IDispatch, &anchor, MSHCTX_LOCAL, nullptr, MSHLFLAGS_TABLESTRONG);
+}
+
 // Why the application's Qt cannot be driven, or empty when it can: it must
 // be a Qt 4.8 with a QApplication (the library calls QtCore and QtGui 4.8).
 QString QtRefusal() {
@@ -63,6 +98,7 @@ QString QtRefusal() {
 class AgentRequest : public QObject {
  public:
   static const QEvent::Type kStart = static_cast<QEvent::Type>(QEvent::User + 0x4B41);
+  static const QEvent::Type kStopPublishing = static_cast<QEvent::Type>(QEvent::User + 0x4B42);
 
   // `status` receives the exit status before `scriptDone` is set.
   AgentRequest(QByteArray command, QString path, QString code, int* status)
@@ -76,9 +112,15 @@ class AgentRequest : public QObject {
   HANDLE finished() const { return m_finished; }
 
   bool event(QEvent* event) override {
-    if (event->type() != kStart) return QObject::event(event);
-    Start();
-    return true;
+    if (event->type() == kStart) {
+      Start();
+      return true;
+    }
+    if (event->type() == kStopPublishing) {
+      StopPublishing();
+      return true;
+    }
+    return QObject::event(event);
   }
 
  protected:
@@ -117,13 +159,54 @@ class AgentRequest : public QObject {
     }
     m_context.manager = m_host->manager();
     m_app.reset(new kwscript::CAppObject(&m_context));
+    if (m_command == "publish") return Publish();
     auto* runner = new kwscript::ScriptRunner(m_path.toStdWString(), m_code.toStdWString(), m_app.get(),
                                               [this](bool succeeded) { Finish(succeeded ? 0 : 1); });
     runner->setParent(this);
     runner->Start();
   }
 
+  // Registers the app object in the Running Object Table; the status is 0
+  // once it is there.
+  void Publish() {
+    const std::wstring name = PublishedName(GetCurrentProcessId());
+    AnchorDispatchInterface();
+    IRunningObjectTable* table = nullptr;
+    IMoniker* moniker = nullptr;
+    HRESULT hr = GetRunningObjectTable(0, &table);
+    if (SUCCEEDED(hr)) hr = CreateFileMoniker(name.c_str(), &moniker);
+    if (SUCCEEDED(hr)) hr = table->Register(ROTFLAGS_REGISTRATIONKEEPSALIVE, m_app.get(), moniker, &m_registration);
+    if (moniker != nullptr) moniker->Release();
+    if (table != nullptr) table->Release();
+    if (FAILED(hr)) {
+      PrintLine(QString("kwscript: cannot publish the application's objects (HRESULT 0x%1)").arg(ulong(hr), 8, 16, QChar('0')));
+      return Finish(kCannotRun);
+    }
+    PrintLine(QString("published as \"%1\": GetObject(\"%1\") in VBScript, or that file moniker in the "
+                      "Running Object Table; until kwscript's input ends").arg(QString::fromStdWString(name)));
+    m_published = true;
+    *m_status = 0;
+    SetEvent(m_scriptDone);
+  }
+
+  // Takes the app object out of the table and cuts every client off what it
+  // holds, then unloads the library as after a script.
+  void StopPublishing() {
+    if (!m_published) return;
+    m_published = false;
+    IRunningObjectTable* table = nullptr;
+    if (SUCCEEDED(GetRunningObjectTable(0, &table))) {
+      table->Revoke(m_registration);
+      table->Release();
+    }
+    kwscript::DisconnectFacades(&m_context);
+    CoDisconnectObject(m_app.get(), 0);
+    m_cleanupTimer = startTimer(50);
+  }
+
   QByteArray m_command;
+  bool m_published = false;
+  DWORD m_registration = 0;
   QString m_path, m_code;
   HANDLE m_scriptDone, m_finished;
   int* m_status;
@@ -166,6 +249,16 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     request->moveToThread(application->thread());
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
     WaitForSingleObject(scriptDone, INFINITE);
+    if (command == "publish" && status == 0) {
+      // Published: kwscript writes "stop", or the pipe breaks when it ends.
+      // It reads nothing meanwhile, so what clients print stays here.
+      kwscript::SetOutputSink(nullptr, nullptr);
+      kwscript::WriteMessage(pipe, "pub");
+      QByteArray stop;
+      kwscript::ReadMessage(pipe, &stop);
+      QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
+      WaitForSingleObject(finished, INFINITE);  // every client cut off, the library unloaded
+    }
     kwscript::SetOutputSink(nullptr, nullptr);
     kwscript::WriteMessage(pipe, "end " + QByteArray::number(status));
     WaitForSingleObject(finished, INFINITE);  // the request is gone, the library unloaded

@@ -72,6 +72,37 @@ case $scenario in
     rm -f "${TMPDIR:-/tmp}/kw_slow_$$.txt"
     step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
     ;;
+  remote_clients)
+    # Published for other processes: a VBScript run by cscript and a C++
+    # client of the Running Object Table call in; when the publication ends,
+    # the C++ client's objects answer RPC_E_DISCONNECTED and the
+    # application answers the next attach.
+    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../examples/calculator.js")"
+    pid=$(pid_of_kept)
+    work=$(mktemp -d); trap 'rm -rf "$work" "$log"' EXIT
+    mkfifo "$work/publish.in" "$work/client.in"
+    run() { "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$@"; }
+    run "$bin/kwscript.exe" --publish --attach "$pid" <"$work/publish.in" >"$work/publish.txt" 2>&1 &
+    publisher=$!
+    exec 7>"$work/publish.in"
+    await() { for _ in $(seq 100); do grep -q "$2" "$1" && return 0; sleep 0.2; done; echo "FAIL: no \"$2\" in $1"; cat "$1"; fail=1; }
+    await "$work/publish.txt" "published as \"kwQtWrappers.$pid\""
+    run cscript.exe //nologo "$(windows "$here/remote_client.vbs")" "$pid" >"$work/vbs.txt" 2>&1 7>&-
+    cat "$work/vbs.txt"
+    grep -q "remote display: 9" "$work/vbs.txt" || { echo "FAIL: the VBScript client did not read 9"; fail=1; }
+    # (Without 7>&- the client would hold kwscript's input open itself.)
+    run "$bin/kwrotclient.exe" "kwQtWrappers.$pid" <"$work/client.in" >"$work/client.txt" 2>&1 7>&- &
+    client=$!
+    exec 8>"$work/client.in"
+    await "$work/client.txt" "holding the objects"
+    exec 7>&-  # the publication ends with kwscript's input
+    wait $publisher || { echo "FAIL: kwscript --publish ended with $?"; fail=1; }
+    exec 8>&-
+    wait $client || { echo "FAIL: the C++ client's objects were not disconnected"; fail=1; }
+    cat "$work/publish.txt" "$work/client.txt"
+    grep -q 'display: "9"' "$work/client.txt" || { echo "FAIL: the C++ client did not read 9"; fail=1; }
+    step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
+    ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac
 [[ $fail -eq 0 ]] && echo "scenario $scenario passed"
