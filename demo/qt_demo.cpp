@@ -5,6 +5,7 @@
 #include <windows.h>
 #include <oaidl.h>
 
+#include <QtCore/QElapsedTimer>
 #include <QtGui/QApplication>
 #include <QtGui/QBoxLayout>
 #include <QtGui/QCheckBox>
@@ -48,8 +49,13 @@ QByteArray TextOf(const Result& result) {
   return text != nullptr ? text->toUtf8() : QByteArray("<none>");
 }
 
+// Saves the window once pending repaints are done and the style has
+// finished animating state changes (the Vista style ticks a check box over
+// a few hundred milliseconds; a grab before that shows it unticked).
 void Save(QWidget* window, const char* file) {
-  QApplication::processEvents();
+  QElapsedTimer clock;
+  clock.start();
+  while (clock.elapsed() < 400) QApplication::processEvents(QEventLoop::AllEvents, 50);
   bool saved = QPixmap::grabWidget(window).save(file, "PNG");
   std::printf("  window saved as %s%s\n", file, saved ? "" : " (FAILED)");
 }

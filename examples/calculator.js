@@ -1,9 +1,12 @@
 // Qt's calculator example, driven from outside: 12 x 7 by pressing the
-// buttons found by their texts (they have no object names), then the display.
+// buttons found by their texts (they have no object names), then the display,
+// with a picture of the window before and after.
 //   ./scripts/script.sh --launch ../shared/qt48-apps/calculator.exe -- examples/calculator.js
 function press(text) {
   app.query('Button[text="' + text + '"]').QAbstractButton_click();
 }
+var window = app.query("Calculator");
+var before = app.grab(window, "calculator_before.png");
 press("1");
 press("2");
 press("\u00d7");
@@ -11,3 +14,5 @@ press("7");
 press("=");
 var display = app.query("Calculator > QLineEdit");
 app.echo("12 \u00d7 7 =", app.text(display.QLineEdit_text()));
+var after = app.grab(window, "calculator_after.png");
+app.echo("pictures:", before, after);

@@ -2,7 +2,8 @@
 // over a named pipe: messages of a 4-byte length (little-endian) and that
 // many bytes of UTF-8.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
-//                      "publish"), the script's file name, then its text
+//                      "publish"), the script's file name, its text, then
+//                      the folder kwscript runs in
 //   agent -> kwscript: "out " and a line of output, any number of times,
 //                      then "end " and the exit status
 // A publishing agent sends "pub" once its object is registered and waits

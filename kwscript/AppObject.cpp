@@ -4,12 +4,15 @@
 #include "kwscript/Output.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QEvent>
 #include <QtCore/QString>
 #include <QtGui/QApplication>
+#include <QtGui/QPixmap>
 #include <QtGui/QWidget>
 
+#include <algorithm>
 #include <vector>
 
 #include "kwscript/ObjectList.h"
@@ -22,7 +25,8 @@ namespace {
 
 const wchar_t* const kMethods[] = {L"find",         L"str",         L"text",      L"isNull",  L"processEvents",
                                    L"echo",         L"query",       L"queryAll",  L"waitFor", L"activeModal",
-                                   L"activeWindow", L"focusWidget", L"topLevels", L"post"};
+                                   L"activeWindow", L"focusWidget", L"topLevels", L"post",
+                                   L"grab"};
 enum Method {
   kFind = 1,
   kStr,
@@ -38,7 +42,8 @@ enum Method {
   kFocusWidget,
   kTopLevels,
   kPost,
-  kLastMethod = kPost
+  kGrab,
+  kLastMethod = kGrab
 };
 
 // A failure a script can catch, with its description (e.message in JScript,
@@ -140,17 +145,25 @@ void ReturnObject(VARIANT* result, IDispatch* object) {
   V_DISPATCH(result) = object;  // null: null in JScript, Nothing in VBScript
 }
 
-// The text behind a QString, QByteArray or QLatin1String object of this host.
-HRESULT TextOfObject(const VARIANT* arg, QString* text) {
+// The instance behind an object of this script, with the interfaces its
+// wrapper composes (its own class last); null for anything else.
+void* InstanceBehind(const VARIANT* arg, std::vector<std::wstring>* composed) {
   IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
-  if (exposer == nullptr) return DISP_E_TYPEMISMATCH;
+  if (exposer == nullptr) return nullptr;
   IkwInstanceProxy* proxy = nullptr;
   void* instance = nullptr;
   if (SUCCEEDED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) {
     proxy->GetInstance(&instance);
     proxy->Release();
   }
-  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
+  *composed = kwhost::ComposedInterfaces(exposer);
+  return instance;
+}
+
+// The text behind a QString, QByteArray or QLatin1String object of this host.
+HRESULT TextOfObject(const VARIANT* arg, QString* text) {
+  std::vector<std::wstring> composed;
+  void* instance = InstanceBehind(arg, &composed);
   const std::wstring own = composed.empty() ? L"" : composed.back();
   if (instance == nullptr) return DISP_E_TYPEMISMATCH;
   if (own == L"Iwrp_QString")
@@ -162,6 +175,18 @@ HRESULT TextOfObject(const VARIANT* arg, QString* text) {
   else
     return DISP_E_TYPEMISMATCH;
   return S_OK;
+}
+
+// The widget behind an object of this script, or null. A wrapper composes
+// QWidget's interface for every class derived from it, and such a class
+// has its QWidget part (and in it the QObject part) first, at the
+// instance's own address.
+QWidget* WidgetOf(const VARIANT* arg) {
+  std::vector<std::wstring> composed;
+  void* instance = InstanceBehind(arg, &composed);
+  if (instance == nullptr || std::find(composed.begin(), composed.end(), L"Iwrp_QWidget") == composed.end())
+    return nullptr;
+  return qobject_cast<QWidget*>(static_cast<QObject*>(instance));
 }
 
 }  // namespace
@@ -253,6 +278,27 @@ HRESULT CAppObject::Post(DISPPARAMS* params, EXCEPINFO* exception) {
   return S_OK;
 }
 
+HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception) {
+  const VARIANT* file = Argument(params, 1);
+  if (file == nullptr) return DISP_E_BADPARAMCOUNT;
+  QWidget* widget = WidgetOf(Argument(params, 0));
+  if (widget == nullptr)
+    return Refuse(exception, DISP_E_TYPEMISMATCH, "app.grab: the first argument must be a widget of this script");
+  // Pending repaints first, and the time the style takes to animate a state
+  // change (a check box ticking over under the Vista style), so the picture
+  // shows the state Qt reports.
+  constexpr int kSettleMs = 400;
+  QElapsedTimer clock;
+  clock.start();
+  do ScriptRunner::YieldToEventLoop();
+  while (clock.elapsed() < kSettleMs);
+  const QString path = QDir(m_context->folder).absoluteFilePath(TextOfVariant(file));
+  if (!QPixmap::grabWidget(widget).save(path))
+    return Refuse(exception, E_FAIL, "app.grab: cannot write " + QDir::toNativeSeparators(path));
+  ReturnText(result, QDir::toNativeSeparators(path));
+  return S_OK;
+}
+
 // A list of the top-level widgets.
 static IDispatch* TopLevels(CAppObject* app) {
   std::vector<IDispatch*> objects;
@@ -328,6 +374,8 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return S_OK;
     case kPost:
       return Post(params, exception);
+    case kGrab:
+      return Grab(params, result, exception);
     case kEcho: {
       QStringList parts;
       for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << TextOfVariant(Argument(params, i));

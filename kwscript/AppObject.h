@@ -9,6 +9,10 @@
 //   app.topLevels()     the top-level widgets, as a list
 //   app.post(object, member, args...)  calls the member from the event loop
 //                       and returns at once (for a call that opens a modal dialog)
+//   app.grab(widget, file)  saves what the widget shows, once pending paints
+//                       and style animations are done, as an image (PNG for
+//                       ".png"); a relative path is taken from the folder
+//                       kwscript was started in; gives the full path
 //   app.str(text)       a new QString object
 //   app.text(object)    the text of a QString, QByteArray or QLatin1String object
 //   app.isNull(value)   true for null, Nothing, empty or an object over nothing
@@ -57,6 +61,7 @@ class CAppObject final : public kwhost::HostObject<IDispatch> {
  private:
   HRESULT Query(const VARIANT* selector, bool all, int waitMs, VARIANT* result, EXCEPINFO* exception);
   HRESULT Post(DISPPARAMS* params, EXCEPINFO* exception);
+  HRESULT Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception);
 
   ScriptContext* m_context;
   QObject* m_calls = nullptr;  // receives the posted calls on the GUI thread

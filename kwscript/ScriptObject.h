@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include <QtCore/QString>
+
 #include "kwscript/MemberTable.h"
 #include "com/Interfaces.h"
 
@@ -25,6 +27,7 @@ namespace kwscript {
 // and released on the GUI thread).
 struct ScriptContext {
   IWrappersManager* manager = nullptr;
+  QString folder;  // where relative paths of the script lead: kwscript's own folder
   volatile LONG liveObjects = 0;
   std::set<IDispatch*> facades;
 };

@@ -16,6 +16,7 @@
 // attach modes' own statuses are in Attach.h.
 #include <windows.h>
 
+#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QTimer>
 #include <QtGui/QApplication>
@@ -102,6 +103,7 @@ int RunOnDemoForm(QApplication& application, const QString& path) {
   QApplication::processEvents();
   kwscript::ScriptContext context;
   context.manager = host.manager();
+  context.folder = QDir::currentPath();
   bool succeeded = false;
   {
     std::wstring code;

@@ -101,8 +101,9 @@ class AgentRequest : public QObject {
   static const QEvent::Type kStopPublishing = static_cast<QEvent::Type>(QEvent::User + 0x4B42);
 
   // `status` receives the exit status before `scriptDone` is set.
-  AgentRequest(QByteArray command, QString path, QString code, int* status)
+  AgentRequest(QByteArray command, QString path, QString code, QString folder, int* status)
       : m_command(std::move(command)), m_path(std::move(path)), m_code(std::move(code)), m_status(status) {
+    m_context.folder = std::move(folder);
     m_scriptDone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     m_finished = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   }
@@ -223,9 +224,9 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                             OPEN_EXISTING, 0, nullptr);
   if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
-  QByteArray command, path, code;
+  QByteArray command, path, code, folder;
   if (!kwscript::ReadMessage(pipe, &command) || !kwscript::ReadMessage(pipe, &path) ||
-      !kwscript::ReadMessage(pipe, &code)) {
+      !kwscript::ReadMessage(pipe, &code) || !kwscript::ReadMessage(pipe, &folder)) {
     CloseHandle(pipe);
     return kCannotRun;
   }
@@ -244,7 +245,8 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   if (application == nullptr) {
     SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", pipe);
   } else {
-    auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code), &status);
+    auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
+                                     QString::fromUtf8(folder), &status);
     const HANDLE scriptDone = request->scriptDone(), finished = request->finished();
     request->moveToThread(application->thread());
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));

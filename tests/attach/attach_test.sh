@@ -38,8 +38,12 @@ case $scenario in
   calculator)
     # 12 x 7 by button clicks; the display read back through the object
     # tree by a second attach; then a third attach closes the application.
+    rm -f calculator_before.png calculator_after.png
     step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../examples/calculator.js")"
     pid=$(pid_of_kept)
+    # Its pictures land in the folder kwscript started in, and differ.
+    [[ -s calculator_before.png && -s calculator_after.png ]] || { echo "FAIL: no pictures in $PWD"; fail=1; }
+    ! cmp -s calculator_before.png calculator_after.png || { echo "FAIL: the pictures are the same"; fail=1; }
     step 0 'QLineEdit text="84"' -- --tree --attach "$pid"
     step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
     sleep 2
