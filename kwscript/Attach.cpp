@@ -6,6 +6,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
 #include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegExp>
 
@@ -235,6 +236,25 @@ bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE
   return connected;
 }
 
+// With KWSCRIPT_TIMING set, the time from starting the application
+// (--launch) or from loading the agent (--attach) to the script's first
+// output is printed on standard error, for the benchmarks.
+QElapsedTimer g_clock;
+const char* g_clockFrom = nullptr;
+
+void StartClock(const char* from) {
+  if (g_clockFrom != nullptr) return;
+  g_clockFrom = from;
+  g_clock.start();
+}
+
+void ReportFirstOutput() {
+  if (g_clockFrom == nullptr || *g_clockFrom == '\0' || qgetenv("KWSCRIPT_TIMING").isEmpty()) return;
+  std::fprintf(stderr, "kwscript: timing: %lld ms from %s to the script's first output\n",
+               static_cast<long long>(g_clock.elapsed()), g_clockFrom);
+  g_clockFrom = "";
+}
+
 // Returns once kwscript's standard input ends (or breaks).
 void WaitForInputToEnd() {
   const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
@@ -253,6 +273,7 @@ int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
   }
   for (QByteArray message; ReadMessage(pipe, &message);) {
     if (message.startsWith("out ")) {
+      ReportFirstOutput();
       std::printf("%s\n", message.constData() + 4);
       std::fflush(stdout);
     } else if (message == "pub") {
@@ -285,6 +306,7 @@ int RunIn(DWORD pid, HANDLE process, const AgentRequestText& request) {
     Say(QString("cannot make the pipe to the agent (error %1)").arg(GetLastError()));
     return kAttachFailed;
   }
+  StartClock("loading the agent");
   Handle runner(StartAgent(pid, process, pipeName));
   if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), process)) return kAttachFailed;
   return Converse(pipe.get(), process, request);
@@ -356,6 +378,7 @@ int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep
   QString commandLine = Quoted(QDir::toNativeSeparators(program));
   foreach (const QString& argument, arguments) commandLine += ' ' + Quoted(argument);
   std::wstring mutableLine = commandLine.toStdWString();
+  StartClock("starting the application");
   std::vector<wchar_t> environment = EnvironmentWithOwnFolderOnPath();
   const std::wstring folder = QDir::toNativeSeparators(QFileInfo(program).absolutePath()).toStdWString();
   STARTUPINFOW startup{};

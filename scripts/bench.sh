@@ -3,7 +3,9 @@
 # application and the type-name chains, then, with a Qt 4.8 SDK, the one on
 # real Qt objects (on a virtual display, in a Wine prefix of its own). Each
 # prints its figures as ratios of medians measured side by side in one
-# process, and a summary. Not a test: nothing here passes or fails on time.
+# process, and a summary; last, with Qt's example applications, what
+# driving one from outside costs (bench/attach_bench.sh). Not a test:
+# nothing here passes or fails on time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/ensure-packages.sh"
@@ -22,4 +24,13 @@ if [[ -n $qt ]]; then
   "$root/cmake/wine-run.sh" --prefix bench_qt --display "$build/bin/kwqt_bench.exe"
 else
   echo "The Qt benchmark was SKIPPED: no Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)"
+fi
+echo
+apps=$(sed -n 's/^KW_QT_APPS:PATH=//p' "$build/CMakeCache.txt")
+if [[ -n $qt && -f $apps/calculator.exe ]]; then
+  echo "Driving Qt's calculator example from outside:"
+  cmake --build "$build" --target kwscript kwrotclient
+  "$root/bench/attach_bench.sh" "$build/bin" "$apps/calculator.exe" "$root/bench"
+else
+  echo "The attach benchmark was SKIPPED: it needs a Qt 4.8 SDK and Qt's example applications"
 fi
