@@ -4,7 +4,7 @@
 # real Qt objects (on a virtual display, in a Wine prefix of its own). Each
 # prints its figures as ratios of medians measured side by side in one
 # process, and a summary; last, with Qt's example applications, what
-# driving one from outside costs (bench/attach_bench.sh). Not a test:
+# driving one from outside costs (programs/bench/attach_bench.sh). Not a test:
 # nothing here passes or fails on time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -30,7 +30,7 @@ apps=$(sed -n 's/^KW_QT_APPS:PATH=//p' "$build/CMakeCache.txt")
 if [[ -n $qt && -f $apps/calculator.exe ]]; then
   echo "Driving Qt's calculator example from outside:"
   cmake --build "$build" --target kwscript kwrotclient
-  "$root/bench/attach_bench.sh" "$build/bin" "$apps/calculator.exe" "$root/bench"
+  "$root/programs/bench/attach_bench.sh" "$build/bin" "$apps/calculator.exe" "$root/programs/bench"
 else
   echo "The attach benchmark was SKIPPED: it needs a Qt 4.8 SDK and Qt's example applications"
 fi

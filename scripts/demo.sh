@@ -29,7 +29,7 @@ if [[ -f $apps/calculator.exe ]] && cmake --build "$build" --target help | grep 
   cmake --build "$build" --target kwscript
   windows() { local path="Z:$1"; echo "${path//\//\\}"; }
   (cd "$build" && "$root/cmake/wine-run.sh" --prefix demo --display "$build/bin/kwscript.exe" \
-    --launch "$(windows "$apps/calculator.exe")" -- "$(windows "$root/examples/calculator.js")")
+    --launch "$(windows "$apps/calculator.exe")" -- "$(windows "$root/programs/examples/calculator.js")")
 else
   echo "The calculator driven from outside was SKIPPED: it needs a Qt 4.8 SDK and Qt's example applications"
 fi

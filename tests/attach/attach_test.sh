@@ -39,7 +39,7 @@ case $scenario in
     # 12 x 7 by button clicks; the display read back through the object
     # tree by a second attach; then a third attach closes the application.
     rm -f calculator_before.png calculator_after.png
-    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../examples/calculator.js")"
+    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../programs/examples/calculator.js")"
     pid=$(pid_of_kept)
     # Its pictures land in the folder kwscript started in, and differ.
     [[ -s calculator_before.png && -s calculator_after.png ]] || { echo "FAIL: no pictures in $PWD"; fail=1; }
@@ -81,7 +81,7 @@ case $scenario in
     # client of the Running Object Table call in; when the publication ends,
     # the C++ client's objects answer RPC_E_DISCONNECTED and the
     # application answers the next attach.
-    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../examples/calculator.js")"
+    step 0 "12 × 7 = 84" -- --launch "$calculator" --keep -- "$(windows "$here/../../programs/examples/calculator.js")"
     pid=$(pid_of_kept)
     work=$(mktemp -d); trap 'rm -rf "$work" "$log"' EXIT
     mkfifo "$work/publish.in" "$work/client.in"

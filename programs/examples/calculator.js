@@ -1,7 +1,7 @@
 // Qt's calculator example, driven from outside: 12 x 7 by pressing the
 // buttons found by their texts (they have no object names), then the display,
 // with a picture of the window before and after.
-//   ./scripts/script.sh --launch ../shared/qt48-apps/calculator.exe -- examples/calculator.js
+//   ./scripts/script.sh --launch ../shared/qt48-apps/calculator.exe -- programs/examples/calculator.js
 function press(text) {
   app.query('Button[text="' + text + '"]').QAbstractButton_click();
 }

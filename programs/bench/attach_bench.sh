@@ -16,7 +16,7 @@ export KW_WINE_ROOT=$bin/../wine KWSCRIPT_TIMING=1
 work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
 # Output through a file: an application kept running holds a pipe open.
 run() {
-  "$here/../cmake/wine-run.sh" --prefix bench_attach --display-if-none "$@" >"$work/out.txt" 2>&1
+  "$here/../../cmake/wine-run.sh" --prefix bench_attach --display-if-none "$@" >"$work/out.txt" 2>&1
   grep -v '^X connection' "$work/out.txt"
 }
 per_call() { sed -n 's/^scripted call: \([0-9.]*\) us/\1/p' <<<"$1"; }
@@ -33,7 +33,7 @@ echo "scripted call in kwscript's own form: $form us"
 awk -v a="$inside" -v b="$form" 'BEGIN { if (b > 0) printf "ratio, inside the calculator / own form: %.2f (goal <= 1.2)\n", a / b }'
 
 mkfifo "$work/in"
-"$here/../cmake/wine-run.sh" --prefix bench_attach --display-if-none "$bin/kwscript.exe" --publish --attach "$pid" \
+"$here/../../cmake/wine-run.sh" --prefix bench_attach --display-if-none "$bin/kwscript.exe" --publish --attach "$pid" \
   <"$work/in" >"$work/publish.txt" 2>&1 &
 publisher=$!
 exec 7>"$work/in"
@@ -41,4 +41,4 @@ for _ in $(seq 100); do grep -q "published as" "$work/publish.txt" && break; sle
 run "$bin/kwrotclient.exe" "kwQtWrappers.$pid" --bench 7>&- | grep "remote call" | sed 's/$/ (goal <= 1.5)/'
 exec 7>&-
 wait $publisher
-run "$bin/kwscript.exe" --attach "$pid" "$(windows "$here/../tests/attach/close_app.js")" >/dev/null
+run "$bin/kwscript.exe" --attach "$pid" "$(windows "$here/../../tests/attach/close_app.js")" >/dev/null
