@@ -136,6 +136,29 @@ bool ExportsSymbol(const QString& path, const char* symbol) {
   return false;
 }
 
+// The machine an executable image is built for (IMAGE_FILE_MACHINE_...), or
+// 0 when its headers cannot be read.
+WORD ImageMachine(const QString& path) {
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly)) return 0;
+  IMAGE_DOS_HEADER dos{};
+  DWORD signature = 0;
+  IMAGE_FILE_HEADER header{};
+  if (file.read(reinterpret_cast<char*>(&dos), sizeof dos) != sizeof dos || dos.e_magic != IMAGE_DOS_SIGNATURE ||
+      !file.seek(dos.e_lfanew) || file.read(reinterpret_cast<char*>(&signature), sizeof signature) != sizeof signature ||
+      signature != IMAGE_NT_SIGNATURE || file.read(reinterpret_cast<char*>(&header), sizeof header) != sizeof header)
+    return 0;
+  return header.Machine;
+}
+
+// Why the program cannot be driven, or empty when it may: the library and
+// its agent are x64 code.
+QString UnfitProgram(const QString& path) {
+  const WORD machine = ImageMachine(path);
+  if (machine == 0 || machine == IMAGE_FILE_MACHINE_AMD64) return QString();
+  return QString("%1 is not a 64-bit program (its image is for machine 0x%2)").arg(path).arg(machine, 0, 16);
+}
+
 // Why the process cannot be driven, or empty when it can.
 QString Unfit(DWORD pid, HANDLE process) {
   BOOL wow64 = FALSE;
@@ -375,6 +398,11 @@ int AttachAndRun(const QString& target, const AgentRequestText& request) {
 }
 
 int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep, const AgentRequestText& request) {
+  const QString unfit = UnfitProgram(program);
+  if (!unfit.isEmpty()) {
+    Say(unfit);
+    return kAttachFailed;
+  }
   QString commandLine = Quoted(QDir::toNativeSeparators(program));
   foreach (const QString& argument, arguments) commandLine += ' ' + Quoted(argument);
   std::wstring mutableLine = commandLine.toStdWString();

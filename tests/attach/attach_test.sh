@@ -57,6 +57,8 @@ case $scenario in
     step 5 'no process matches "999999"' -- --attach 999999 "$(script close_app.js)"
     step 5 "is not a Qt 4.8 application" -- --launch 'C:\windows\notepad.exe' -- "$(script close_app.js)"
     step 5 'no process matches "notepad.exe"' -- --attach notepad.exe "$(script close_app.js)"
+    step 5 "is not a 64-bit program \(its image is for machine 0x14c\)" -- \
+      --launch "$(windows "$bin/fakeqt/kwprogram32.exe")" -- "$(script close_app.js)"
     step 5 "built by a compiler whose C\+\+ ABI differs" -- --launch "$(windows "$bin/fakeqt/kwfakeqtapp.exe")" -- "$(script close_app.js)"
     step 4 "the application ended during the script" '!not reached' -- --launch "$calculator" -- "$(script ends_app.js)"
     # A script error and a selector mistake: reported with their place, and
