@@ -46,18 +46,6 @@ enum Method {
   kLastMethod = kGrab
 };
 
-// A failure a script can catch, with its description (e.message in JScript,
-// Err.Description in VBScript).
-HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
-  if (exception == nullptr) return code;
-  *exception = EXCEPINFO{};
-  exception->scode = code;
-  exception->bstrSource = SysAllocString(L"kwscript");
-  exception->bstrDescription =
-      SysAllocStringLen(reinterpret_cast<const OLECHAR*>(description.utf16()), description.size());
-  return DISP_E_EXCEPTION;
-}
-
 // One call a script posted: made from the event loop on the facade it named,
 // with copies of its arguments.
 class PostedCall : public QEvent {
@@ -162,19 +150,8 @@ void* InstanceBehind(const VARIANT* arg, std::vector<std::wstring>* composed) {
 
 // The text behind a QString, QByteArray or QLatin1String object of this host.
 HRESULT TextOfObject(const VARIANT* arg, QString* text) {
-  std::vector<std::wstring> composed;
-  void* instance = InstanceBehind(arg, &composed);
-  const std::wstring own = composed.empty() ? L"" : composed.back();
-  if (instance == nullptr) return DISP_E_TYPEMISMATCH;
-  if (own == L"Iwrp_QString")
-    *text = *static_cast<QString*>(instance);
-  else if (own == L"Iwrp_QByteArray")
-    *text = QString::fromUtf8(*static_cast<QByteArray*>(instance));
-  else if (own == L"Iwrp_QLatin1String")
-    *text = QString(*static_cast<QLatin1String*>(instance));
-  else
-    return DISP_E_TYPEMISMATCH;
-  return S_OK;
+  IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
+  return exposer != nullptr && TextBehind(exposer, text) ? S_OK : DISP_E_TYPEMISMATCH;
 }
 
 // The widget behind an object of this script, or null. A wrapper composes
@@ -218,7 +195,7 @@ IDispatch* CAppObject::Wrap(QObject* object) {
     IDispatch* exposer = nullptr;
     const std::wstring type = QString(meta->className()).toStdWString();
     if (m_context->manager->CreateWrapper(type.c_str(), object, &exposer) == S_OK) {
-      IDispatch* wrapped = CScriptObject::Wrap(exposer, m_context);
+      IDispatch* wrapped = CScriptObject::Wrap(exposer, m_context, object);
       exposer->Release();
       return wrapped;
     }

@@ -1,10 +1,14 @@
 #include "kwscript/ScriptObject.h"
 
 #include "host/HostSupport.h"
+#include "kwscript/PlainNames.h"
+#include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
 
 #include <QtCore/QString>
+#include <QtGui/QWidget>
 
+#include <algorithm>
 #include <string>
 
 namespace kwscript {
@@ -100,14 +104,27 @@ class ConvertedArguments {
   DISPPARAMS m_params{};
 };
 
-// Whether the exposer stands for a null instance (a null pointer result).
-bool StandsForNothing(IDispatch* exposer) {
+// Plain names get DISPIDs from here on, far from the library's own.
+constexpr DISPID kPlainBase = 0x40000000;
+
+// The instance an exposer stands for (null for a null pointer result, or
+// for an object that is not an exposer).
+void* InstanceOf(IDispatch* exposer) {
   IkwInstanceProxy* proxy = nullptr;
-  if (FAILED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) return false;
+  if (FAILED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) return nullptr;
   void* instance = nullptr;
   proxy->GetInstance(&instance);
   proxy->Release();
-  return instance == nullptr;
+  return instance;
+}
+
+// The widget an exposer stands for, or null. A wrapper composes QWidget's
+// interface for every class derived from it, and such a class has its
+// QWidget part (and in it the QObject part) first, at the instance's own
+// address.
+QObject* WidgetBehind(IDispatch* exposer, const std::vector<std::wstring>& composed) {
+  if (std::find(composed.begin(), composed.end(), L"Iwrp_QWidget") == composed.end()) return nullptr;
+  return qobject_cast<QWidget*>(static_cast<QObject*>(InstanceOf(exposer)));
 }
 
 // A member that failed reaches the engine as DISP_E_EXCEPTION with its own
@@ -128,12 +145,41 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 
 }  // namespace
 
-CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context) : m_exposer(exposer), m_context(context) {
+HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
+  if (exception == nullptr) return code;
+  *exception = EXCEPINFO{};
+  exception->scode = code;
+  exception->bstrSource = SysAllocString(L"kwscript");
+  exception->bstrDescription =
+      SysAllocStringLen(reinterpret_cast<const OLECHAR*>(description.utf16()), description.size());
+  return DISP_E_EXCEPTION;
+}
+
+bool TextBehind(IDispatch* exposer, QString* text) {
+  void* instance = InstanceOf(exposer);
+  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
+  const std::wstring own = composed.empty() ? L"" : composed.back();
+  if (instance == nullptr) return false;
+  if (own == L"Iwrp_QString")
+    *text = *static_cast<QString*>(instance);
+  else if (own == L"Iwrp_QByteArray")
+    *text = QString::fromUtf8(*static_cast<QByteArray*>(instance));
+  else if (own == L"Iwrp_QLatin1String")
+    *text = QString(*static_cast<QLatin1String*>(instance));
+  else
+    return false;
+  return true;
+}
+
+CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object)
+    : m_exposer(exposer), m_context(context), m_object(object) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
   m_context->facades.insert(this);
-  for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
+  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
+  for (const std::wstring& name : composed)
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
+  if (m_object == nullptr) m_object = WidgetBehind(exposer, composed);
 }
 
 CScriptObject::~CScriptObject() {
@@ -152,9 +198,9 @@ void DisconnectFacades(ScriptContext* context) {
   }
 }
 
-IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context) {
-  if (exposer == nullptr || StandsForNothing(exposer)) return nullptr;
-  return new CScriptObject(exposer, context);
+IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object) {
+  if (exposer == nullptr || InstanceOf(exposer) == nullptr) return nullptr;
+  return new CScriptObject(exposer, context, object);
 }
 
 IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
@@ -199,36 +245,107 @@ const MemberInfo* CScriptObject::FindMember(const wchar_t* name) const {
 
 STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) {
   HRESULT hr = m_exposer->GetIDsOfNames(iid, names, count, lcid, ids);
-  if (hr == S_OK && count > 0)
+  if (hr == S_OK && count > 0) {
     if (const MemberInfo* member = FindMember(names[0])) m_members[ids[0]] = member;
-  return hr;
+    return hr;
+  }
+  if (hr != DISP_E_UNKNOWNNAME || count != 1 || names == nullptr || ids == nullptr) return hr;
+  // A plain name: a property of the QObject behind, overloads of a
+  // composed class, or both.
+  const QString name = QString::fromWCharArray(names[0]);
+  for (std::size_t i = 0; i < m_plain.size(); ++i)
+    if (m_plain[i].name.compare(name, Qt::CaseInsensitive) == 0) {
+      ids[0] = kPlainBase + static_cast<DISPID>(i);
+      return S_OK;
+    }
+  const OverloadGroup* overloads = FindOverloads(m_interfaces, names[0]);
+  const int property = m_object != nullptr ? FindProperty(m_object, name) : -1;
+  if (overloads == nullptr && property < 0) return hr;
+  m_plain.push_back(PlainName{name, overloads, property, {}});
+  ids[0] = kPlainBase + static_cast<DISPID>(m_plain.size() - 1);
+  return S_OK;
 }
 
 STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
                                    EXCEPINFO* exception, UINT* argumentError) {
+  if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size()) {
+    DISPPARAMS none{};
+    return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);
+  }
   auto known = m_members.find(id);
   const MemberInfo* member = known != m_members.end() ? known->second : nullptr;
   if (member == nullptr || params == nullptr)
     return m_exposer->Invoke(id, iid, lcid, flags, params, result, exception, argumentError);
+  return CallMember(*member, id, flags, params, false, result, exception, argumentError);
+}
 
+HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result,
+                                   EXCEPINFO* exception, UINT* argumentError) {
+  PlainName& plain = m_plain[entry];
+  if (result != nullptr) VariantInit(result);
+  QString why;
+  if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) {
+    if (plain.property < 0)
+      return Refuse(exception, DISP_E_MEMBERNOTFOUND, QString("%1 is not a property of this object").arg(plain.name));
+    if (params->cArgs != 1) return DISP_E_BADPARAMCOUNT;
+    const HRESULT hr = WriteProperty(m_object, plain.property, &params->rgvarg[0], &why);
+    return FAILED(hr) ? Refuse(exception, hr, why) : S_OK;
+  }
+  // Read without a call: the property; called: the member.
+  const bool read = (flags & DISPATCH_PROPERTYGET) && params->cArgs == 0;
+  if (plain.property >= 0 && (read || plain.overloads == nullptr)) {
+    if (params->cArgs != 0) return DISP_E_BADPARAMCOUNT;
+    const HRESULT hr = ReadProperty(m_object, plain.property, m_context, result, &why);
+    return FAILED(hr) ? Refuse(exception, hr, why) : S_OK;
+  }
+  const Overload* chosen = ChooseOverload(*plain.overloads, *params, plain.name, &why);
+  if (chosen == nullptr) return Refuse(exception, DISP_E_TYPEMISMATCH, why);
+  auto known = plain.ids.find(chosen->member);
+  if (known == plain.ids.end()) {
+    std::wstring prefixed = QString::fromLatin1(chosen->member->name).toStdWString();
+    LPOLESTR name = &prefixed[0];
+    DISPID id = DISPID_UNKNOWN;
+    const HRESULT hr = m_exposer->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
+    if (FAILED(hr)) return hr;
+    known = plain.ids.emplace(chosen->member, id).first;
+  }
+  return CallMember(*chosen->member, known->second, DISPATCH_METHOD, params, true, result, exception, argumentError);
+}
+
+HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
+                                  VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
   ConvertedArguments arguments;
-  HRESULT hr = arguments.Convert(*params, member->arguments, m_context, argumentError);
-  if (FAILED(hr)) return hr;
+  UINT refused = 0;
+  HRESULT hr = arguments.Convert(*params, member.arguments, m_context, &refused);
+  if (FAILED(hr)) {
+    if (argumentError != nullptr) *argumentError = refused;
+    return Refuse(exception, hr,
+                  QString("argument %1 of %2 must be an object of this script (not null, Nothing or another object)")
+                      .arg(params->cArgs - refused)
+                      .arg(member.declaration));
+  }
   VARIANT answer;
   VariantInit(&answer);
-  hr = m_exposer->Invoke(id, iid, lcid, flags, arguments.params(), &answer, exception, argumentError);
-  if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(*member, exception);
+  hr = m_exposer->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
+                         argumentError);
+  if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
   if (FAILED(hr) || result == nullptr) {
     VariantClear(&answer);
     return hr;
   }
-  if (member->result == 'b' && V_VT(&answer) == VT_I4) {
+  QString text;
+  if (member.result == 'b' && V_VT(&answer) == VT_I4) {
     const bool value = V_I4(&answer) != 0;
     V_VT(&answer) = VT_BOOL;
     V_BOOL(&answer) = value ? VARIANT_TRUE : VARIANT_FALSE;
   } else if (V_VT(&answer) == VT_DISPATCH && V_DISPATCH(&answer) != nullptr) {
     IDispatch* exposer = V_DISPATCH(&answer);
-    V_DISPATCH(&answer) = Wrap(exposer, m_context);  // null for a null pointer result
+    if (plain && TextBehind(exposer, &text)) {  // a plain-name call gives strings as strings
+      V_VT(&answer) = VT_BSTR;
+      V_BSTR(&answer) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
+    } else {
+      V_DISPATCH(&answer) = Wrap(exposer, m_context);  // null for a null pointer result
+    }
     exposer->Release();
   }
   *result = answer;

@@ -1,5 +1,8 @@
 // What a script receives for every Qt object: a thin IDispatch in front of
-// the library's exposer. From the member table it turns script values into
+// the library's exposer. It answers the library's prefixed member names
+// ("QLineEdit_setText") and plain ones ("setText", resolved among the
+// overloads as PlainNames.h says), and for a QObject its Qt properties as
+// plain values ("text", "checked"; Properties.h). From the member table it turns script values into
 // what the member declares (a string into a new QString object or a byte
 // string, one of its own objects into the exposer behind it) and back (a
 // bool into a script boolean, a null object pointer into null/Nothing, a new
@@ -15,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include <QtCore/QObject>
 #include <QtCore/QString>
 
 #include "kwscript/MemberTable.h"
@@ -37,11 +41,24 @@ struct ScriptContext {
 // held. Called before the library behind the facades is unloaded.
 void DisconnectFacades(ScriptContext* context);
 
+// A failure a script can catch, with its description (e.message in JScript,
+// Err.Description in VBScript): fills `exception` and gives
+// DISP_E_EXCEPTION, or `code` when there is no EXCEPINFO to fill.
+HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description);
+
+// The text behind an exposer of a QString, QByteArray or QLatin1String;
+// false for any other.
+bool TextBehind(IDispatch* exposer, QString* text);
+
+struct OverloadGroup;
+
 class CScriptObject final : public IDispatch {
  public:
   // A new facade (one reference) over `exposer`, which it keeps a
   // reference to; null for a null exposer or one standing for no instance.
-  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context);
+  // `object` is the QObject behind it when the caller knows it (a widget
+  // it is found to be otherwise): its properties are then answered too.
+  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr);
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
 
@@ -56,16 +73,31 @@ class CScriptObject final : public IDispatch {
    UINT* argumentError) override;
 
  private:
-  CScriptObject(IDispatch* exposer, ScriptContext* context);
+  CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object);
   ~CScriptObject();
 
   const MemberInfo* FindMember(const wchar_t* name) const;
+  HRESULT CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
+                     VARIANT* result, EXCEPINFO* exception, UINT* argumentError);
+  HRESULT InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
+                      UINT* argumentError);
+
+  // A plain name the script asked for: its overloads, its property, and
+  // the exposer's DISPID of each overload once called.
+  struct PlainName {
+    QString name;
+    const OverloadGroup* overloads;
+    int property;
+    std::map<const MemberInfo*, DISPID> ids;
+  };
 
   volatile LONG m_refs = 1;
   IDispatch* m_exposer;
   ScriptContext* m_context;
   std::vector<const InterfaceInfo*> m_interfaces;
   std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
+  QObject* m_object;
+  std::vector<PlainName> m_plain;  // DISPID kPlainBase + index
 };
 
 }  // namespace kwscript

@@ -28,8 +28,10 @@ check("unknown object name", app.find("noSuchWidget") === null);
 
 // A foreign object or null where an object is expected is refused.
 var refused = 0;
-try { edit.QLineEdit_setText({}); } catch (e) { refused = e.number; }
+var why = "";
+try { edit.QLineEdit_setText({}); } catch (e) { refused = e.number; why = e.message; }
 check("foreign object refused with DISP_E_TYPEMISMATCH", (refused >>> 0) === 0x80020005);
+check("the refusal is described", why.indexOf("argument 1 of void QLineEdit::setText") >= 0);
 refused = 0;
 try { edit.QLineEdit_setText(null); } catch (e) { refused = e.number; }
 check("null refused", (refused >>> 0) === 0x80020005);

@@ -21,10 +21,11 @@ Check "unknown object name", app.find("noSuchWidget") Is Nothing
 
 On Error Resume Next
 edit.QLineEdit_setText Nothing
-refused = Err.Number : Err.Clear
+refused = Err.Number : why = Err.Description : Err.Clear
 On Error GoTo 0
-' VBScript reports the facade's DISP_E_TYPEMISMATCH as its own error 13.
-Check "Nothing refused with DISP_E_TYPEMISMATCH", refused = 13
+Check "Nothing refused with DISP_E_TYPEMISMATCH", refused = &H80020005
+Check "the refusal says which argument of which declaration", _
+      InStr(why, "argument 1 of void QLineEdit::setText(QString const &)") > 0
 Check "alive after refusal", app.text(edit.QLineEdit_text()) = "Grace"
 
 For i = 1 To 10000

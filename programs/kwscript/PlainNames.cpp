@@ -1,0 +1,177 @@
+#include "kwscript/PlainNames.h"
+
+#include <QtCore/QStringList>
+
+#include <cctype>
+#include <cstring>
+#include <map>
+#include <memory>
+
+#include "host/HostSupport.h"
+#include "kwscript/ScriptObject.h"
+
+namespace kwscript {
+
+namespace {
+
+// Interface names spell a class with every other character than a letter
+// or digit as "_": QList<QString> is Iwrp_QList_QString_.
+std::string Mangled(const std::string& type) {
+  std::string out = type;
+  for (char& c : out)
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  return out;
+}
+
+// The type a parameter's declaration names, without const, & and *:
+// "QSize const &" gives "QSize", "int w" gives "int".
+std::string ParameterType(std::string parameter) {
+  std::size_t start = parameter.find_first_not_of(' ');
+  if (start == std::string::npos) return "";
+  parameter = parameter.substr(start);
+  if (parameter.compare(0, 6, "const ") == 0) parameter = parameter.substr(6);
+  std::size_t end = 0;
+  int depth = 0;
+  for (; end < parameter.size(); ++end) {
+    const char c = parameter[end];
+    if (c == '<') ++depth;
+    if (c == '>') --depth;
+    if (depth == 0 && (c == ' ' || c == '&' || c == '*')) break;
+  }
+  return parameter.substr(0, end);
+}
+
+// The parameters of a declaration ("void QWidget::resize(int w, int h)"),
+// split at its top-level commas.
+std::vector<std::string> Parameters(const char* declaration) {
+  const char* open = std::strchr(declaration, '(');
+  std::vector<std::string> out;
+  if (open == nullptr) return out;
+  std::string current;
+  int depth = 0;
+  for (const char* c = open + 1; *c != '\0'; ++c) {
+    if ((*c == ')' && depth == 0) || (*c == ',' && depth == 0)) {
+      if (!current.empty()) out.push_back(current);
+      current.clear();
+      if (*c == ')') break;
+      continue;
+    }
+    if (*c == '<' || *c == '(') ++depth;
+    if (*c == '>' || *c == ')') --depth;
+    current += *c;
+  }
+  return out;
+}
+
+// How well a script value fits an argument kind and its declared type: 0
+// not at all, 1 by conversion or without knowing an object's class, 2
+// exactly, 3 a whole number for an int or a fraction for a double.
+int Fit(const VARIANT* value, char kind, const std::string& type) {
+  if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
+  const VARTYPE vt = V_VT(value);
+  const bool isNull = vt == VT_NULL || vt == VT_EMPTY || (vt == VT_DISPATCH && V_DISPATCH(value) == nullptr);
+  const bool isWhole = vt == VT_I1 || vt == VT_I2 || vt == VT_I4 || vt == VT_I8 || vt == VT_UI1 || vt == VT_UI2 ||
+                       vt == VT_UI4 || vt == VT_UI8 || vt == VT_INT || vt == VT_UINT;
+  const bool isFraction = vt == VT_R4 || vt == VT_R8 || vt == VT_CY || vt == VT_DECIMAL;
+  switch (kind) {
+    case 'b':
+      return vt == VT_BOOL ? 2 : 0;
+    case 'n':
+    case 'e':
+      if ((isWhole && type == "int") || (isFraction && (type == "double" || type == "qreal"))) return 3;
+      return isWhole || isFraction ? 2 : 0;
+    case 't':
+      return vt == VT_BSTR ? 2 : 0;
+    case 's':
+    case 'o':
+    case 'r': {
+      if (kind == 's' && vt == VT_BSTR) return 2;
+      if (kind == 'r' && isNull) return 1;
+      IDispatch* exposer = vt == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(value)) : nullptr;
+      if (exposer == nullptr) return 0;
+      const QString wanted = QString::fromStdString("Iwrp_" + Mangled(type));
+      for (const std::wstring& composed : kwhost::ComposedInterfaces(exposer))
+        if (QString::fromStdWString(composed) == wanted) return 2;
+      return type.empty() || type[0] != 'Q' ? 1 : 0;
+    }
+    default:
+      return 0;  // raw pointers: not from a script
+  }
+}
+
+}  // namespace
+
+std::string PlainNameOf(const char* memberName, const wchar_t* interfaceName) {
+  std::string name(memberName);
+  const std::string prefix = QString::fromWCharArray(interfaceName).mid(5).toStdString() + "_";  // after "Iwrp_"
+  if (name.compare(0, prefix.size(), prefix) == 0) name = name.substr(prefix.size());
+  const std::size_t underscore = name.find_last_of('_');
+  if (underscore != std::string::npos && underscore + 1 < name.size() &&
+      name.find_first_not_of("0123456789", underscore + 1) == std::string::npos)
+    name = name.substr(0, underscore);  // the overload number
+  return name;
+}
+
+QString OverloadGroup::Declarations() const {
+  QStringList lines;
+  for (const Overload& overload : overloads) lines << QString("  %1").arg(overload.member->declaration);
+  return lines.join("\n");
+}
+
+const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name) {
+  static std::map<std::wstring, std::unique_ptr<OverloadGroup>> cache;  // "Iwrp_QLineEdit|settext" -> group
+  if (interfaces.empty()) return nullptr;
+  std::wstring key = QString::fromLatin1(interfaces.back()->name).toStdWString() + L"|" +
+                     QString::fromWCharArray(name).toLower().toStdWString();
+  auto cached = cache.find(key);
+  if (cached != cache.end()) return cached->second.get();
+  std::unique_ptr<OverloadGroup> group;
+  const QString wanted = QString::fromWCharArray(name);
+  for (auto info = interfaces.rbegin(); info != interfaces.rend() && group == nullptr; ++info) {
+    const std::wstring interfaceName = QString::fromLatin1((*info)->name).toStdWString();
+    for (std::size_t i = 0; i < (*info)->count; ++i) {
+      const MemberInfo& member = (*info)->members[i];
+      if (QString::fromStdString(PlainNameOf(member.name, interfaceName.c_str())).compare(wanted, Qt::CaseInsensitive))
+        continue;
+      if (group == nullptr) group.reset(new OverloadGroup);
+      Overload overload{&member, {}};
+      for (const std::string& parameter : Parameters(member.declaration))
+        overload.types.push_back(ParameterType(parameter));
+      group->overloads.push_back(overload);
+    }
+  }
+  return (cache[key] = std::move(group)).get();
+}
+
+const Overload* ChooseOverload(const OverloadGroup& group, const DISPPARAMS& params, const QString& name, QString* why) {
+  const UINT count = params.cArgs - params.cNamedArgs;
+  const Overload* best = nullptr;
+  int bestScore = -1;
+  int tied = 0;
+  for (const Overload& overload : group.overloads) {
+    if (std::strlen(overload.member->arguments) != count) continue;
+    int score = 0;
+    for (UINT position = 0; position < count && score >= 0; ++position) {
+      const std::string type = position < overload.types.size() ? overload.types[position] : "";
+      const int fit = Fit(&params.rgvarg[params.cArgs - 1 - position], overload.member->arguments[position], type);
+      score = fit == 0 ? -1 : score + fit;
+    }
+    if (score < 0) continue;
+    if (score > bestScore) {
+      best = &overload;
+      bestScore = score;
+      tied = 1;
+    } else if (score == bestScore) {
+      ++tied;
+    }
+  }
+  if (best != nullptr && tied == 1) return best;
+  *why = QString(best == nullptr ? "%1 takes no %2 argument(s) of these kinds; its declarations:\n%3"
+                                 : "%1 with %2 argument(s) of these kinds is ambiguous; its declarations:\n%3")
+             .arg(name)
+             .arg(count)
+             .arg(group.Declarations());
+  return nullptr;
+}
+
+}  // namespace kwscript

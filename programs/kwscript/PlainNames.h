@@ -1,0 +1,50 @@
+// Plain member names: what a script writer calls a member in Qt's own words
+// ("setText", "resize") rather than by the library's prefixed, numbered name
+// ("QLineEdit_setText", "QWidget_resize_2").
+//
+// A plain name stands for the overloads of the most derived composed class
+// that declares it (a derived class's declaration hides its bases', as in
+// C++). Among them a call picks by the number of arguments (the library
+// takes every argument, defaults included) and their kinds: number (a whole
+// one prefers int, a fraction double), string, boolean, object (of which
+// class, when two overloads take objects), null. Everything comes from the
+// generated member table.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <QtCore/QString>
+
+#include <string>
+#include <vector>
+
+#include "kwscript/MemberTable.h"
+
+namespace kwscript {
+
+// The plain name of a prefixed member name of interface `interfaceName`:
+// "QWidget_resize_2" of "Iwrp_QWidget" is "resize".
+std::string PlainNameOf(const char* memberName, const wchar_t* interfaceName);
+
+struct Overload {
+  const MemberInfo* member;
+  std::vector<std::string> types;  // per argument, as declared without const, & and *: "QSize", "int"
+};
+
+struct OverloadGroup {
+  std::vector<Overload> overloads;
+  // The declarations of the overloads, one a line, for messages.
+  QString Declarations() const;
+};
+
+// The overloads `name` (any case) stands for on an object composing
+// `interfaces` (its own class last); null when no composed class declares
+// it. Groups are made once per class and name.
+const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name);
+
+// The overload that fits the script's arguments best. When none fits, or
+// two fit equally well, null, and `why` says so with the declarations.
+const Overload* ChooseOverload(const OverloadGroup& group, const DISPPARAMS& params, const QString& name, QString* why);
+
+}  // namespace kwscript

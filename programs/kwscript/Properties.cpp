@@ -1,0 +1,137 @@
+#include "kwscript/Properties.h"
+
+#include <QtCore/QMetaProperty>
+#include <QtCore/QMetaType>
+#include <QtCore/QVariant>
+
+#include "host/HostSupport.h"
+#include "kwscript/ScriptObject.h"
+
+namespace kwscript {
+
+namespace {
+
+// "property text of QLineEdit "nameEdit"", for messages.
+QString Describe(const QObject* object, const QMetaProperty& property) {
+  return QString("property %1 of %2 \"%3\"")
+      .arg(property.name())
+      .arg(object->metaObject()->className())
+      .arg(object->objectName());
+}
+
+// A script value as a QVariant of `type`, or an invalid QVariant.
+QVariant VariantOf(const VARIANT* value, QVariant::Type type) {
+  if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
+  QVariant out;
+  if (V_VT(value) == VT_BSTR) {
+    out = QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value)));
+  } else if (V_VT(value) == VT_BOOL) {
+    out = V_BOOL(value) != VARIANT_FALSE;
+  } else if (V_VT(value) == VT_DISPATCH) {
+    // A value object of this script: a copy of what it stands for.
+    IDispatch* exposer = CScriptObject::ExposerOf(V_DISPATCH(value));
+    IkwInstanceProxy* proxy = nullptr;
+    void* instance = nullptr;
+    if (exposer != nullptr &&
+        SUCCEEDED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) {
+      proxy->GetInstance(&instance);
+      proxy->Release();
+    }
+    const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
+    const QByteArray own = composed.empty() ? QByteArray() : QString::fromStdWString(composed.back()).mid(5).toLatin1();
+    const int typeId = own.isEmpty() ? 0 : QMetaType::type(own.constData());
+    if (instance == nullptr || typeId == 0 || typeId >= QMetaType::User || typeId != int(type)) return QVariant();
+    out = QVariant(typeId, instance);
+  } else {
+    VARIANT number;
+    VariantInit(&number);
+    if (FAILED(VariantChangeType(&number, const_cast<VARIANT*>(value), 0, VT_R8))) return QVariant();
+    out = V_R8(&number);
+  }
+  return out.convert(type) ? out : QVariant();
+}
+
+void ReturnString(VARIANT* result, const QString& text) {
+  V_VT(result) = VT_BSTR;
+  V_BSTR(result) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
+}
+
+}  // namespace
+
+int FindProperty(const QObject* object, const QString& name) {
+  const QMetaObject* meta = object->metaObject();
+  for (int i = 0; i < meta->propertyCount(); ++i)
+    if (name.compare(QLatin1String(meta->property(i).name()), Qt::CaseInsensitive) == 0) return i;
+  return -1;
+}
+
+HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT* result, QString* why) {
+  const QMetaProperty property = object->metaObject()->property(index);
+  const QVariant value = property.read(object);
+  if (!value.isValid()) {
+    *why = "cannot read " + Describe(object, property);
+    return E_FAIL;
+  }
+  if (result == nullptr) return S_OK;
+  if (property.isEnumType() || property.isFlagType()) {
+    V_VT(result) = VT_I4;
+    V_I4(result) = value.toInt();
+    return S_OK;
+  }
+  switch (value.type()) {
+    case QVariant::String:
+    case QVariant::ByteArray:
+    case QVariant::Char:
+    case QVariant::Url:
+      ReturnString(result, value.toString());
+      return S_OK;
+    case QVariant::Bool:
+      V_VT(result) = VT_BOOL;
+      V_BOOL(result) = value.toBool() ? VARIANT_TRUE : VARIANT_FALSE;
+      return S_OK;
+    case QVariant::Int:
+    case QVariant::UInt:
+      V_VT(result) = VT_I4;
+      V_I4(result) = value.toInt();
+      return S_OK;
+    case QVariant::LongLong:
+    case QVariant::ULongLong:
+    case QVariant::Double:
+      V_VT(result) = VT_R8;
+      V_R8(result) = value.toDouble();
+      return S_OK;
+    default:
+      break;
+  }
+  // Another value type: a new object over a copy, as a member returning it
+  // by value gives.
+  const QByteArray typeName = value.typeName();
+  void* copy = QMetaType::construct(value.userType(), value.constData());
+  IDispatch* exposer = nullptr;
+  const std::wstring wrapperType = QString::fromLatin1(typeName).toStdWString();
+  if (copy == nullptr || context->manager->CreateWrapper(wrapperType.c_str(), copy, &exposer) != S_OK) {
+    if (copy != nullptr) QMetaType::destroy(value.userType(), copy);
+    *why = QString("%1 is a %2, which scripts cannot hold").arg(Describe(object, property), typeName.constData());
+    return DISP_E_TYPEMISMATCH;
+  }
+  V_VT(result) = VT_DISPATCH;
+  V_DISPATCH(result) = CScriptObject::Wrap(exposer, context);
+  exposer->Release();
+  return S_OK;
+}
+
+HRESULT WriteProperty(QObject* object, int index, const VARIANT* value, QString* why) {
+  const QMetaProperty property = object->metaObject()->property(index);
+  if (!property.isWritable()) {
+    *why = Describe(object, property) + " is read-only";
+    return DISP_E_MEMBERNOTFOUND;
+  }
+  QVariant converted = VariantOf(value, property.isEnumType() || property.isFlagType() ? QVariant::Int : property.type());
+  if (!converted.isValid() || !property.write(object, converted)) {
+    *why = QString("%1 takes a %2; the value given does not convert").arg(Describe(object, property), property.typeName());
+    return DISP_E_TYPEMISMATCH;
+  }
+  return S_OK;
+}
+
+}  // namespace kwscript
