@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "kwscript/InputEvents.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/ObjectQuery.h"
 #include "kwscript/ScriptRunner.h"
@@ -26,7 +27,8 @@ namespace {
 const wchar_t* const kMethods[] = {L"find",         L"str",         L"text",      L"isNull",  L"processEvents",
                                    L"echo",         L"query",       L"queryAll",  L"waitFor", L"activeModal",
                                    L"activeWindow", L"focusWidget", L"topLevels", L"post",
-                                   L"grab"};
+                                   L"grab",         L"click",       L"doubleClick", L"type",    L"key",
+                                   L"clickItem",    L"menu"};
 enum Method {
   kFind = 1,
   kStr,
@@ -43,7 +45,13 @@ enum Method {
   kTopLevels,
   kPost,
   kGrab,
-  kLastMethod = kGrab
+  kClick,
+  kDoubleClick,
+  kType,
+  kKey,
+  kClickItem,
+  kMenu,
+  kLastMethod = kMenu
 };
 
 // One call a script posted: made from the event loop on the facade it named,
@@ -276,6 +284,58 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
   return S_OK;
 }
 
+namespace {
+
+// Argument `position` as a whole number, or false.
+bool NumberArgument(const DISPPARAMS* params, UINT position, int* value) {
+  const VARIANT* arg = Argument(params, position);
+  VARIANT number;
+  VariantInit(&number);
+  if (arg == nullptr || FAILED(VariantChangeType(&number, const_cast<VARIANT*>(arg), 0, VT_I4))) return false;
+  *value = V_I4(&number);
+  return true;
+}
+
+}  // namespace
+
+HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
+  static const char* const kUsage[] = {"app.click(widget [, x, y])", "app.doubleClick(widget [, x, y])",
+                                       "app.type(widget, text)",     "app.key(widget, \"Ctrl+S\")",
+                                       "app.clickItem(view, row, column)", "app.menu(window, \"File/Save As...\")"};
+  const QString usage = kUsage[id - kClick];
+  QWidget* widget = WidgetOf(Argument(params, 0));
+  if (widget == nullptr)
+    return Refuse(exception, DISP_E_TYPEMISMATCH, usage + ": the first argument must be a widget of this script");
+  const VARIANT* second = Argument(params, 1);
+  const UINT count = params != nullptr ? params->cArgs : 0;
+  QString why;
+  int x = 0, y = 0;
+  switch (id) {
+    case kClick:
+    case kDoubleClick:
+      if (count == 1)
+        why = Click(widget, Centre(widget), id == kDoubleClick);
+      else if (count == 3 && NumberArgument(params, 1, &x) && NumberArgument(params, 2, &y))
+        why = Click(widget, QPoint(x, y), id == kDoubleClick);
+      else
+        return Refuse(exception, DISP_E_BADPARAMCOUNT, usage + ": a widget, or a widget and a place in it");
+      break;
+    case kType:
+    case kKey:
+    case kMenu:
+      if (count != 2 || second == nullptr) return Refuse(exception, DISP_E_BADPARAMCOUNT, usage);
+      why = id == kType ? Type(widget, TextOfVariant(second))
+                        : id == kKey ? Key(widget, TextOfVariant(second)) : ChooseMenu(widget, TextOfVariant(second));
+      break;
+    case kClickItem:
+      if (count != 3 || !NumberArgument(params, 1, &x) || !NumberArgument(params, 2, &y))
+        return Refuse(exception, DISP_E_BADPARAMCOUNT, usage);
+      why = ClickItem(widget, x, y, false);
+      break;
+  }
+  return why.isEmpty() ? S_OK : Refuse(exception, E_FAIL, usage + ": " + why);
+}
+
 // A list of the top-level widgets.
 static IDispatch* TopLevels(CAppObject* app) {
   std::vector<IDispatch*> objects;
@@ -353,6 +413,13 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return Post(params, exception);
     case kGrab:
       return Grab(params, result, exception);
+    case kClick:
+    case kDoubleClick:
+    case kType:
+    case kKey:
+    case kClickItem:
+    case kMenu:
+      return Act(id, params, exception);
     case kEcho: {
       QStringList parts;
       for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << TextOfVariant(Argument(params, i));

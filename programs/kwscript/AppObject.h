@@ -9,6 +9,14 @@
 //   app.topLevels()     the top-level widgets, as a list
 //   app.post(object, member, args...)  calls the member from the event loop
 //                       and returns at once (for a call that opens a modal dialog)
+//   app.click(widget [, x, y]), app.doubleClick(widget [, x, y])
+//                       a user's click at the centre or at x, y of the widget
+//   app.type(widget, text), app.key(widget, "Return" | "Ctrl+S" | ...)
+//                       keys typed into the widget, after giving it the focus
+//   app.clickItem(view, row, column)  a click on an item of a list, table or tree
+//   app.menu(window, "File/Save As...")  the menu entry, chosen by clicks
+//                       (each returns once its events are delivered, while a
+//                       modal dialog they open is still open; InputEvents.h)
 //   app.grab(widget, file)  saves what the widget shows, once pending paints
 //                       and style animations are done, as an image (PNG for
 //                       ".png"); a relative path is taken from the folder
@@ -62,6 +70,7 @@ class CAppObject final : public kwhost::HostObject<IDispatch> {
   HRESULT Query(const VARIANT* selector, bool all, int waitMs, VARIANT* result, EXCEPINFO* exception);
   HRESULT Post(DISPPARAMS* params, EXCEPINFO* exception);
   HRESULT Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception);
+  HRESULT Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception);
 
   ScriptContext* m_context;
   QObject* m_calls = nullptr;  // receives the posted calls on the GUI thread

@@ -169,11 +169,17 @@ QString Quoted(const QString& text) {
   return '"' + out + '"';
 }
 
-// The text a person reads on an object: its "text" property, else its window title.
+// What a person reads on an object: its "text" property, else its window
+// title, a group's title, a text edit's text, the page or entry shown, a
+// calendar's date or a value.
 QString ShownText(QObject* object, QString* which) {
   foreach (const char* property, QList<const char*>() << "text"
                                                       << "windowTitle"
-                                                      << "title") {
+                                                      << "title"
+                                                      << "plainText"
+                                                      << "currentIndex"
+                                                      << "selectedDate"
+                                                      << "value") {
     const QVariant value = object->property(property);
     if (value.isValid() && value.canConvert(QVariant::String) && !value.toString().isEmpty()) {
       *which = property;

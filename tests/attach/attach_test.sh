@@ -24,7 +24,7 @@ step() {
   # the output handles and holds a pipe open for as long as it runs.
   "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$bin/kwscript.exe" "$@" >"$log" 2>&1
   local status=$?
-  output=$(grep -v '^X connection' "$log")
+  output=$(grep -v '^X connection' "$log" | tr -d '\r')
   echo "\$ kwscript $*"; echo "$output"
   [[ $status -eq $want ]] || { echo "FAIL: exit status $status, expected $want"; fail=1; }
   [[ $must == - ]] || grep -qE -- "$must" <<<"$output" || { echo "FAIL: no line matches: $must"; fail=1; }
@@ -108,6 +108,28 @@ case $scenario in
     cat "$work/publish.txt" "$work/client.txt"
     grep -q 'display: "9"' "$work/client.txt" || { echo "FAIL: the C++ client did not read 9"; fail=1; }
     step 0 'closing' -- --attach "$pid" "$(script close_app.js)"
+    ;;
+  examples)
+    # Each example against its application, then what it claims read back
+    # through the object tree by a second attach (the application still
+    # answers), then the application ended.
+    #   application|example|a line it prints|what the tree shows after it
+    while IFS='|' read -r -u 3 application example printed shown; do
+      step 0 "$printed" -- --launch "$(windows "$apps/$application.exe")" --keep -- \
+        "$(windows "$here/../../programs/examples/$example")"
+      pid=$(pid_of_kept)
+      shown=${shown//@selected@/$(sed -n 's/^selected: //p' <<<"$output")}
+      step 0 "$shown" -- --tree --attach "$pid"
+      "$here/../../cmake/wine-run.sh" --prefix attach "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
+    done 3<<'TABLE'
+calculator|calculator.js|^12 × 7 = 84$|QLineEdit text="84"
+lineedits|lineedits.js|^after Home and a minus: -123$|QLineEdit text="-123"
+standarddialogs|standarddialogs.vbs|^the label reads: Ada Lovelace$|QLabel text="Ada Lovelace"
+addressbook|addressbook.vbs|^the row picked, Edit Entry is enabled: True$|QTableView [0-9,]+ [0-9x]+ visible
+application|application.js|^after Discard the editor holds: ""$|QPlainTextEdit plainText="A new page"
+calendarwidget|calendarwidget.js|^selected: [0-9]{4}-[0-9]{2}-11$|QCalendarWidget selectedDate="@selected@"
+configdialog|configdialog.vbs|^page after a click on the second icon: 1$|QStackedWidget currentIndex="1"
+TABLE
     ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac

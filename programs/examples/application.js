@@ -1,0 +1,15 @@
+// Qt's application example, a text editor: text typed into it, the window
+// marked modified, then File/New from the menu answered "Discard".
+//   ./scripts/script.sh --launch ../shared/qt48-apps/application.exe -- programs/examples/application.js
+var window = app.query("MainWindow");
+var editor = app.query("MainWindow QPlainTextEdit");
+app.type(editor, "Hello from outside");
+app.echo("the editor holds:", editor.plainText);
+app.echo("modified:", window.isWindowModified());
+app.menu(window, "File/New");  // returns while the "save changes?" box is open
+var box = app.waitFor("QMessageBox:visible", 10000);
+app.echo("it asks:", box.text.replace("\n", " "));
+app.click(app.query('QMessageBox:visible QPushButton[text="Discard"]'));
+app.echo("after Discard the editor holds:", '"' + editor.plainText + '"');
+app.type(editor, "A new page");
+app.echo("then:", '"' + editor.plainText + '"');
