@@ -360,7 +360,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       IDispatch* exposer = nullptr;
       HRESULT hr = m_context->manager->CreateWrapper(L"QString", new QString(text), &exposer);
       if (FAILED(hr)) return hr;
-      ReturnObject(result, CScriptObject::Wrap(exposer, m_context));
+      ReturnObject(result, CScriptObject::Wrap(exposer, m_context, nullptr, true));
       exposer->Release();
       return S_OK;
     }

@@ -2,6 +2,7 @@
 
 #include <QtCore/QStringList>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <map>
@@ -116,6 +117,44 @@ QString OverloadGroup::Declarations() const {
   QStringList lines;
   for (const Overload& overload : overloads) lines << QString("  %1").arg(overload.member->declaration);
   return lines.join("\n");
+}
+
+namespace {
+
+// Edits (insert, delete, replace) from one name to the other, any case.
+int Distance(const QString& a, const QString& b) {
+  const QString x = a.toLower(), y = b.toLower();
+  std::vector<int> row(y.size() + 1);
+  for (int j = 0; j <= y.size(); ++j) row[j] = j;
+  for (int i = 1; i <= x.size(); ++i) {
+    int diagonal = row[0];
+    row[0] = i;
+    for (int j = 1; j <= y.size(); ++j) {
+      const int above = row[j];
+      row[j] = std::min(std::min(row[j] + 1, row[j - 1] + 1), diagonal + (x[i - 1] == y[j - 1] ? 0 : 1));
+      diagonal = above;
+    }
+  }
+  return row[y.size()];
+}
+
+}  // namespace
+
+QStringList NearestNames(const std::vector<const InterfaceInfo*>& interfaces, const QStringList& extra,
+                         const QString& name, int count) {
+  QStringList names = extra;
+  for (const InterfaceInfo* info : interfaces) {
+    const std::wstring interfaceName = QString::fromLatin1(info->name).toStdWString();
+    for (std::size_t i = 0; i < info->count; ++i) {
+      names << QString::fromLatin1(info->members[i].name);
+      names << QString::fromStdString(PlainNameOf(info->members[i].name, interfaceName.c_str()));
+    }
+  }
+  names.removeDuplicates();
+  std::stable_sort(names.begin(), names.end(), [&name](const QString& a, const QString& b) {
+    return Distance(a, name) < Distance(b, name);
+  });
+  return names.mid(0, count);
 }
 
 const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name) {

@@ -15,6 +15,7 @@
 #include <oaidl.h>
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 #include <string>
 #include <vector>
@@ -42,6 +43,12 @@ struct OverloadGroup {
 // `interfaces` (its own class last); null when no composed class declares
 // it. Groups are made once per class and name.
 const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name);
+
+// The `count` names nearest to `name` (by edit distance, any case) among
+// the members of `interfaces`, plain and prefixed, and `extra` names (an
+// object's properties).
+QStringList NearestNames(const std::vector<const InterfaceInfo*>& interfaces, const QStringList& extra,
+                         const QString& name, int count);
 
 // The overload that fits the script's arguments best. When none fits, or
 // two fit equally well, null, and `why` says so with the declarations.

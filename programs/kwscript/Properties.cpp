@@ -115,7 +115,7 @@ HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT
     return DISP_E_TYPEMISMATCH;
   }
   V_VT(result) = VT_DISPATCH;
-  V_DISPATCH(result) = CScriptObject::Wrap(exposer, context);
+  V_DISPATCH(result) = CScriptObject::Wrap(exposer, context, nullptr, true);
   exposer->Release();
   return S_OK;
 }

@@ -5,10 +5,13 @@
 #include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
 
+#include <QtCore/QMetaProperty>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtGui/QWidget>
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 namespace kwscript {
@@ -171,8 +174,8 @@ bool TextBehind(IDispatch* exposer, QString* text) {
   return true;
 }
 
-CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object)
-    : m_exposer(exposer), m_context(context), m_object(object) {
+CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made)
+    : m_exposer(exposer), m_context(context), m_object(object), m_made(made) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
   m_context->facades.insert(this);
@@ -198,9 +201,13 @@ void DisconnectFacades(ScriptContext* context) {
   }
 }
 
-IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object) {
+IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object, bool made) {
   if (exposer == nullptr || InstanceOf(exposer) == nullptr) return nullptr;
-  return new CScriptObject(exposer, context, object);
+  return new CScriptObject(exposer, context, object, made);
+}
+
+QString CScriptObject::ClassName() const {
+  return m_interfaces.empty() ? QString("the object") : QString::fromLatin1(m_interfaces.back()->name).mid(5);
 }
 
 IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
@@ -258,9 +265,10 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
       ids[0] = kPlainBase + static_cast<DISPID>(i);
       return S_OK;
     }
+  // A name the object does not answer gets a DISPID too, so that the call
+  // can say which names come nearest.
   const OverloadGroup* overloads = FindOverloads(m_interfaces, names[0]);
   const int property = m_object != nullptr ? FindProperty(m_object, name) : -1;
-  if (overloads == nullptr && property < 0) return hr;
   m_plain.push_back(PlainName{name, overloads, property, {}});
   ids[0] = kPlainBase + static_cast<DISPID>(m_plain.size() - 1);
   return S_OK;
@@ -268,6 +276,9 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
 
 STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
                                    EXCEPINFO* exception, UINT* argumentError) {
+  if (m_destroyed)
+    return Refuse(exception, RPC_E_DISCONNECTED,
+                  QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName()));
   if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size()) {
     DISPPARAMS none{};
     return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);
@@ -284,6 +295,14 @@ HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* pa
   PlainName& plain = m_plain[entry];
   if (result != nullptr) VariantInit(result);
   QString why;
+  if (plain.overloads == nullptr && plain.property < 0) {
+    QStringList properties;
+    for (int i = 0; m_object != nullptr && i < m_object->metaObject()->propertyCount(); ++i)
+      properties << m_object->metaObject()->property(i).name();
+    return Refuse(exception, DISP_E_UNKNOWNNAME,
+                  QString("%1 has no member or property \"%2\"; the nearest names: %3")
+                      .arg(ClassName(), plain.name, NearestNames(m_interfaces, properties, plain.name, 5).join(", ")));
+  }
   if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) {
     if (plain.property < 0)
       return Refuse(exception, DISP_E_MEMBERNOTFOUND, QString("%1 is not a property of this object").arg(plain.name));
@@ -314,6 +333,12 @@ HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* pa
 
 HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
                                   VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
+  const bool destructor = std::strstr(member.name, "_DTOR_") != nullptr;
+  if (destructor && !m_made)
+    return Refuse(exception, E_ACCESSDENIED,
+                  QString("%1 refused: the application owns this %2; a script destroys only the objects it "
+                          "made (app.str, values members return)")
+                      .arg(member.name, ClassName()));
   ConvertedArguments arguments;
   UINT refused = 0;
   HRESULT hr = arguments.Convert(*params, member.arguments, m_context, &refused);
@@ -329,6 +354,7 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
   hr = m_exposer->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
                          argumentError);
   if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
+  if (destructor && SUCCEEDED(hr)) m_destroyed = true;
   if (FAILED(hr) || result == nullptr) {
     VariantClear(&answer);
     return hr;
@@ -344,7 +370,8 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
       V_VT(&answer) = VT_BSTR;
       V_BSTR(&answer) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
     } else {
-      V_DISPATCH(&answer) = Wrap(exposer, m_context);  // null for a null pointer result
+      // A value result is a copy the script owns; a pointer, the application's.
+      V_DISPATCH(&answer) = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer
     }
     exposer->Release();
   }

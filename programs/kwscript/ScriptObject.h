@@ -58,7 +58,10 @@ class CScriptObject final : public IDispatch {
   // reference to; null for a null exposer or one standing for no instance.
   // `object` is the QObject behind it when the caller knows it (a widget
   // it is found to be otherwise): its properties are then answered too.
-  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr);
+  // `made` says the object is the script's own (a value it made or a
+  // member returned by value), which it may destroy; the application owns
+  // every other.
+  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr, bool made = false);
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
 
@@ -73,7 +76,8 @@ class CScriptObject final : public IDispatch {
    UINT* argumentError) override;
 
  private:
-  CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object);
+  CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made);
+  QString ClassName() const;
   ~CScriptObject();
 
   const MemberInfo* FindMember(const wchar_t* name) const;
@@ -97,6 +101,8 @@ class CScriptObject final : public IDispatch {
   std::vector<const InterfaceInfo*> m_interfaces;
   std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
   QObject* m_object;
+  bool m_made;
+  bool m_destroyed = false;
   std::vector<PlainName> m_plain;  // DISPID kPlainBase + index
 };
 

@@ -40,4 +40,16 @@ check("ambiguous call refused",
       /arg with 4 argument\(s\) of these kinds is ambiguous/.test(error(function () { app.str("%1").arg(5.5, 3, 10, fill); })));
 check("read-only property named",
       /property acceptableInput of QLineEdit "nameEdit" is read-only/.test(error(function () { edit.acceptableInput = true; })));
+check("an unknown name lists the nearest",
+      /QLineEdit has no member or property "setTxt"; the nearest names: .*setText/.test(error(function () { edit.setTxt("x"); })));
+
+// Destructors: refused on the application's objects, run on the script's
+// own, after which the object answers "object destroyed".
+check("destructor refused on a widget",
+      /QLineEdit_DTOR_QLineEdit refused: the application owns this QLineEdit/.test(
+          error(function () { edit.QLineEdit_DTOR_QLineEdit(); })));
+check("the widget lives on", edit.text === "Grace");
+var mine = app.str("mine");
+mine.QString_DTOR_QString();
+check("a destroyed object refuses calls", /^object destroyed/.test(error(function () { mine.size(); })));
 app.echo(failures === 0 ? "plain names: all passed" : "plain names: " + failures + " failed");
