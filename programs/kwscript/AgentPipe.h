@@ -2,8 +2,9 @@
 // over a named pipe: messages of a 4-byte length (little-endian) and that
 // many bytes of UTF-8.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
-//                      "publish"), the script's file name, its text, then
-//                      the folder kwscript runs in
+//                      "publish"), the script's file name, its text, the
+//                      folder kwscript runs in, then the time limit in
+//                      seconds (0: none)
 //   agent -> kwscript: "out " and a line of output, any number of times,
 //                      then "end " and the exit status
 // A publishing agent sends "pub" once its object is registered and waits

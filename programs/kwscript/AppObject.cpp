@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "kwscript/CrashReport.h"
 #include "kwscript/InputEvents.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/ObjectQuery.h"
@@ -310,6 +311,10 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
   const UINT count = params != nullptr ? params->cArgs : 0;
   QString why;
   int x = 0, y = 0;
+  NoteCall(kUsage[id - kClick]);
+  struct CallDone {
+    ~CallDone() { NoteCall(nullptr); }
+  } done;
   switch (id) {
     case kClick:
     case kDoubleClick:
@@ -347,6 +352,8 @@ static IDispatch* TopLevels(CAppObject* app) {
 STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
                                 EXCEPINFO* exception, UINT* argumentError) {
   if (result != nullptr) VariantInit(result);
+  QString stop;
+  if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
   const VARIANT* first = Argument(params, 0);
   switch (id) {
     case kFind:

@@ -290,7 +290,8 @@ void WaitForInputToEnd() {
 // Sends the request and prints the agent's output; the exit status.
 int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
   if (!WriteMessage(pipe, request.command.toUtf8()) || !WriteMessage(pipe, request.scriptPath.toUtf8()) ||
-      !WriteMessage(pipe, request.scriptText.toUtf8()) || !WriteMessage(pipe, QDir::currentPath().toUtf8())) {
+      !WriteMessage(pipe, request.scriptText.toUtf8()) || !WriteMessage(pipe, QDir::currentPath().toUtf8()) ||
+      !WriteMessage(pipe, QByteArray::number(request.timeoutSeconds))) {
     Say("the agent stopped answering");
     return kAttachFailed;
   }

@@ -14,6 +14,7 @@ struct AgentRequestText {
   QString command;     // "run", "tree", "tree-json" or "publish"
   QString scriptPath;  // shown in error reports; its ending chooses the engine
   QString scriptText;
+  int timeoutSeconds = 0;  // the script is stopped after that long; 0: never
 };
 
 // Exit statuses of the attach modes besides the script's own 0 (succeeded)

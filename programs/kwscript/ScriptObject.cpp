@@ -1,9 +1,11 @@
 #include "kwscript/ScriptObject.h"
 
 #include "host/HostSupport.h"
+#include "kwscript/CrashReport.h"
 #include "kwscript/PlainNames.h"
 #include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
+#include "kwscript/ScriptRunner.h"
 
 #include <QtCore/QMetaProperty>
 #include <QtCore/QString>
@@ -276,6 +278,8 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
 
 STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
                                    EXCEPINFO* exception, UINT* argumentError) {
+  QString stop;
+  if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
   if (m_destroyed)
     return Refuse(exception, RPC_E_DISCONNECTED,
                   QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName()));
@@ -351,8 +355,10 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
   }
   VARIANT answer;
   VariantInit(&answer);
+  NoteCall(member.name);
   hr = m_exposer->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
                          argumentError);
+  NoteCall(nullptr);
   if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
   if (destructor && SUCCEEDED(hr)) m_destroyed = true;
   if (FAILED(hr) || result == nullptr) {

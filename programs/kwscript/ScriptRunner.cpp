@@ -1,6 +1,8 @@
 #include "kwscript/ScriptRunner.h"
 
+#include <QtCore/QAtomicInt>
 #include <QtCore/QCoreApplication>
+#include <QtCore/QMutex>
 #include <QtCore/QTimerEvent>
 
 #include "kwscript/Output.h"
@@ -12,6 +14,11 @@ namespace {
 
 // The runner whose script fiber is running now, if any.
 ScriptRunner* g_current = nullptr;
+
+// A stop asked for, from any thread.
+QMutex g_stopLock;
+QString g_stopReason;
+QAtomicInt g_stopRequested(0);
 constexpr SIZE_T kScriptStack = 4 * 1024 * 1024;
 constexpr int kResumeIntervalMs = 10;
 
@@ -34,7 +41,21 @@ ScriptRunner::~ScriptRunner() {
   if (m_fiber != nullptr) DeleteFiber(m_fiber);
 }
 
+void ScriptRunner::RequestStop(const QString& reason) {
+  QMutexLocker lock(&g_stopLock);
+  g_stopReason = reason;
+  g_stopRequested = 1;
+}
+
+bool ScriptRunner::StopRequested(QString* reason) {
+  if (!g_stopRequested) return false;
+  QMutexLocker lock(&g_stopLock);
+  *reason = g_stopReason;
+  return true;
+}
+
 void ScriptRunner::Start() {
+  g_stopRequested = 0;
   if (IsThreadAFiber()) {
     m_mainFiber = CurrentFiber();
   } else {

@@ -10,6 +10,7 @@
 #include <oaidl.h>
 
 #include <QtCore/QObject>
+#include <QtCore/QString>
 
 #include <functional>
 #include <string>
@@ -30,6 +31,13 @@ class ScriptRunner : public QObject {
   // From the script: lets the event loop run, then comes back. Outside a
   // script fiber it processes the pending events instead.
   static void YieldToEventLoop();
+
+  // Asks the running script to stop, from any thread: every call it makes
+  // from then on (on app or on an object) fails with `reason`, which the
+  // error report shows with the script's line. Cleared when a script starts.
+  static void RequestStop(const QString& reason);
+  // Whether a stop was asked for, and why.
+  static bool StopRequested(QString* reason);
 
  protected:
   void timerEvent(QTimerEvent* event) override;

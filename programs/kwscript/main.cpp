@@ -23,10 +23,13 @@
 
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/Attach.h"
+#include "kwscript/CrashReport.h"
+#include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
@@ -89,10 +92,37 @@ const char kUsage[] =
     "       kwscript --attach PID|IMAGE.exe FILE\n"
     "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
-    "       kwscript --members TYPE\n";
+    "       kwscript --members TYPE\n"
+    "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n";
+
+// Asks the script to stop once `seconds` have passed without `done` being
+// set, and ends kwscript if it then makes no call within 10 s.
+class Watchdog {
+ public:
+  explicit Watchdog(int seconds) : m_done(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+    if (seconds > 0)
+      m_thread = std::thread([this, seconds] {
+        if (WaitForSingleObject(m_done, seconds * 1000u) != WAIT_TIMEOUT) return;
+        kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
+        if (WaitForSingleObject(m_done, 10000) != WAIT_TIMEOUT) return;
+        std::printf("kwscript: the script did not finish within %d s and does not stop\n", seconds);
+        std::fflush(stdout);
+        TerminateProcess(GetCurrentProcess(), 2);
+      });
+  }
+  ~Watchdog() {
+    SetEvent(m_done);
+    if (m_thread.joinable()) m_thread.join();
+    CloseHandle(m_done);
+  }
+
+ private:
+  HANDLE m_done;
+  std::thread m_thread;
+};
 
 // Runs FILE against the demo form, the script on a fiber of the GUI thread.
-int RunOnDemoForm(QApplication& application, const QString& path) {
+int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
   if (!host.ready()) {
     std::printf("kwscript: cannot load kwQtWrappers.dll\n");
@@ -113,6 +143,7 @@ int RunOnDemoForm(QApplication& application, const QString& path) {
       std::printf("kwscript: cannot read %s\n", path.toUtf8().constData());
       return 1;
     }
+    Watchdog watchdog(timeout);
     kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
                                   [&](bool done) {
                                     succeeded = done;
@@ -128,6 +159,8 @@ int RunOnDemoForm(QApplication& application, const QString& path) {
   host.Unload();
   return succeeded ? 0 : 1;
 }
+
+constexpr int kDefaultTimeoutSeconds = 300;
 
 // The attach modes: --launch APP [ARGS...] [--keep] [-- FILE] or --attach TARGET [FILE].
 int RunInApplication(const QStringList& args, kwscript::AgentRequestText request, bool needsFile) {
@@ -168,12 +201,24 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
 int main(int argc, char** argv) {
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
+  int timeout = kDefaultTimeoutSeconds;
+  const int timeoutAt = args.indexOf("--timeout");
+  if (timeoutAt >= 0) {
+    bool ok = false;
+    timeout = args.value(timeoutAt + 1).toInt(&ok);
+    if (!ok || timeout < 0) {
+      std::printf("%s", kUsage);
+      return 2;
+    }
+    args.removeAt(timeoutAt);
+    args.removeAt(timeoutAt);
+  }
   const QString mode = args.value(0);
-  if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", ""}, true);
-  if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", ""}, false);
+  if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", "", timeout}, true);
+  if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
-    return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", ""}, false);
+    return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", "", timeout}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
     std::printf("%s", kUsage);
@@ -188,5 +233,6 @@ int main(int argc, char** argv) {
     }
     return ListMembers(host.manager(), argv[2]);
   }
-  return RunOnDemoForm(application, args.first());
+  kwscript::ReportUnhandledExceptions(&kwscript::PrintLine);
+  return RunOnDemoForm(application, args.first(), timeout);
 }

@@ -29,6 +29,7 @@
 #include "host/ManagerHost.h"
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
+#include "kwscript/CrashReport.h"
 #include "kwscript/ObjectQuery.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptRunner.h"
@@ -41,7 +42,22 @@ using kwscript::PrintLine;
 constexpr int kCannotRun = 2;
 constexpr int kAlreadyAttached = 3;
 
+// How long a script asked to stop has to make its next call.
+constexpr DWORD kStopGraceMs = 10000;
+
 void SendLine(const QString& line, void* pipe) { kwscript::WriteMessage(pipe, "out " + line.toUtf8()); }
+
+// The pipe of the request under way, for a crash report.
+HANDLE volatile g_pipe = nullptr;
+
+// A crash of the application: said to kwscript with the status of an
+// application that ended during the script.
+void SendCrash(const QString& line) {
+  HANDLE pipe = g_pipe;
+  if (pipe == nullptr) return;
+  kwscript::WriteMessage(pipe, "out " + line.toUtf8());
+  kwscript::WriteMessage(pipe, "end 4");
+}
 
 // The folder of this DLL, where kwQtWrappers.dll lies beside it.
 std::wstring AgentFolder() {
@@ -224,9 +240,10 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                             OPEN_EXISTING, 0, nullptr);
   if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
-  QByteArray command, path, code, folder;
+  QByteArray command, path, code, folder, timeout;
   if (!kwscript::ReadMessage(pipe, &command) || !kwscript::ReadMessage(pipe, &path) ||
-      !kwscript::ReadMessage(pipe, &code) || !kwscript::ReadMessage(pipe, &folder)) {
+      !kwscript::ReadMessage(pipe, &code) || !kwscript::ReadMessage(pipe, &folder) ||
+      !kwscript::ReadMessage(pipe, &timeout)) {
     CloseHandle(pipe);
     return kCannotRun;
   }
@@ -240,17 +257,35 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     return kAlreadyAttached;
   }
   kwscript::SetOutputSink(&SendLine, pipe);
+  g_pipe = pipe;
+  kwscript::ReportUnhandledExceptions(&SendCrash);
   QCoreApplication* application = QCoreApplication::instance();
-  int status = kCannotRun;
+  // On the heap: a script that does not stop outlives this thread and
+  // still writes its status when it ends.
+  int* statusBox = new int(kCannotRun);
+  int& status = *statusBox;
   if (application == nullptr) {
     SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", pipe);
   } else {
     auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
-                                     QString::fromUtf8(folder), &status);
+                                     QString::fromUtf8(folder), statusBox);
     const HANDLE scriptDone = request->scriptDone(), finished = request->finished();
     request->moveToThread(application->thread());
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
-    WaitForSingleObject(scriptDone, INFINITE);
+    const DWORD limitMs = timeout.toUInt() * 1000;
+    if (WaitForSingleObject(scriptDone, limitMs > 0 ? limitMs : INFINITE) == WAIT_TIMEOUT) {
+      kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(timeout.constData()));
+      if (WaitForSingleObject(scriptDone, kStopGraceMs) == WAIT_TIMEOUT) {
+        // It makes no calls that could fail: nothing more can be done from here.
+        SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(timeout.constData()),
+                 pipe);
+        kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
+        g_pipe = nullptr;
+        kwscript::SetOutputSink(nullptr, nullptr);
+        CloseHandle(pipe);
+        return kCannotRun;  // the request and its events stay: the script still holds them
+      }
+    }
     if (command == "publish" && status == 0) {
       // Published: kwscript writes "stop", or the pipe breaks when it ends.
       // It reads nothing meanwhile, so what clients print stays here.
@@ -268,7 +303,10 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     CloseHandle(finished);
   }
   kwscript::SetOutputSink(nullptr, nullptr);
+  g_pipe = nullptr;
   CloseHandle(pipe);
   CloseHandle(attached);
-  return static_cast<DWORD>(status);
+  const int ended = status;
+  delete statusBox;
+  return static_cast<DWORD>(ended);
 }

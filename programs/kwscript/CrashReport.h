@@ -1,0 +1,20 @@
+// What kwscript says when the application it drives crashes, instead of
+// Wine's crash debugger holding the process until someone kills it: the
+// exception code, the module it happened in and the call the script was
+// making, then the process ends with a status.
+#pragma once
+
+#include <QtCore/QString>
+
+namespace kwscript {
+
+// From now on an exception nothing else handles is reported through
+// `report` (a line of text), after which the process ends with the
+// exception code as its exit code.
+void ReportUnhandledExceptions(void (*report)(const QString& line));
+
+// The call the script is making now, named in a crash report; a call
+// clears it with a null name when it returns. The name must outlive it.
+void NoteCall(const char* name);
+
+}  // namespace kwscript
