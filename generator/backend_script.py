@@ -17,6 +17,10 @@ declaration it calls, with the header and line:
 
 (the columns "script kinds" of marshalling.py's rows).
 
+Each interface of a class with a meta-object (one that declares
+qt_metacast in a public header) also points at its staticMetaObject, where
+a host finds the class's Qt properties without an instance.
+
 The interfaces are sorted by name, so a host finds one by binary search.
 """
 
@@ -36,12 +40,23 @@ def c_string(text):
     return '"%s"' % text.replace("\\", "\\\\").replace('"', '\\"')
 
 
+def meta_object(itf):
+    """`&Class::staticMetaObject` for a class with a meta-object declared
+    in a public header, else "nullptr"."""
+    metacast = itf.name[len("Iwrp_"):] + "_qt_metacast"
+    for m in itf.kept:
+        if m.name == metacast and not m.decl.get("at", "").split(":")[0].endswith("_p.h"):
+            return "&%s::staticMetaObject" % itf.entry.type_name
+    return "nullptr"
+
+
 def table_file(interfaces):
-    out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', "", "namespace kwscript {", "namespace {", ""]
+    out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', "", "#include <QtCore/QtCore>",
+           "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", ""]
     rows = []
     for itf in sorted(interfaces, key=lambda i: i.name):
         if not itf.kept:
-            rows.append((itf.name, "nullptr", 0))
+            rows.append((itf.name, "nullptr", 0, "nullptr"))
             continue
         array = "k" + itf.name
         out.append("const MemberInfo %s[] = {" % array)
@@ -51,9 +66,9 @@ def table_file(interfaces):
                 c_string(m.name), c_string(kinds), m.result.script_kind,
                 c_string(m.declaration(itf.entry.type_name)), c_string(m.decl.get("at", ""))))
         out.append("};")
-        rows.append((itf.name, array, len(itf.kept)))
+        rows.append((itf.name, array, len(itf.kept), meta_object(itf)))
     out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
-    out += ["    {%s, %s, %d}," % (c_string(name), array, count) for name, array, count in rows]
+    out += ["    {%s, %s, %d, %s}," % (c_string(name), array, count, meta) for name, array, count, meta in rows]
     out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
     return out
 

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+struct QMetaObject;
+
 namespace kwscript {
 
 // Argument kinds, one letter each: b bool, e enumeration, n number, t byte
@@ -23,6 +25,7 @@ struct InterfaceInfo {
   const char* name;  // "Iwrp_QAbstractButton"
   const MemberInfo* members;
   std::size_t count;
+  const QMetaObject* meta;  // the class's meta-object, or null for a class without one
 };
 
 // Every wrapped interface, sorted by name.

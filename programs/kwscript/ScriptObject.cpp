@@ -10,7 +10,6 @@
 #include <QtCore/QMetaProperty>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
-#include <QtGui/QWidget>
 
 #include <algorithm>
 #include <cstring>
@@ -123,13 +122,13 @@ void* InstanceOf(IDispatch* exposer) {
   return instance;
 }
 
-// The widget an exposer stands for, or null. A wrapper composes QWidget's
-// interface for every class derived from it, and such a class has its
-// QWidget part (and in it the QObject part) first, at the instance's own
-// address.
-QObject* WidgetBehind(IDispatch* exposer, const std::vector<std::wstring>& composed) {
-  if (std::find(composed.begin(), composed.end(), L"Iwrp_QWidget") == composed.end()) return nullptr;
-  return qobject_cast<QWidget*>(static_cast<QObject*>(InstanceOf(exposer)));
+// The QObject an exposer stands for, or null: a class with a meta-object
+// has its QObject part first, at the instance's own address (moc requires
+// the QObject-derived base to come first).
+QObject* ObjectBehind(IDispatch* exposer, const std::vector<const InterfaceInfo*>& interfaces) {
+  for (const InterfaceInfo* info : interfaces)
+    if (info->meta != nullptr) return static_cast<QObject*>(InstanceOf(exposer));
+  return nullptr;
 }
 
 // A member that failed reaches the engine as DISP_E_EXCEPTION with its own
@@ -181,10 +180,9 @@ CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
   m_context->facades.insert(this);
-  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
-  for (const std::wstring& name : composed)
+  for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
-  if (m_object == nullptr) m_object = WidgetBehind(exposer, composed);
+  if (m_object == nullptr) m_object = ObjectBehind(exposer, m_interfaces);
 }
 
 CScriptObject::~CScriptObject() {

@@ -56,8 +56,8 @@ class CScriptObject final : public IDispatch {
  public:
   // A new facade (one reference) over `exposer`, which it keeps a
   // reference to; null for a null exposer or one standing for no instance.
-  // `object` is the QObject behind it when the caller knows it (a widget
-  // it is found to be otherwise): its properties are then answered too.
+  // `object` is the QObject behind it when the caller knows it (its class's
+  // meta-object tells otherwise): its properties are then answered too.
   // `made` says the object is the script's own (a value it made or a
   // member returned by value), which it may destroy; the application owns
   // every other.

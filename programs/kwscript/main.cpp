@@ -11,7 +11,7 @@
 //                                          object for other processes (VBScript's
 //                                          GetObject, the Running Object Table)
 //                                          until kwscript's input ends
-//   kwscript --members TYPE                what a script can call on a TYPE object
+//   kwscript --members TYPE [--json]       what a script can call on a TYPE object
 // The exit status is 0 when the script succeeded, 1 when it failed; the
 // attach modes' own statuses are in Attach.h.
 #include <windows.h>
@@ -31,60 +31,11 @@
 #include "kwscript/CrashReport.h"
 #include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
+#include "kwscript/MemberList.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
 namespace {
-
-// What each kind letter of the member table means to a script writer, as an
-// argument and as a result.
-struct KindWords {
-  char kind;
-  const char* argument;
-  const char* result;
-};
-const KindWords kKindWords[] = {
-    {'-', "", "nothing"},
-    {'b', "boolean", "boolean"},
-    {'e', "number (enumeration)", "number (enumeration)"},
-    {'n', "number", "number"},
-    {'t', "string (bytes)", "pointer"},
-    {'s', "string or QString", "object"},
-    {'o', "object", "object"},
-    {'r', "object", "object or null"},
-    {'p', "pointer", "pointer"},
-};
-
-const KindWords& WordsOf(char kind) {
-  for (const KindWords& words : kKindWords)
-    if (words.kind == kind) return words;
-  return kKindWords[sizeof kKindWords / sizeof kKindWords[0] - 1];
-}
-
-// The members of every class an object of `type` composes, in composition
-// order: script name, arguments and result in script terms, Qt declaration.
-int ListMembers(IWrappersManager* manager, const char* type) {
-  int placeholder = 0;
-  IDispatch* exposer = nullptr;
-  const std::wstring name = QString(type).toStdWString();
-  if (manager->CreateWrapper(name.c_str(), &placeholder, &exposer) != S_OK) {
-    std::printf("kwscript: \"%s\" is not a type name the library knows\n", type);
-    return 1;
-  }
-  for (const std::wstring& interfaceName : kwhost::ComposedInterfaces(exposer)) {
-    const kwscript::InterfaceInfo* info = kwscript::FindInterface(interfaceName.c_str());
-    std::printf("%ls (%u members)\n", interfaceName.c_str(), info ? static_cast<unsigned>(info->count) : 0u);
-    for (std::size_t i = 0; info != nullptr && i < info->count; ++i) {
-      const kwscript::MemberInfo& member = info->members[i];
-      QStringList arguments;
-      for (const char* kind = member.arguments; *kind != '\0'; ++kind) arguments << WordsOf(*kind).argument;
-      std::printf("  %s(%s) -> %s\n      %s  [%s]\n", member.name, arguments.join(", ").toUtf8().constData(),
-                  WordsOf(member.result).result, member.declaration, member.location);
-    }
-  }
-  exposer->Release();
-  return 0;
-}
 
 const char kUsage[] =
     "usage: kwscript FILE.js|FILE.vbs\n"
@@ -92,7 +43,7 @@ const char kUsage[] =
     "       kwscript --attach PID|IMAGE.exe FILE\n"
     "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
-    "       kwscript --members TYPE\n"
+    "       kwscript --members TYPE [--json]\n"
     "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n";
 
 // Asks the script to stop once `seconds` have passed without `done` being
@@ -231,7 +182,8 @@ int main(int argc, char** argv) {
       std::printf("kwscript: cannot load kwQtWrappers.dll\n");
       return 2;
     }
-    return ListMembers(host.manager(), argv[2]);
+    const bool json = args.value(2) == "--json";
+    return kwscript::ListMembers(host.manager(), args.value(1), json);
   }
   kwscript::ReportUnhandledExceptions(&kwscript::PrintLine);
   return RunOnDemoForm(application, args.first(), timeout);

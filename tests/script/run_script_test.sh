@@ -11,6 +11,7 @@ while [[ $# -gt 0 && $1 != -- ]]; do args+=("$1"); shift; done
 shift
 output=$("$here/../../cmake/wine-run.sh" --prefix script --display "$program" "${args[@]}" 2>&1)
 status=$?
+output=${output//$'\r'/}  # Wine's console ends lines with CR LF
 echo "$output"
 fail=0
 [[ $status -eq $want ]] || { echo "FAIL: exit status $status, expected $want"; fail=1; }
