@@ -1,6 +1,7 @@
 #include "kwscript/AppObject.h"
 
 #include "host/HostSupport.h"
+#include "host/ManagerHost.h"
 #include "kwscript/Output.h"
 
 #include <QtCore/QByteArray>
@@ -147,14 +148,8 @@ void ReturnObject(VARIANT* result, IDispatch* object) {
 void* InstanceBehind(const VARIANT* arg, std::vector<std::wstring>* composed) {
   IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
   if (exposer == nullptr) return nullptr;
-  IkwInstanceProxy* proxy = nullptr;
-  void* instance = nullptr;
-  if (SUCCEEDED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) {
-    proxy->GetInstance(&instance);
-    proxy->Release();
-  }
   *composed = kwhost::ComposedInterfaces(exposer);
-  return instance;
+  return kwhost::InstanceOf(exposer);
 }
 
 // The text behind a QString, QByteArray or QLatin1String object of this host.

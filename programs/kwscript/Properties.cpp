@@ -5,6 +5,7 @@
 #include <QtCore/QVariant>
 
 #include "host/HostSupport.h"
+#include "host/ManagerHost.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
@@ -30,13 +31,7 @@ QVariant VariantOf(const VARIANT* value, QVariant::Type type) {
   } else if (V_VT(value) == VT_DISPATCH) {
     // A value object of this script: a copy of what it stands for.
     IDispatch* exposer = CScriptObject::ExposerOf(V_DISPATCH(value));
-    IkwInstanceProxy* proxy = nullptr;
-    void* instance = nullptr;
-    if (exposer != nullptr &&
-        SUCCEEDED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) {
-      proxy->GetInstance(&instance);
-      proxy->Release();
-    }
+    void* instance = exposer != nullptr ? kwhost::InstanceOf(exposer) : nullptr;
     const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
     const QByteArray own = composed.empty() ? QByteArray() : QString::fromStdWString(composed.back()).mid(5).toLatin1();
     const int typeId = own.isEmpty() ? 0 : QMetaType::type(own.constData());

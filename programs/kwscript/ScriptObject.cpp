@@ -1,6 +1,7 @@
 #include "kwscript/ScriptObject.h"
 
 #include "host/HostSupport.h"
+#include "host/ManagerHost.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/PlainNames.h"
 #include "kwscript/Properties.h"
@@ -113,14 +114,7 @@ constexpr DISPID kPlainBase = 0x40000000;
 
 // The instance an exposer stands for (null for a null pointer result, or
 // for an object that is not an exposer).
-void* InstanceOf(IDispatch* exposer) {
-  IkwInstanceProxy* proxy = nullptr;
-  if (FAILED(exposer->QueryInterface(IID_IkwInstanceProxy, reinterpret_cast<void**>(&proxy)))) return nullptr;
-  void* instance = nullptr;
-  proxy->GetInstance(&instance);
-  proxy->Release();
-  return instance;
-}
+using kwhost::InstanceOf;
 
 // The QObject an exposer stands for, or null: a class with a meta-object
 // has its QObject part first, at the instance's own address (moc requires
