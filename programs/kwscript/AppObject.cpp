@@ -20,6 +20,7 @@
 #include "kwscript/InputEvents.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/ObjectQuery.h"
+#include "kwscript/ScriptDispatch.h"
 #include "kwscript/ScriptRunner.h"
 
 namespace kwscript {
@@ -179,11 +180,7 @@ STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
 }
 
 STDMETHODIMP CAppObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
-  if (names == nullptr || ids == nullptr || count == 0) return E_INVALIDARG;
-  for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
-  for (DISPID id = kFind; id <= kLastMethod; ++id)
-    if (lstrcmpiW(names[0], kMethods[id - 1]) == 0) ids[0] = id;
-  return ids[0] == DISPID_UNKNOWN || count > 1 ? DISP_E_UNKNOWNNAME : S_OK;
+  return IdsOfFixedNames(kMethods, kLastMethod, names, count, ids);
 }
 
 CAppObject::CAppObject(ScriptContext* context)

@@ -4,7 +4,8 @@ namespace kwscript {
 
 namespace {
 
-enum ListMember : DISPID { kCount = 1, kItem = 2 };
+const wchar_t* const kNames[] = {L"count", L"item", L"length"};
+enum ListMember : DISPID { kCount = 1, kItem = 2, kLength = 3 };
 
 }  // namespace
 
@@ -15,43 +16,14 @@ CObjectList::~CObjectList() {
     if (object != nullptr) object->Release();
 }
 
-STDMETHODIMP CObjectList::QueryInterface(REFIID iid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch)) {
-    *ppv = static_cast<IDispatch*>(this);
-    AddRef();
-    return S_OK;
-  }
-  *ppv = nullptr;
-  return E_NOINTERFACE;
-}
-
-STDMETHODIMP_(ULONG) CObjectList::AddRef() { return InterlockedIncrement(&m_refs); }
-
-STDMETHODIMP_(ULONG) CObjectList::Release() {
-  const ULONG refs = InterlockedDecrement(&m_refs);
-  if (refs == 0) delete this;
-  return refs;
-}
-
-STDMETHODIMP CObjectList::GetTypeInfoCount(UINT* count) {
-  if (count == nullptr) return E_POINTER;
-  *count = 0;
-  return S_OK;
-}
-
 STDMETHODIMP CObjectList::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
-  if (names == nullptr || ids == nullptr || count == 0) return E_INVALIDARG;
-  for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
-  if (lstrcmpiW(names[0], L"count") == 0 || lstrcmpiW(names[0], L"length") == 0) ids[0] = kCount;
-  if (lstrcmpiW(names[0], L"item") == 0) ids[0] = kItem;
-  return ids[0] == DISPID_UNKNOWN || count > 1 ? DISP_E_UNKNOWNNAME : S_OK;
+  return IdsOfFixedNames(kNames, sizeof kNames / sizeof kNames[0], names, count, ids);
 }
 
 STDMETHODIMP CObjectList::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*,
                                  UINT* argumentError) {
   if (result != nullptr) VariantInit(result);
-  if (id == kCount) {
+  if (id == kCount || id == kLength) {
     if (result != nullptr) {
       V_VT(result) = VT_I4;
       V_I4(result) = static_cast<LONG>(m_objects.size());

@@ -8,18 +8,15 @@
 
 #include <vector>
 
+#include "kwscript/ScriptDispatch.h"
+
 namespace kwscript {
 
-class CObjectList final : public IDispatch {
+class CObjectList final : public CountedDispatch {
  public:
   // A new list (one reference) taking over one reference to each object.
   static IDispatch* Make(std::vector<IDispatch*> objects);
 
-  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override;
-  STDMETHOD_(ULONG, AddRef)() override;
-  STDMETHOD_(ULONG, Release)() override;
-  STDMETHOD(GetTypeInfoCount)(UINT* count) override;
-  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return DISP_E_BADINDEX; }
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
   STDMETHOD(Invoke)
   (DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
@@ -27,9 +24,8 @@ class CObjectList final : public IDispatch {
 
  private:
   explicit CObjectList(std::vector<IDispatch*> objects) : m_objects(std::move(objects)) {}
-  ~CObjectList();
+  ~CObjectList() override;
 
-  volatile LONG m_refs = 1;
   std::vector<IDispatch*> m_objects;
 };
 

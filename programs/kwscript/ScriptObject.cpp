@@ -170,7 +170,8 @@ bool TextBehind(IDispatch* exposer, QString* text) {
 }
 
 CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made)
-    : m_exposer(exposer), m_context(context), m_object(object), m_made(made) {
+    : CountedDispatch(IID_IScriptFacade),
+      m_exposer(exposer), m_context(context), m_object(object), m_made(made) {
   m_exposer->AddRef();
   InterlockedIncrement(&m_context->liveObjects);
   m_context->facades.insert(this);
@@ -211,25 +212,6 @@ IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
   IDispatch* exposer = facade->m_exposer;
   facade->Release();
   return exposer;
-}
-
-STDMETHODIMP CScriptObject::QueryInterface(REFIID iid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, IID_IScriptFacade)) {
-    *ppv = static_cast<IDispatch*>(this);
-    AddRef();
-    return S_OK;
-  }
-  *ppv = nullptr;
-  return E_NOINTERFACE;
-}
-
-STDMETHODIMP_(ULONG) CScriptObject::AddRef() { return InterlockedIncrement(&m_refs); }
-
-STDMETHODIMP_(ULONG) CScriptObject::Release() {
-  const ULONG refs = InterlockedDecrement(&m_refs);
-  if (refs == 0) delete this;
-  return refs;
 }
 
 STDMETHODIMP CScriptObject::GetTypeInfoCount(UINT* count) { return m_exposer->GetTypeInfoCount(count); }

@@ -22,6 +22,7 @@
 #include <QtCore/QString>
 
 #include "kwscript/MemberTable.h"
+#include "kwscript/ScriptDispatch.h"
 #include "com/Interfaces.h"
 
 namespace kwscript {
@@ -52,7 +53,7 @@ bool TextBehind(IDispatch* exposer, QString* text);
 
 struct OverloadGroup;
 
-class CScriptObject final : public IDispatch {
+class CScriptObject final : public CountedDispatch {
  public:
   // A new facade (one reference) over `exposer`, which it keeps a
   // reference to; null for a null exposer or one standing for no instance.
@@ -65,9 +66,6 @@ class CScriptObject final : public IDispatch {
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
 
-  STDMETHOD(QueryInterface)(REFIID iid, void** ppv) override;
-  STDMETHOD_(ULONG, AddRef)() override;
-  STDMETHOD_(ULONG, Release)() override;
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** info) override;
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
@@ -78,7 +76,7 @@ class CScriptObject final : public IDispatch {
  private:
   CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made);
   QString ClassName() const;
-  ~CScriptObject();
+  ~CScriptObject() override;
 
   const MemberInfo* FindMember(const wchar_t* name) const;
   HRESULT CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
@@ -95,7 +93,6 @@ class CScriptObject final : public IDispatch {
     std::map<const MemberInfo*, DISPID> ids;
   };
 
-  volatile LONG m_refs = 1;
   IDispatch* m_exposer;
   ScriptContext* m_context;
   std::vector<const InterfaceInfo*> m_interfaces;
