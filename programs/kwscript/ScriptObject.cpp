@@ -334,6 +334,15 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
                          argumentError);
   NoteCall(nullptr);
   if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
+  if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW) {
+    VariantClear(&answer);
+    return Refuse(exception, hr,
+                  QString("%1 takes %2 argument(s), %3; given %4")
+                      .arg(member.name)
+                      .arg(std::strlen(member.arguments))
+                      .arg(member.declaration)
+                      .arg(params->cArgs - params->cNamedArgs));
+  }
   if (destructor && SUCCEEDED(hr)) m_destroyed = true;
   if (FAILED(hr) || result == nullptr) {
     VariantClear(&answer);
