@@ -120,6 +120,13 @@ const VARIANT* Argument(const DISPPARAMS* params, UINT position) {
   return V_VT(arg) == (VT_BYREF | VT_VARIANT) ? V_VARIANTREF(arg) : arg;
 }
 
+// The failure of a call during which the script was asked to stop.
+HRESULT RefuseStopped(EXCEPINFO* exception) {
+  QString reason;
+  ScriptRunner::StopRequested(&reason);
+  return Refuse(exception, E_ABORT, reason);
+}
+
 QString TextOfVariant(const VARIANT* arg) {
   VARIANT text;
   VariantInit(&text);
@@ -232,7 +239,7 @@ HRESULT CAppObject::Query(const VARIANT* selector, bool all, int waitMs, VARIANT
       ReturnObject(result, found.isEmpty() ? nullptr : Wrap(found.first()));
       return S_OK;
     }
-    ScriptRunner::YieldToEventLoop();
+    if (!ScriptRunner::YieldToEventLoop()) return RefuseStopped(exception);
   }
 }
 
@@ -268,7 +275,8 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
   constexpr int kSettleMs = 400;
   QElapsedTimer clock;
   clock.start();
-  do ScriptRunner::YieldToEventLoop();
+  do
+    if (!ScriptRunner::YieldToEventLoop()) return RefuseStopped(exception);
   while (clock.elapsed() < kSettleMs);
   const QString path = QDir(m_context->folder).absoluteFilePath(TextOfVariant(file));
   if (!QPixmap::grabWidget(widget).save(path))
@@ -383,8 +391,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return S_OK;
     }
     case kProcessEvents:
-      ScriptRunner::YieldToEventLoop();
-      return S_OK;
+      return ScriptRunner::YieldToEventLoop() ? S_OK : RefuseStopped(exception);
     case kQuery:
     case kQueryAll:
       return Query(first, id == kQueryAll, 0, result, exception);

@@ -41,12 +41,15 @@ QString AwaitDelivery() {
   QCoreApplication::postEvent(&sentinel, new QEvent(Sentinel::kType));
   QElapsedTimer clock;
   clock.start();
-  while (!sentinel.delivered && clock.elapsed() < kDeliveryLimitMs) ScriptRunner::YieldToEventLoop();
+  bool going = true;
+  while (going && !sentinel.delivered && clock.elapsed() < kDeliveryLimitMs) going = ScriptRunner::YieldToEventLoop();
   QCoreApplication::removePostedEvents(&sentinel);
-  if (!sentinel.delivered) return "the application did not take the events within 10 s";
   // Once more round the loop: a modal dialog the events closed has then
   // returned to the handler that opened it, and that handler has finished.
-  for (int round = 0; round < 2; ++round) ScriptRunner::YieldToEventLoop();
+  for (int round = 0; going && sentinel.delivered && round < 2; ++round) going = ScriptRunner::YieldToEventLoop();
+  QString stop;
+  if (ScriptRunner::StopRequested(&stop)) return stop;
+  if (!sentinel.delivered) return "the application did not take the events within 10 s";
   return QString();
 }
 
@@ -55,7 +58,8 @@ template <typename Condition>
 bool AwaitCondition(Condition done, int limitMs) {
   QElapsedTimer clock;
   clock.start();
-  while (!done() && clock.elapsed() < limitMs) ScriptRunner::YieldToEventLoop();
+  while (!done() && clock.elapsed() < limitMs && ScriptRunner::YieldToEventLoop()) {
+  }
   return done();
 }
 

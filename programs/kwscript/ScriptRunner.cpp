@@ -14,6 +14,8 @@ namespace {
 
 // The runner whose script fiber is running now, if any.
 ScriptRunner* g_current = nullptr;
+// The runner whose script waits for the event loop, if any.
+ScriptRunner* g_waiting = nullptr;
 
 // A stop asked for, from any thread.
 QMutex g_stopLock;
@@ -39,6 +41,7 @@ ScriptRunner::ScriptRunner(std::wstring path, std::wstring code, IDispatch* app,
 ScriptRunner::~ScriptRunner() {
   if (m_timer != 0) killTimer(m_timer);
   if (m_fiber != nullptr) DeleteFiber(m_fiber);
+  if (g_waiting == this) g_waiting = nullptr;
 }
 
 void ScriptRunner::RequestStop(const QString& reason) {
@@ -54,8 +57,21 @@ bool ScriptRunner::StopRequested(QString* reason) {
   return true;
 }
 
+bool ScriptRunner::GiveCrashToScript(const QString& reason) {
+  ScriptRunner* runner = g_waiting;
+  if (runner == nullptr || runner->m_finished || runner->m_inScript || runner->m_thread != GetCurrentThreadId())
+    return false;
+  RequestStop(reason);
+  g_waiting = nullptr;
+  g_current = runner;
+  runner->m_inScript = true;
+  SwitchToFiber(runner->m_fiber);
+  return true;
+}
+
 void ScriptRunner::Start() {
   g_stopRequested = 0;
+  m_thread = GetCurrentThreadId();
   if (IsThreadAFiber()) {
     m_mainFiber = CurrentFiber();
   } else {
@@ -79,13 +95,13 @@ void CALLBACK ScriptRunner::FiberMain(void* parameter) {
   for (;;) SwitchToFiber(runner->m_mainFiber);  // never resumed once finished
 }
 
-void ScriptRunner::YieldToEventLoop() {
+bool ScriptRunner::YieldToEventLoop() {
   ScriptRunner* runner = g_current;
-  if (runner == nullptr) {
+  if (runner == nullptr)
     QCoreApplication::processEvents();
-    return;
-  }
-  SwitchToFiber(runner->m_mainFiber);
+  else
+    SwitchToFiber(runner->m_mainFiber);
+  return !g_stopRequested;
 }
 
 void ScriptRunner::timerEvent(QTimerEvent* event) {
@@ -95,9 +111,11 @@ void ScriptRunner::timerEvent(QTimerEvent* event) {
   m_inScript = true;
   ScriptRunner* outer = g_current;
   g_current = this;
+  g_waiting = nullptr;
   SwitchToFiber(m_fiber);
   g_current = outer;
   m_inScript = false;
+  g_waiting = m_finished ? nullptr : this;
   if (!m_finished) {
     m_timer = startTimer(kResumeIntervalMs);
     return;

@@ -29,8 +29,9 @@ class ScriptRunner : public QObject {
   void Start();
 
   // From the script: lets the event loop run, then comes back. Outside a
-  // script fiber it processes the pending events instead.
-  static void YieldToEventLoop();
+  // script fiber it processes the pending events instead. False when the
+  // script is to stop (see RequestStop): its loops end there.
+  static bool YieldToEventLoop();
 
   // Asks the running script to stop, from any thread: every call it makes
   // from then on (on app or on an object) fails with `reason`, which the
@@ -38,6 +39,13 @@ class ScriptRunner : public QObject {
   static void RequestStop(const QString& reason);
   // Whether a stop was asked for, and why.
   static bool StopRequested(QString* reason);
+
+  // For a crash report, on the GUI thread while the script waits for the
+  // event loop (the usual case: the application's own handlers crash on
+  // the events a script's call posted): stops the script with `reason` and
+  // lets it run until its call has failed, so that the script error names
+  // the line, and until it ends or waits again. False when no script waits.
+  static bool GiveCrashToScript(const QString& reason);
 
  protected:
   void timerEvent(QTimerEvent* event) override;
@@ -53,6 +61,7 @@ class ScriptRunner : public QObject {
   bool m_convertedThread = false;
   bool m_inScript = false;
   bool m_finished = false;
+  DWORD m_thread = 0;
   bool m_succeeded = false;
   int m_timer = 0;
 };

@@ -185,6 +185,6 @@ int main(int argc, char** argv) {
     const bool json = args.value(2) == "--json";
     return kwscript::ListMembers(host.manager(), args.value(1), json);
   }
-  kwscript::ReportUnhandledExceptions(&kwscript::PrintLine);
+  kwscript::ReportUnhandledExceptions(&kwscript::PrintLine, &kwscript::ScriptRunner::GiveCrashToScript);
   return RunOnDemoForm(application, args.first(), timeout);
 }

@@ -258,7 +258,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   }
   kwscript::SetOutputSink(&SendLine, pipe);
   g_pipe = pipe;
-  kwscript::ReportUnhandledExceptions(&SendCrash);
+  kwscript::ReportUnhandledExceptions(&SendCrash, &kwscript::ScriptRunner::GiveCrashToScript);
   QCoreApplication* application = QCoreApplication::instance();
   // On the heap: a script that does not stop outlives this thread and
   // still writes its status when it ends.
