@@ -10,6 +10,7 @@
 #include <QtCore/QEvent>
 #include <QtCore/QString>
 #include <QtGui/QApplication>
+#include <QtGui/QImage>
 #include <QtGui/QPixmap>
 #include <QtGui/QWidget>
 
@@ -269,17 +270,26 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
   QWidget* widget = WidgetOf(Argument(params, 0));
   if (widget == nullptr)
     return Refuse(exception, DISP_E_TYPEMISMATCH, "app.grab: the first argument must be a widget of this script");
-  // Pending repaints first, and the time the style takes to animate a state
-  // change (a check box ticking over under the Vista style), so the picture
-  // shows the state Qt reports.
-  constexpr int kSettleMs = 400;
+  // Pending repaints first, then until two pictures 50 ms apart agree: a
+  // style animating a state change (a check box ticking over under the
+  // Vista style) has then finished, and the picture shows the state Qt
+  // reports. Two seconds at most.
+  constexpr int kStepMs = 50, kLimitMs = 2000;
   QElapsedTimer clock;
   clock.start();
-  do
-    if (!ScriptRunner::YieldToEventLoop()) return RefuseStopped(exception);
-  while (clock.elapsed() < kSettleMs);
+  QImage shown = QPixmap::grabWidget(widget).toImage();
+  for (;;) {
+    const qint64 stepStart = clock.elapsed();
+    do
+      if (!ScriptRunner::YieldToEventLoop()) return RefuseStopped(exception);
+    while (clock.elapsed() - stepStart < kStepMs);
+    const QImage next = QPixmap::grabWidget(widget).toImage();
+    const bool settled = next == shown;
+    shown = next;
+    if (settled || clock.elapsed() >= kLimitMs) break;
+  }
   const QString path = QDir(m_context->folder).absoluteFilePath(TextOfVariant(file));
-  if (!QPixmap::grabWidget(widget).save(path))
+  if (!shown.save(path))
     return Refuse(exception, E_FAIL, "app.grab: cannot write " + QDir::toNativeSeparators(path));
   ReturnText(result, QDir::toNativeSeparators(path));
   return S_OK;

@@ -18,7 +18,8 @@
 //                       (each returns once its events are delivered, while a
 //                       modal dialog they open is still open; InputEvents.h)
 //   app.grab(widget, file)  saves what the widget shows, once pending paints
-//                       and style animations are done, as an image (PNG for
+//                       and style animations are done (two pictures 50 ms
+//                       apart agree), as an image (PNG for
 //                       ".png"); a relative path is taken from the folder
 //                       kwscript was started in; gives the full path
 //   app.str(text)       a new QString object
