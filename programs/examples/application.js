@@ -1,8 +1,12 @@
-// Qt's application example, a text editor: text typed into it, the window
+// Qt's application example, a text editor: its File menu by Alt+F, text
+// typed into it, the window
 // marked modified, then File/New from the menu answered "Discard".
 //   ./scripts/script.sh --launch ../shared/qt48-apps/application.exe -- programs/examples/application.js
 var window = app.query("MainWindow");
 var editor = app.query("MainWindow QPlainTextEdit");
+app.key(editor, "Alt+F");  // the File menu, by its mnemonic
+app.echo("Alt+F opened:", app.waitFor("QMenu:visible", 3000).title);
+app.key(app.query("QMenu:visible"), "Escape");
 app.type(editor, "Hello from outside");
 app.echo("the editor holds:", editor.plainText);
 app.echo("modified:", window.isWindowModified());
