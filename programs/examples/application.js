@@ -1,6 +1,6 @@
 // Qt's application example, a text editor: its File menu by Alt+F, text
-// typed into it, the window
-// marked modified, then File/New from the menu answered "Discard".
+// typed into it, the window marked modified, then File/New from the menu
+// answered "Discard".
 //   ./scripts/script.sh --launch ../shared/qt48-apps/application.exe -- programs/examples/application.js
 var window = app.query("MainWindow");
 var editor = app.query("MainWindow QPlainTextEdit");
