@@ -132,7 +132,16 @@ class CComposedExposer : public CBaseWrapperExposer {
  public:
   HRESULT Init(void* instance, CStaticWrappersManager* manager) override {
     static const WrapperFactory factories[] = {&CreateBound<Wrappers>...};
-    static CMemberNameTable names;
-    return InitComposed(instance, manager, factories, sizeof...(Wrappers), &names);
+    return InitComposed(instance, manager, factories, sizeof...(Wrappers), &s_names);
   }
+
+ private:
+  // The class's name table: made when the DLL is loaded, not at a first
+  // call, since a function's own static would take the runtime's
+  // thread-safe guard, whose pthreads emulation leaves handles behind on
+  // every thread that passes it once the DLL is unloaded.
+  static CMemberNameTable s_names;
 };
+
+template <class... Wrappers>
+CMemberNameTable CComposedExposer<Wrappers...>::s_names;

@@ -178,6 +178,7 @@ TEST_F(UnloadTest, WaitingForSurvivorsLeavesNoHandleOpen) {
     return open[2] - open[1];
   };
   const unsigned withoutSurvivors = handlesLeftByOneMoreLoad(false);
+  EXPECT_EQ(0u, withoutSurvivors) << "a load, an object and an unload left handles open";
   EXPECT_EQ(withoutSurvivors, handlesLeftByOneMoreLoad(true)) << "the wait for a survivor left a handle open";
 }
 
