@@ -227,9 +227,18 @@ const MemberInfo* CScriptObject::FindMember(const wchar_t* name) const {
 }
 
 STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) {
+  // Engines ask for the name before every call; each is resolved once.
+  if (count == 1 && names != nullptr && ids != nullptr && names[0] != nullptr) {
+    auto known = m_ids.find(names[0]);
+    if (known != m_ids.end()) {
+      ids[0] = known->second;
+      return S_OK;
+    }
+  }
   HRESULT hr = m_exposer->GetIDsOfNames(iid, names, count, lcid, ids);
   if (hr == S_OK && count > 0) {
     if (const MemberInfo* member = FindMember(names[0])) m_members[ids[0]] = member;
+    if (count == 1) m_ids.emplace(names[0], ids[0]);
     return hr;
   }
   if (hr != DISP_E_UNKNOWNNAME || count != 1 || names == nullptr || ids == nullptr) return hr;
@@ -247,6 +256,7 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
   const int property = m_object != nullptr ? FindProperty(m_object, name) : -1;
   m_plain.push_back(PlainName{name, overloads, property, {}});
   ids[0] = kPlainBase + static_cast<DISPID>(m_plain.size() - 1);
+  m_ids.emplace(names[0], ids[0]);
   return S_OK;
 }
 

@@ -97,6 +97,7 @@ class CScriptObject final : public CountedDispatch {
   ScriptContext* m_context;
   std::vector<const InterfaceInfo*> m_interfaces;
   std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
+  std::map<std::wstring, DISPID> m_ids;           // every name asked for, as spelled
   QObject* m_object;
   bool m_made;
   bool m_destroyed = false;
