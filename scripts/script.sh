@@ -14,10 +14,12 @@
 #                                                   as "kwQtWrappers.<pid>" for VBScript's
 #                                                   GetObject and the Running Object Table,
 #                                                   until this command's input ends
-#   ./scripts/script.sh --members TYPE              what a script can call on a TYPE object
+#   ./scripts/script.sh --members TYPE [--json]     what a script can call on a TYPE object:
+#                                                   plain names, properties, Qt declarations
+# --timeout SECONDS before the mode stops a script that runs longer (default 300).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,17p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
