@@ -69,6 +69,8 @@ case $scenario in
       { echo "FAIL: no crash report"; fail=1; }
     step 1 'endless\.js:2:.*E_ABORT.*the script did not finish within 3 s' -- \
       --timeout 3 --launch "$calculator" -- "$(script endless.js)"
+    step 2 'the script did not finish within 2 s and does not stop' '!not reached' -- \
+      --timeout 2 --launch "$calculator" -- "$(script hang.js)"
     # A script error and a selector mistake: reported with their place, and
     # the application answers the next attach.
     step 1 'bad_selector\.js:2:1: .*character 13: expected a value in double quotes' -- \
