@@ -137,7 +137,7 @@ lineedits|lineedits.js|^after Home and a minus: -123$|QLineEdit text="-123"
 standarddialogs|standarddialogs.vbs|^the label reads: Ada Lovelace$|QLabel text="Ada Lovelace"
 addressbook|addressbook.vbs|^the row picked, Edit Entry is enabled: True$|QTableView [0-9,]+ [0-9x]+ visible
 application|application.js|^after Discard the editor holds: ""$|QPlainTextEdit plainText="A new page"
-calendarwidget|calendarwidget.js|^selected: [0-9]{4}-[0-9]{2}-11$|QCalendarWidget selectedDate="@selected@"
+calendarwidget|calendarwidget.js|^days between two cells side by side: 1$|QCalendarWidget selectedDate="@selected@"
 configdialog|configdialog.vbs|^page after a click on the second icon: 1$|QStackedWidget currentIndex="1"
 TABLE
     ;;
