@@ -137,12 +137,6 @@ QString TextOfVariant(const VARIANT* arg) {
   return out;
 }
 
-void ReturnText(VARIANT* result, const QString& text) {
-  if (result == nullptr) return;
-  V_VT(result) = VT_BSTR;
-  V_BSTR(result) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
-}
-
 void ReturnObject(VARIANT* result, IDispatch* object) {
   if (result == nullptr) {
     if (object != nullptr) object->Release();

@@ -4,11 +4,11 @@
 #include <QtCore/QMetaProperty>
 #include <QtCore/QStringList>
 
-#include <cstdio>
 #include <set>
 
 #include "host/HostSupport.h"
 #include "kwscript/MemberTable.h"
+#include "kwscript/Output.h"
 #include "kwscript/PlainNames.h"
 
 namespace kwscript {
@@ -46,13 +46,6 @@ QString Arguments(const MemberInfo& member) {
   return arguments.join(", ");
 }
 
-QString Json(const QString& text) {
-  QString out = text;
-  out.replace('\\', "\\\\").replace('"', "\\\"");
-  return '"' + out + '"';
-}
-
-void Print(const QString& line) { std::printf("%s\n", line.toUtf8().constData()); }
 
 }  // namespace
 
@@ -61,7 +54,7 @@ int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
   IDispatch* exposer = nullptr;
   const std::wstring name = type.toStdWString();
   if (manager->CreateWrapper(name.c_str(), &placeholder, &exposer) != S_OK) {
-    Print(QString("kwscript: \"%1\" is not a type name the library knows").arg(type));
+    PrintLine(QString("kwscript: \"%1\" is not a type name the library knows").arg(type));
     return 1;
   }
   std::vector<const InterfaceInfo*> interfaces;
@@ -72,22 +65,22 @@ int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
   QStringList jsonMembers, jsonPlain, jsonProperties;
   // Prefixed names, class by class in composition order.
   for (const InterfaceInfo* info : interfaces) {
-    if (!json) Print(QString("%1 (%2 members)").arg(info->name).arg(info->count));
+    if (!json) PrintLine(QString("%1 (%2 members)").arg(info->name).arg(info->count));
     for (std::size_t i = 0; i < info->count; ++i) {
       const MemberInfo& member = info->members[i];
       if (json)
         jsonMembers << QString("    {\"name\": %1, \"class\": %2, \"arguments\": %3, \"result\": %4, "
                                "\"declaration\": %5, \"location\": %6}")
-                           .arg(Json(member.name), Json(QString(info->name).mid(5)), Json(Arguments(member)),
-                                Json(WordsOf(member.result).result), Json(member.declaration), Json(member.location));
+                           .arg(Quoted(member.name), Quoted(QString(info->name).mid(5)), Quoted(Arguments(member)),
+                                Quoted(WordsOf(member.result).result), Quoted(member.declaration), Quoted(member.location));
       else
-        Print(QString("  %1(%2) -> %3\n      %4  [%5]")
+        PrintLine(QString("  %1(%2) -> %3\n      %4  [%5]")
                   .arg(member.name, Arguments(member), WordsOf(member.result).result, member.declaration,
                        member.location));
     }
   }
   // Plain names: each once, from the most derived class that declares it.
-  if (!json) Print("plain names (Qt's own; a call picks the overload by its arguments):");
+  if (!json) PrintLine("plain names (Qt's own; a call picks the overload by its arguments):");
   std::set<QString> seen;
   for (auto info = interfaces.rbegin(); info != interfaces.rend(); ++info) {
     const std::wstring interfaceName = QString::fromLatin1((*info)->name).toStdWString();
@@ -99,35 +92,35 @@ int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
       for (const Overload& overload : group->overloads) {
         const MemberInfo& member = *overload.member;
         overloads << (json ? QString("{\"arguments\": %1, \"result\": %2, \"calls\": %3, \"declaration\": %4}")
-                                 .arg(Json(Arguments(member)), Json(WordsOf(member.result).result), Json(member.name),
-                                      Json(member.declaration))
+                                 .arg(Quoted(Arguments(member)), Quoted(WordsOf(member.result).result), Quoted(member.name),
+                                      Quoted(member.declaration))
                            : QString("    %1(%2) -> %3    = %4: %5")
                                  .arg(plain, Arguments(member), WordsOf(member.result).result, member.name,
                                       member.declaration));
       }
       if (json)
-        jsonPlain << QString("    {\"name\": %1, \"overloads\": [%2]}").arg(Json(plain), overloads.join(", "));
+        jsonPlain << QString("    {\"name\": %1, \"overloads\": [%2]}").arg(Quoted(plain), overloads.join(", "));
       else
-        Print("  " + plain + "\n" + overloads.join("\n"));
+        PrintLine("  " + plain + "\n" + overloads.join("\n"));
     }
   }
   // Properties, from the meta-object of the most derived class that has one.
   const QMetaObject* meta = nullptr;
   for (auto info = interfaces.rbegin(); info != interfaces.rend() && meta == nullptr; ++info) meta = (*info)->meta;
-  if (!json) Print(meta != nullptr ? "properties (read and written as plain values):" : "properties: none (not a QObject)");
+  if (!json) PrintLine(meta != nullptr ? "properties (read and written as plain values):" : "properties: none (not a QObject)");
   for (int i = 0; meta != nullptr && i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);
     if (json)
       jsonProperties << QString("    {\"name\": %1, \"type\": %2, \"writable\": %3}")
-                            .arg(Json(property.name()), Json(property.typeName()),
+                            .arg(Quoted(property.name()), Quoted(property.typeName()),
                                  property.isWritable() ? "true" : "false");
     else
-      Print(QString("  %1: %2%3").arg(property.name(), property.typeName(),
+      PrintLine(QString("  %1: %2%3").arg(property.name(), property.typeName(),
                                        property.isWritable() ? ", writable" : ", read-only"));
   }
   if (json) {
-    Print(QString("{\"type\": %1,\n  \"members\": [\n%2\n  ],\n  \"plain\": [\n%3\n  ],\n  \"properties\": [\n%4\n  ]}")
-              .arg(Json(type), jsonMembers.join(",\n"), jsonPlain.join(",\n"), jsonProperties.join(",\n")));
+    PrintLine(QString("{\"type\": %1,\n  \"members\": [\n%2\n  ],\n  \"plain\": [\n%3\n  ],\n  \"properties\": [\n%4\n  ]}")
+              .arg(Quoted(type), jsonMembers.join(",\n"), jsonPlain.join(",\n"), jsonProperties.join(",\n")));
   }
   return 0;
 }

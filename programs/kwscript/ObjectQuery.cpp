@@ -1,5 +1,7 @@
 #include "kwscript/ObjectQuery.h"
 
+#include "kwscript/Output.h"
+
 #include <QtCore/QSet>
 #include <QtCore/QVariant>
 #include <QtGui/QApplication>
@@ -161,12 +163,6 @@ QList<QObject*> Candidates(QObject* context, bool childOnly) {
     AddDescendants(context, &out);
   }
   return out;
-}
-
-QString Quoted(const QString& text) {
-  QString out = text;
-  out.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
-  return '"' + out + '"';
 }
 
 // What a person reads on an object: its "text" property, else its window

@@ -16,6 +16,12 @@ void SetOutputSink(OutputSink sink, void* context) {
   g_context = context;
 }
 
+QString Quoted(const QString& text) {
+  QString out = text;
+  out.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
+  return '"' + out + '"';
+}
+
 void PrintLine(const QString& line) {
   if (g_sink != nullptr) {
     g_sink(line, g_context);

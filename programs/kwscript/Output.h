@@ -16,4 +16,8 @@ void SetOutputSink(OutputSink sink, void* context);
 // Prints one line through the current sink.
 void PrintLine(const QString& line);
 
+// `text` as a JSON string literal (in double quotes, with \\, \" and \n
+// escaped), as the object tree and the members list print it.
+QString Quoted(const QString& text);
+
 }  // namespace kwscript

@@ -46,11 +46,6 @@ QVariant VariantOf(const VARIANT* value, QVariant::Type type) {
   return out.convert(type) ? out : QVariant();
 }
 
-void ReturnString(VARIANT* result, const QString& text) {
-  V_VT(result) = VT_BSTR;
-  V_BSTR(result) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
-}
-
 }  // namespace
 
 int FindProperty(const QObject* object, const QString& name) {
@@ -78,7 +73,7 @@ HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT
     case QVariant::ByteArray:
     case QVariant::Char:
     case QVariant::Url:
-      ReturnString(result, value.toString());
+      ReturnText(result, value.toString());
       return S_OK;
     case QVariant::Bool:
       V_VT(result) = VT_BOOL;

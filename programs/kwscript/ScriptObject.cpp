@@ -138,18 +138,27 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
                            .arg(name ? name : "")
                            .arg(HResultMeaning(code) ? HResultMeaning(code) : member.declaration);
   SysFreeString(exception->bstrDescription);
-  exception->bstrDescription = SysAllocString(reinterpret_cast<const OLECHAR*>(text.utf16()));
+  exception->bstrDescription = NewBstr(text);
 }
 
 }  // namespace
+
+BSTR NewBstr(const QString& text) {
+  return SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
+}
+
+void ReturnText(VARIANT* result, const QString& text) {
+  if (result == nullptr) return;
+  V_VT(result) = VT_BSTR;
+  V_BSTR(result) = NewBstr(text);
+}
 
 HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
   if (exception == nullptr) return code;
   *exception = EXCEPINFO{};
   exception->scode = code;
   exception->bstrSource = SysAllocString(L"kwscript");
-  exception->bstrDescription =
-      SysAllocStringLen(reinterpret_cast<const OLECHAR*>(description.utf16()), description.size());
+  exception->bstrDescription = NewBstr(description);
   return DISP_E_EXCEPTION;
 }
 
@@ -366,8 +375,7 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
   } else if (V_VT(&answer) == VT_DISPATCH && V_DISPATCH(&answer) != nullptr) {
     IDispatch* exposer = V_DISPATCH(&answer);
     if (plain && TextBehind(exposer, &text)) {  // a plain-name call gives strings as strings
-      V_VT(&answer) = VT_BSTR;
-      V_BSTR(&answer) = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
+      ReturnText(&answer, text);
     } else {
       // A value result is a copy the script owns; a pointer, the application's.
       V_DISPATCH(&answer) = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer

@@ -42,6 +42,12 @@ struct ScriptContext {
 // held. Called before the library behind the facades is unloaded.
 void DisconnectFacades(ScriptContext* context);
 
+// A new BSTR with the characters of `text`.
+BSTR NewBstr(const QString& text);
+
+// Makes `result` (when there is one) the script string `text`.
+void ReturnText(VARIANT* result, const QString& text);
+
 // A failure a script can catch, with its description (e.message in JScript,
 // Err.Description in VBScript): fills `exception` and gives
 // DISP_E_EXCEPTION, or `code` when there is no EXCEPINFO to fill.
