@@ -14,7 +14,6 @@
 #include <QtGui/QPixmap>
 #include <QtGui/QWidget>
 
-#include <algorithm>
 #include <vector>
 
 #include "kwscript/CrashReport.h"
@@ -146,31 +145,16 @@ void ReturnObject(VARIANT* result, IDispatch* object) {
   V_DISPATCH(result) = object;  // null: null in JScript, Nothing in VBScript
 }
 
-// The instance behind an object of this script, with the interfaces its
-// wrapper composes (its own class last); null for anything else.
-void* InstanceBehind(const VARIANT* arg, std::vector<std::wstring>* composed) {
-  IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
-  if (exposer == nullptr) return nullptr;
-  *composed = kwhost::ComposedInterfaces(exposer);
-  return kwhost::InstanceOf(exposer);
-}
-
 // The text behind a QString, QByteArray or QLatin1String object of this host.
 HRESULT TextOfObject(const VARIANT* arg, QString* text) {
   IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
   return exposer != nullptr && TextBehind(exposer, text) ? S_OK : DISP_E_TYPEMISMATCH;
 }
 
-// The widget behind an object of this script, or null. A wrapper composes
-// QWidget's interface for every class derived from it, and such a class
-// has its QWidget part (and in it the QObject part) first, at the
-// instance's own address.
+// The widget behind an object of this script, or null.
 QWidget* WidgetOf(const VARIANT* arg) {
-  std::vector<std::wstring> composed;
-  void* instance = InstanceBehind(arg, &composed);
-  if (instance == nullptr || std::find(composed.begin(), composed.end(), L"Iwrp_QWidget") == composed.end())
-    return nullptr;
-  return qobject_cast<QWidget*>(static_cast<QObject*>(instance));
+  QObject* object = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ObjectOf(V_DISPATCH(arg)) : nullptr;
+  return object != nullptr && object->isWidgetType() ? static_cast<QWidget*>(object) : nullptr;
 }
 
 }  // namespace

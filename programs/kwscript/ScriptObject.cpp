@@ -182,7 +182,6 @@ CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject
     : CountedDispatch(IID_IScriptFacade),
       m_exposer(exposer), m_context(context), m_object(object), m_made(made) {
   m_exposer->AddRef();
-  InterlockedIncrement(&m_context->liveObjects);
   m_context->facades.insert(this);
   for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
@@ -191,7 +190,6 @@ CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject
 
 CScriptObject::~CScriptObject() {
   m_exposer->Release();
-  InterlockedDecrement(&m_context->liveObjects);
   m_context->facades.erase(this);
 }
 
@@ -214,13 +212,22 @@ QString CScriptObject::ClassName() const {
   return m_interfaces.empty() ? QString("the object") : QString::fromLatin1(m_interfaces.back()->name).mid(5);
 }
 
-IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
+CScriptObject* CScriptObject::FacadeOf(IUnknown* object) {
   CScriptObject* facade = nullptr;
   if (object == nullptr || FAILED(object->QueryInterface(IID_IScriptFacade, reinterpret_cast<void**>(&facade))))
     return nullptr;
-  IDispatch* exposer = facade->m_exposer;
-  facade->Release();
-  return exposer;
+  facade->Release();  // the caller holds the object
+  return facade;
+}
+
+IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
+  CScriptObject* facade = FacadeOf(object);
+  return facade != nullptr ? facade->m_exposer : nullptr;
+}
+
+QObject* CScriptObject::ObjectOf(IUnknown* object) {
+  CScriptObject* facade = FacadeOf(object);
+  return facade != nullptr ? facade->m_object : nullptr;
 }
 
 STDMETHODIMP CScriptObject::GetTypeInfoCount(UINT* count) { return m_exposer->GetTypeInfoCount(count); }
@@ -252,15 +259,9 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
   }
   if (hr != DISP_E_UNKNOWNNAME || count != 1 || names == nullptr || ids == nullptr) return hr;
   // A plain name: a property of the QObject behind, overloads of a
-  // composed class, or both.
+  // composed class, or both. A name the object does not answer gets a
+  // DISPID too, so that the call can say which names come nearest.
   const QString name = QString::fromWCharArray(names[0]);
-  for (std::size_t i = 0; i < m_plain.size(); ++i)
-    if (m_plain[i].name.compare(name, Qt::CaseInsensitive) == 0) {
-      ids[0] = kPlainBase + static_cast<DISPID>(i);
-      return S_OK;
-    }
-  // A name the object does not answer gets a DISPID too, so that the call
-  // can say which names come nearest.
   const OverloadGroup* overloads = FindOverloads(m_interfaces, names[0]);
   const int property = m_object != nullptr ? FindProperty(m_object, name) : -1;
   m_plain.push_back(PlainName{name, overloads, property, {}});

@@ -33,7 +33,6 @@ namespace kwscript {
 struct ScriptContext {
   IWrappersManager* manager = nullptr;
   QString folder;  // where relative paths of the script lead: kwscript's own folder
-  volatile LONG liveObjects = 0;
   std::set<IDispatch*> facades;
 };
 
@@ -71,6 +70,9 @@ class CScriptObject final : public CountedDispatch {
   static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr, bool made = false);
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
+  // The QObject behind a facade of this host, or null (anything else, or
+  // an object of a class without a meta-object).
+  static QObject* ObjectOf(IUnknown* object);
 
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** info) override;
@@ -81,6 +83,8 @@ class CScriptObject final : public CountedDispatch {
 
  private:
   CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made);
+  // The facade `object` is (no reference kept), or null.
+  static CScriptObject* FacadeOf(IUnknown* object);
   QString ClassName() const;
   ~CScriptObject() override;
 
@@ -103,7 +107,11 @@ class CScriptObject final : public CountedDispatch {
   ScriptContext* m_context;
   std::vector<const InterfaceInfo*> m_interfaces;
   std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
-  std::map<std::wstring, DISPID> m_ids;           // every name asked for, as spelled
+  // Every name asked for, in any case, as names are matched.
+  struct NoCaseLess {
+    bool operator()(const std::wstring& a, const std::wstring& b) const { return _wcsicmp(a.c_str(), b.c_str()) < 0; }
+  };
+  std::map<std::wstring, DISPID, NoCaseLess> m_ids;
   QObject* m_object;
   bool m_made;
   bool m_destroyed = false;

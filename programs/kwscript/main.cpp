@@ -106,7 +106,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   }
   QApplication::processEvents();
   std::printf("form: %s\n", form.Describe().toUtf8().constData());
-  std::printf("script objects left after the engine closed: %ld\n", static_cast<long>(context.liveObjects));
+  std::printf("script objects left after the engine closed: %ld\n", static_cast<long>(context.facades.size()));
   host.Unload();
   return succeeded ? 0 : 1;
 }
