@@ -120,6 +120,16 @@ const VARIANT* Argument(const DISPPARAMS* params, UINT position) {
   return V_VT(arg) == (VT_BYREF | VT_VARIANT) ? V_VARIANTREF(arg) : arg;
 }
 
+// Argument `position` as a whole number, or false.
+bool NumberArgument(const DISPPARAMS* params, UINT position, int* value) {
+  const VARIANT* arg = Argument(params, position);
+  VARIANT number;
+  VariantInit(&number);
+  if (arg == nullptr || FAILED(VariantChangeType(&number, const_cast<VARIANT*>(arg), 0, VT_I4))) return false;
+  *value = V_I4(&number);
+  return true;
+}
+
 // The failure of a call during which the script was asked to stop.
 HRESULT RefuseStopped(EXCEPINFO* exception) {
   QString reason;
@@ -273,20 +283,6 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
   return S_OK;
 }
 
-namespace {
-
-// Argument `position` as a whole number, or false.
-bool NumberArgument(const DISPPARAMS* params, UINT position, int* value) {
-  const VARIANT* arg = Argument(params, position);
-  VARIANT number;
-  VariantInit(&number);
-  if (arg == nullptr || FAILED(VariantChangeType(&number, const_cast<VARIANT*>(arg), 0, VT_I4))) return false;
-  *value = V_I4(&number);
-  return true;
-}
-
-}  // namespace
-
 HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
   static const char* const kUsage[] = {"app.click(widget [, x, y])", "app.doubleClick(widget [, x, y])",
                                        "app.type(widget, text)",     "app.key(widget, \"Ctrl+S\")",
@@ -384,12 +380,9 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
     case kQueryAll:
       return Query(first, id == kQueryAll, 0, result, exception);
     case kWaitFor: {
-      const VARIANT* wait = Argument(params, 1);
-      VARIANT ms;
-      VariantInit(&ms);
-      if (wait == nullptr || FAILED(VariantChangeType(&ms, const_cast<VARIANT*>(wait), 0, VT_I4)))
-        return DISP_E_BADPARAMCOUNT;
-      return Query(first, false, V_I4(&ms), result, exception);
+      int waitMs = 0;
+      if (!NumberArgument(params, 1, &waitMs)) return DISP_E_BADPARAMCOUNT;
+      return Query(first, false, waitMs, result, exception);
     }
     case kActiveModal:
       ReturnObject(result, Wrap(QApplication::activeModalWidget()));

@@ -34,26 +34,8 @@ class Sentinel : public QObject {
   }
 };
 
-// Lets the event loop run until everything posted so far is delivered (or
-// a handler among them runs a loop of its own, such as a modal dialog's).
-QString AwaitDelivery() {
-  Sentinel sentinel;
-  QCoreApplication::postEvent(&sentinel, new QEvent(Sentinel::kType));
-  QElapsedTimer clock;
-  clock.start();
-  bool going = true;
-  while (going && !sentinel.delivered && clock.elapsed() < kDeliveryLimitMs) going = ScriptRunner::YieldToEventLoop();
-  QCoreApplication::removePostedEvents(&sentinel);
-  // Once more round the loop: a modal dialog the events closed has then
-  // returned to the handler that opened it, and that handler has finished.
-  for (int round = 0; going && sentinel.delivered && round < 2; ++round) going = ScriptRunner::YieldToEventLoop();
-  QString stop;
-  if (ScriptRunner::StopRequested(&stop)) return stop;
-  if (!sentinel.delivered) return "the application did not take the events within 10 s";
-  return QString();
-}
-
-// Lets the event loop run until `done` holds or the time is up.
+// Lets the event loop run until `done` holds, the time is up or the script
+// is to stop.
 template <typename Condition>
 bool AwaitCondition(Condition done, int limitMs) {
   QElapsedTimer clock;
@@ -61,6 +43,22 @@ bool AwaitCondition(Condition done, int limitMs) {
   while (!done() && clock.elapsed() < limitMs && ScriptRunner::YieldToEventLoop()) {
   }
   return done();
+}
+
+// Lets the event loop run until everything posted so far is delivered (or
+// a handler among them runs a loop of its own, such as a modal dialog's).
+QString AwaitDelivery() {
+  Sentinel sentinel;
+  QCoreApplication::postEvent(&sentinel, new QEvent(Sentinel::kType));
+  const bool delivered = AwaitCondition([&sentinel] { return sentinel.delivered; }, kDeliveryLimitMs);
+  QCoreApplication::removePostedEvents(&sentinel);
+  // Once more round the loop: a modal dialog the events closed has then
+  // returned to the handler that opened it, and that handler has finished.
+  for (int round = 0; delivered && round < 2 && ScriptRunner::YieldToEventLoop(); ++round) {
+  }
+  QString stop;
+  if (ScriptRunner::StopRequested(&stop)) return stop;
+  return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
 void PostMouse(QWidget* target, QEvent::Type type, const QPoint& at, Qt::MouseButtons buttons) {

@@ -57,6 +57,16 @@ bool ScriptRunner::StopRequested(QString* reason) {
   return true;
 }
 
+bool ScriptRunner::AwaitOrStop(HANDLE done, int seconds, QString* why) {
+  constexpr DWORD kStopGraceMs = 10000;
+  if (WaitForSingleObject(done, seconds > 0 ? seconds * 1000u : INFINITE) != WAIT_TIMEOUT) return true;
+  const QString late = QString("the script did not finish within %1 s").arg(seconds);
+  RequestStop(late);
+  if (WaitForSingleObject(done, kStopGraceMs) != WAIT_TIMEOUT) return true;
+  *why = late + " and does not stop";
+  return false;
+}
+
 bool ScriptRunner::GiveCrashToScript(const QString& reason) {
   ScriptRunner* runner = g_waiting;
   if (runner == nullptr || runner->m_finished || runner->m_inScript || runner->m_thread != GetCurrentThreadId())

@@ -40,6 +40,12 @@ class ScriptRunner : public QObject {
   // Whether a stop was asked for, and why.
   static bool StopRequested(QString* reason);
 
+  // From a thread other than the script's: waits for `done` at most
+  // `seconds` (0: without limit), then asks the script to stop and gives it
+  // 10 s more to make the call that fails. True once `done` is set; false
+  // when the script does not stop, and `why` says so.
+  static bool AwaitOrStop(HANDLE done, int seconds, QString* why);
+
   // For a crash report, on the GUI thread while the script waits for the
   // event loop (the usual case: the application's own handlers crash on
   // the events a script's call posted): stops the script with `reason` and

@@ -46,18 +46,16 @@ const char kUsage[] =
     "       kwscript --members TYPE [--json]\n"
     "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n";
 
-// Asks the script to stop once `seconds` have passed without `done` being
-// set, and ends kwscript if it then makes no call within 10 s.
+// Asks the script to stop once `seconds` have passed before the run ends,
+// and ends kwscript if it does not stop.
 class Watchdog {
  public:
   explicit Watchdog(int seconds) : m_done(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     if (seconds > 0)
       m_thread = std::thread([this, seconds] {
-        if (WaitForSingleObject(m_done, seconds * 1000u) != WAIT_TIMEOUT) return;
-        kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
-        if (WaitForSingleObject(m_done, 10000) != WAIT_TIMEOUT) return;
-        std::printf("kwscript: the script did not finish within %d s and does not stop\n", seconds);
-        std::fflush(stdout);
+        QString why;
+        if (kwscript::ScriptRunner::AwaitOrStop(m_done, seconds, &why)) return;
+        kwscript::PrintLine("kwscript: " + why);
         TerminateProcess(GetCurrentProcess(), 2);
       });
   }

@@ -42,9 +42,6 @@ using kwscript::PrintLine;
 constexpr int kCannotRun = 2;
 constexpr int kAlreadyAttached = 3;
 
-// How long a script asked to stop has to make its next call.
-constexpr DWORD kStopGraceMs = 10000;
-
 void SendLine(const QString& line, void* pipe) { kwscript::WriteMessage(pipe, "out " + line.toUtf8()); }
 
 // The pipe of the request under way, for a crash report.
@@ -272,19 +269,15 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     const HANDLE scriptDone = request->scriptDone(), finished = request->finished();
     request->moveToThread(application->thread());
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
-    const DWORD limitMs = timeout.toUInt() * 1000;
-    if (WaitForSingleObject(scriptDone, limitMs > 0 ? limitMs : INFINITE) == WAIT_TIMEOUT) {
-      kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(timeout.constData()));
-      if (WaitForSingleObject(scriptDone, kStopGraceMs) == WAIT_TIMEOUT) {
-        // It makes no calls that could fail: nothing more can be done from here.
-        SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(timeout.constData()),
-                 pipe);
-        kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
-        g_pipe = nullptr;
-        kwscript::SetOutputSink(nullptr, nullptr);
-        CloseHandle(pipe);
-        return kCannotRun;  // the request and its events stay: the script still holds them
-      }
+    QString why;
+    if (!kwscript::ScriptRunner::AwaitOrStop(scriptDone, timeout.toInt(), &why)) {
+      // It makes no calls that could fail: nothing more can be done from here.
+      SendLine("kwscript: " + why, pipe);
+      kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
+      g_pipe = nullptr;
+      kwscript::SetOutputSink(nullptr, nullptr);
+      CloseHandle(pipe);
+      return kCannotRun;  // the request and its events stay: the script still holds them
     }
     if (command == "publish" && status == 0) {
       // Published: kwscript writes "stop", or the pipe breaks when it ends.
