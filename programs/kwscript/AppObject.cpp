@@ -157,8 +157,8 @@ void ReturnObject(VARIANT* result, IDispatch* object) {
 
 // The text behind a QString, QByteArray or QLatin1String object of this host.
 HRESULT TextOfObject(const VARIANT* arg, QString* text) {
-  IDispatch* exposer = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
-  return exposer != nullptr && TextBehind(exposer, text) ? S_OK : DISP_E_TYPEMISMATCH;
+  CScriptObject* facade = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(arg)) : nullptr;
+  return facade != nullptr && facade->TextOf(text) ? S_OK : DISP_E_TYPEMISMATCH;
 }
 
 // The widget behind an object of this script, or null.

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 
-#include "host/HostSupport.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
@@ -88,11 +87,9 @@ int Fit(const VARIANT* value, char kind, const std::string& type) {
     case 'r': {
       if (kind == 's' && vt == VT_BSTR) return 2;
       if (kind == 'r' && isNull) return 1;
-      IDispatch* exposer = vt == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(value)) : nullptr;
-      if (exposer == nullptr) return 0;
-      const QString wanted = QString::fromStdString("Iwrp_" + Mangled(type));
-      for (const std::wstring& composed : kwhost::ComposedInterfaces(exposer))
-        if (QString::fromStdWString(composed) == wanted) return 2;
+      const CScriptObject* facade = vt == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(value)) : nullptr;
+      if (facade == nullptr) return 0;
+      if (facade->Composes(QString::fromStdString(Mangled(type)))) return 2;
       return type.empty() || type[0] != 'Q' ? 1 : 0;
     }
     default:

@@ -4,8 +4,6 @@
 #include <QtCore/QMetaType>
 #include <QtCore/QVariant>
 
-#include "host/HostSupport.h"
-#include "host/ManagerHost.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
@@ -30,13 +28,10 @@ QVariant VariantOf(const VARIANT* value, QVariant::Type type) {
     out = V_BOOL(value) != VARIANT_FALSE;
   } else if (V_VT(value) == VT_DISPATCH) {
     // A value object of this script: a copy of what it stands for.
-    IDispatch* exposer = CScriptObject::ExposerOf(V_DISPATCH(value));
-    void* instance = exposer != nullptr ? kwhost::InstanceOf(exposer) : nullptr;
-    const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
-    const QByteArray own = composed.empty() ? QByteArray() : QString::fromStdWString(composed.back()).mid(5).toLatin1();
-    const int typeId = own.isEmpty() ? 0 : QMetaType::type(own.constData());
-    if (instance == nullptr || typeId == 0 || typeId >= QMetaType::User || typeId != int(type)) return QVariant();
-    out = QVariant(typeId, instance);
+    const CScriptObject* facade = CScriptObject::FacadeOf(V_DISPATCH(value));
+    const int typeId = facade != nullptr ? QMetaType::type(facade->ClassName().toLatin1().constData()) : 0;
+    if (typeId == 0 || typeId >= QMetaType::User || typeId != int(type)) return QVariant();
+    out = QVariant(typeId, facade->instance());
   } else {
     VARIANT number;
     VariantInit(&number);

@@ -116,12 +116,12 @@ constexpr DISPID kPlainBase = 0x40000000;
 // for an object that is not an exposer).
 using kwhost::InstanceOf;
 
-// The QObject an exposer stands for, or null: a class with a meta-object
-// has its QObject part first, at the instance's own address (moc requires
-// the QObject-derived base to come first).
-QObject* ObjectBehind(IDispatch* exposer, const std::vector<const InterfaceInfo*>& interfaces) {
+// The QObject an instance is, or null: a class with a meta-object has its
+// QObject part first, at the instance's own address (moc requires the
+// QObject-derived base to come first).
+QObject* ObjectBehind(void* instance, const std::vector<const InterfaceInfo*>& interfaces) {
   for (const InterfaceInfo* info : interfaces)
-    if (info->meta != nullptr) return static_cast<QObject*>(InstanceOf(exposer));
+    if (info->meta != nullptr) return static_cast<QObject*>(instance);
   return nullptr;
 }
 
@@ -162,30 +162,14 @@ HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
   return DISP_E_EXCEPTION;
 }
 
-bool TextBehind(IDispatch* exposer, QString* text) {
-  void* instance = InstanceOf(exposer);
-  const std::vector<std::wstring> composed = kwhost::ComposedInterfaces(exposer);
-  const std::wstring own = composed.empty() ? L"" : composed.back();
-  if (instance == nullptr) return false;
-  if (own == L"Iwrp_QString")
-    *text = *static_cast<QString*>(instance);
-  else if (own == L"Iwrp_QByteArray")
-    *text = QString::fromUtf8(*static_cast<QByteArray*>(instance));
-  else if (own == L"Iwrp_QLatin1String")
-    *text = QString(*static_cast<QLatin1String*>(instance));
-  else
-    return false;
-  return true;
-}
-
-CScriptObject::CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made)
+CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made)
     : CountedDispatch(IID_IScriptFacade),
-      m_exposer(exposer), m_context(context), m_object(object), m_made(made) {
+      m_exposer(exposer), m_instance(instance), m_context(context), m_object(object), m_made(made) {
   m_exposer->AddRef();
   m_context->facades.insert(this);
   for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
-  if (m_object == nullptr) m_object = ObjectBehind(exposer, m_interfaces);
+  if (m_object == nullptr) m_object = ObjectBehind(instance, m_interfaces);
 }
 
 CScriptObject::~CScriptObject() {
@@ -204,12 +188,32 @@ void DisconnectFacades(ScriptContext* context) {
 }
 
 IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object, bool made) {
-  if (exposer == nullptr || InstanceOf(exposer) == nullptr) return nullptr;
-  return new CScriptObject(exposer, context, object, made);
+  void* instance = exposer != nullptr ? InstanceOf(exposer) : nullptr;
+  if (instance == nullptr) return nullptr;
+  return new CScriptObject(exposer, instance, context, object, made);
 }
 
 QString CScriptObject::ClassName() const {
   return m_interfaces.empty() ? QString("the object") : QString::fromLatin1(m_interfaces.back()->name).mid(5);
+}
+
+bool CScriptObject::Composes(const QString& className) const {
+  for (const InterfaceInfo* info : m_interfaces)
+    if (className == QLatin1String(info->name + 5)) return true;
+  return false;
+}
+
+bool CScriptObject::TextOf(QString* text) const {
+  const QString own = ClassName();
+  if (own == "QString")
+    *text = *static_cast<QString*>(m_instance);
+  else if (own == "QByteArray")
+    *text = QString::fromUtf8(*static_cast<QByteArray*>(m_instance));
+  else if (own == "QLatin1String")
+    *text = QString(*static_cast<QLatin1String*>(m_instance));
+  else
+    return false;
+  return true;
 }
 
 CScriptObject* CScriptObject::FacadeOf(IUnknown* object) {
@@ -368,20 +372,21 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
     VariantClear(&answer);
     return hr;
   }
-  QString text;
   if (member.result == 'b' && V_VT(&answer) == VT_I4) {
     const bool value = V_I4(&answer) != 0;
     V_VT(&answer) = VT_BOOL;
     V_BOOL(&answer) = value ? VARIANT_TRUE : VARIANT_FALSE;
   } else if (V_VT(&answer) == VT_DISPATCH && V_DISPATCH(&answer) != nullptr) {
+    // A value result is a copy the script owns; a pointer, the application's.
     IDispatch* exposer = V_DISPATCH(&answer);
-    if (plain && TextBehind(exposer, &text)) {  // a plain-name call gives strings as strings
-      ReturnText(&answer, text);
-    } else {
-      // A value result is a copy the script owns; a pointer, the application's.
-      V_DISPATCH(&answer) = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer
-    }
+    IDispatch* wrapped = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer
     exposer->Release();
+    V_DISPATCH(&answer) = wrapped;
+    QString text;
+    if (plain && wrapped != nullptr && static_cast<CScriptObject*>(wrapped)->TextOf(&text)) {
+      wrapped->Release();  // a plain-name call gives strings as strings
+      ReturnText(&answer, text);
+    }
   }
   *result = answer;
   return hr;

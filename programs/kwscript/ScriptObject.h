@@ -52,10 +52,6 @@ void ReturnText(VARIANT* result, const QString& text);
 // DISP_E_EXCEPTION, or `code` when there is no EXCEPINFO to fill.
 HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description);
 
-// The text behind an exposer of a QString, QByteArray or QLatin1String;
-// false for any other.
-bool TextBehind(IDispatch* exposer, QString* text);
-
 struct OverloadGroup;
 
 class CScriptObject final : public CountedDispatch {
@@ -73,6 +69,18 @@ class CScriptObject final : public CountedDispatch {
   // The QObject behind a facade of this host, or null (anything else, or
   // an object of a class without a meta-object).
   static QObject* ObjectOf(IUnknown* object);
+  // The facade `object` is (no reference added), or null for anything else.
+  static CScriptObject* FacadeOf(IUnknown* object);
+
+  // The instance the facade stands for.
+  void* instance() const { return m_instance; }
+  // Its own (most derived) class as the library names it ("QString"), or
+  // "the object" when the member table does not know it.
+  QString ClassName() const;
+  // Whether its wrapper composes the class `className` ("QSize").
+  bool Composes(const QString& className) const;
+  // The text of a QString, QByteArray or QLatin1String; false for another class.
+  bool TextOf(QString* text) const;
 
   STDMETHOD(GetTypeInfoCount)(UINT* count) override;
   STDMETHOD(GetTypeInfo)(UINT index, LCID lcid, ITypeInfo** info) override;
@@ -82,10 +90,7 @@ class CScriptObject final : public CountedDispatch {
    UINT* argumentError) override;
 
  private:
-  CScriptObject(IDispatch* exposer, ScriptContext* context, QObject* object, bool made);
-  // The facade `object` is (no reference kept), or null.
-  static CScriptObject* FacadeOf(IUnknown* object);
-  QString ClassName() const;
+  CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made);
   ~CScriptObject() override;
 
   const MemberInfo* FindMember(const wchar_t* name) const;
@@ -104,6 +109,7 @@ class CScriptObject final : public CountedDispatch {
   };
 
   IDispatch* m_exposer;
+  void* m_instance;
   ScriptContext* m_context;
   std::vector<const InterfaceInfo*> m_interfaces;
   std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
