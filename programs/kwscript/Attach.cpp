@@ -100,61 +100,71 @@ DWORD FindProcess(const QString& target) {
   return 0;
 }
 
-// Whether the PE file at `path` exports `symbol` by name.
-bool ExportsSymbol(const QString& path, const char* symbol) {
-  QFile file(path);
-  if (!file.open(QIODevice::ReadOnly)) return false;
-  const QByteArray image = file.readAll();
-  auto at = [&](qint64 offset, int size) { return offset >= 0 && offset + size <= image.size(); };
-  auto u16 = [&](qint64 o) {
-    return static_cast<quint32>(static_cast<quint8>(image[int(o)]) | static_cast<quint8>(image[int(o) + 1]) << 8);
-  };
-  auto u32 = [&](qint64 o) { return u16(o) | u16(o + 2) << 16; };
-  if (!at(0x3C, 4)) return false;
-  const qint64 pe = u32(0x3C);
-  if (!at(pe, 24 + 112 + 8) || u32(pe) != 0x4550) return false;
-  const quint32 sections = u16(pe + 6), optionalSize = u16(pe + 20);
-  const qint64 optional = pe + 24;
-  const quint32 exportRva = u32(optional + 112);  // PE32+: data directory 0
-  auto fileOffset = [&](quint32 rva) -> qint64 {
+// The bytes of a PE file, read as the checks below need them.
+class PeImage {
+ public:
+  explicit PeImage(const QString& path) {
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly)) m_image = file.readAll();
+  }
+
+  // The machine it is built for (IMAGE_FILE_MACHINE_...), or 0 when its
+  // headers cannot be read.
+  WORD Machine() const {
+    const qint64 pe = Headers();
+    return pe < 0 ? 0 : static_cast<WORD>(U16(pe + 4));
+  }
+
+  // Whether it exports `symbol` by name (a PE32+ image).
+  bool Exports(const char* symbol) const {
+    const qint64 pe = Headers();
+    if (pe < 0 || !At(pe, 24 + 112 + 8)) return false;
+    const quint32 exportRva = U32(pe + 24 + 112);  // PE32+: data directory 0
+    const qint64 directory = FileOffset(exportRva);
+    if (exportRva == 0 || !At(directory, 40)) return false;
+    const quint32 names = U32(directory + 24);
+    const qint64 nameTable = FileOffset(U32(directory + 32));
+    for (quint32 i = 0; i < names && At(nameTable + 4 * i, 4); ++i) {
+      const qint64 name = FileOffset(U32(nameTable + 4 * i));
+      if (name >= 0 && name < m_image.size() && qstrcmp(m_image.constData() + name, symbol) == 0) return true;
+    }
+    return false;
+  }
+
+ private:
+  bool At(qint64 offset, int size) const { return offset >= 0 && offset + size <= m_image.size(); }
+  quint32 U16(qint64 o) const {
+    return static_cast<quint32>(static_cast<quint8>(m_image[int(o)]) | static_cast<quint8>(m_image[int(o) + 1]) << 8);
+  }
+  quint32 U32(qint64 o) const { return U16(o) | U16(o + 2) << 16; }
+
+  // Where the "PE\0\0" signature and the file header start, or -1.
+  qint64 Headers() const {
+    if (!At(0x3C, 4)) return -1;
+    const qint64 pe = U32(0x3C);
+    return At(pe, 24) && U32(pe) == 0x4550 ? pe : -1;
+  }
+
+  // The file offset of a relative virtual address, through the section table.
+  qint64 FileOffset(quint32 rva) const {
+    const qint64 pe = Headers();
+    const quint32 sections = U16(pe + 6), optionalSize = U16(pe + 20);
     for (quint32 i = 0; i < sections; ++i) {
-      const qint64 section = optional + optionalSize + 40 * i;
-      if (!at(section, 40)) return -1;
-      const quint32 start = u32(section + 12), size = u32(section + 16), raw = u32(section + 20);
+      const qint64 section = pe + 24 + optionalSize + 40 * i;
+      if (!At(section, 40)) return -1;
+      const quint32 start = U32(section + 12), size = U32(section + 16), raw = U32(section + 20);
       if (rva >= start && rva < start + size) return raw + (rva - start);
     }
     return -1;
-  };
-  const qint64 directory = fileOffset(exportRva);
-  if (exportRva == 0 || !at(directory, 40)) return false;
-  const quint32 names = u32(directory + 24);
-  const qint64 nameTable = fileOffset(u32(directory + 32));
-  for (quint32 i = 0; i < names && at(nameTable + 4 * i, 4); ++i) {
-    const qint64 name = fileOffset(u32(nameTable + 4 * i));
-    if (name >= 0 && name < image.size() && qstrcmp(image.constData() + name, symbol) == 0) return true;
   }
-  return false;
-}
 
-// The machine an executable image is built for (IMAGE_FILE_MACHINE_...), or
-// 0 when its headers cannot be read.
-WORD ImageMachine(const QString& path) {
-  QFile file(path);
-  if (!file.open(QIODevice::ReadOnly)) return 0;
-  IMAGE_DOS_HEADER dos{};
-  DWORD signature = 0;
-  IMAGE_FILE_HEADER header{};
-  if (file.read(reinterpret_cast<char*>(&dos), sizeof dos) != sizeof dos || dos.e_magic != IMAGE_DOS_SIGNATURE ||
-      !file.seek(dos.e_lfanew) || file.read(reinterpret_cast<char*>(&signature), sizeof signature) != sizeof signature ||
-      signature != IMAGE_NT_SIGNATURE || file.read(reinterpret_cast<char*>(&header), sizeof header) != sizeof header)
-    return 0;
-  return header.Machine;
-}
+  QByteArray m_image;
+};
 
 // Why the program cannot be driven, or empty when it may: the library and
 // its agent are x64 code.
 QString UnfitProgram(const QString& path) {
-  const WORD machine = ImageMachine(path);
+  const WORD machine = PeImage(path).Machine();
   if (machine == 0 || machine == IMAGE_FILE_MACHINE_AMD64) return QString();
   return QString("%1 is not a 64-bit program (its image is for machine 0x%2)").arg(path).arg(machine, 0, 16);
 }
@@ -167,7 +177,7 @@ QString Unfit(DWORD pid, HANDLE process) {
   const Module* core = FindModule(modules, "QtCore4.dll");
   if (core == nullptr || FindModule(modules, "QtGui4.dll") == nullptr)
     return QString("process %1 is not a Qt 4.8 application: it has no QtCore4.dll and QtGui4.dll loaded").arg(pid);
-  if (!ExportsSymbol(core->path, kAbiProbe))
+  if (!PeImage(core->path).Exports(kAbiProbe))
     return QString(
                "the QtCore4.dll of process %1 (%2) was built by a compiler whose C++ ABI differs from this "
                "library's (it does not export %3)")
@@ -263,7 +273,8 @@ bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE
 // (--launch) or from loading the agent (--attach) to the script's first
 // output is printed on standard error, for the benchmarks.
 QElapsedTimer g_clock;
-const char* g_clockFrom = nullptr;
+const char* g_clockFrom = nullptr;  // what the clock runs from: set once it started
+bool g_timed = false;
 
 void StartClock(const char* from) {
   if (g_clockFrom != nullptr) return;
@@ -272,10 +283,10 @@ void StartClock(const char* from) {
 }
 
 void ReportFirstOutput() {
-  if (g_clockFrom == nullptr || *g_clockFrom == '\0' || qgetenv("KWSCRIPT_TIMING").isEmpty()) return;
+  if (g_timed || g_clockFrom == nullptr || qgetenv("KWSCRIPT_TIMING").isEmpty()) return;
   std::fprintf(stderr, "kwscript: timing: %lld ms from %s to the script's first output\n",
                static_cast<long long>(g_clock.elapsed()), g_clockFrom);
-  g_clockFrom = "";
+  g_timed = true;
 }
 
 // Returns once kwscript's standard input ends (or breaks).
