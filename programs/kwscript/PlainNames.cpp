@@ -148,10 +148,13 @@ QStringList NearestNames(const std::vector<const InterfaceInfo*>& interfaces, co
     }
   }
   names.removeDuplicates();
-  std::stable_sort(names.begin(), names.end(), [&name](const QString& a, const QString& b) {
-    return Distance(a, name) < Distance(b, name);
-  });
-  return names.mid(0, count);
+  std::vector<std::pair<int, int>> byDistance;  // (distance, index), each distance measured once
+  for (int i = 0; i < names.size(); ++i) byDistance.emplace_back(Distance(names[i], name), i);
+  std::stable_sort(byDistance.begin(), byDistance.end(),
+                   [](const std::pair<int, int>& a, const std::pair<int, int>& b) { return a.first < b.first; });
+  QStringList nearest;
+  for (int i = 0; i < count && i < int(byDistance.size()); ++i) nearest << names[byDistance[i].second];
+  return nearest;
 }
 
 const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name) {
