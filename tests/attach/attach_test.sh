@@ -13,6 +13,8 @@ if [[ -z ${DISPLAY:-} ]]; then exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0"
 export KW_WINE_ROOT=$bin/../wine
 windows() { local path=Z:$1; echo "${path//\//\\}"; }
 fail=0
+# A Windows program in the scenario's one Wine prefix, on its display.
+run() { "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$@"; }
 log=$(mktemp); trap 'rm -f "$log"' EXIT
 # step <expected status> <pattern that must appear|-> [!<pattern that must not>] -- kwscript arguments...
 step() {
@@ -22,7 +24,7 @@ step() {
   shift  # --
   # Into a file, not a pipe: an application launched with --keep inherits
   # the output handles and holds a pipe open for as long as it runs.
-  "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$bin/kwscript.exe" "$@" >"$log" 2>&1
+  run "$bin/kwscript.exe" "$@" >"$log" 2>&1
   local status=$?
   output=$(grep -v '^X connection' "$log" | tr -d '\r')
   echo "\$ kwscript $*"; echo "$output"
@@ -77,7 +79,7 @@ case $scenario in
       --launch "$calculator" --keep -- "$(script bad_selector.js)"
     pid=$(pid_of_kept)
     # Attaching while a script runs there: refused, the first one unharmed.
-    "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$bin/kwscript.exe" \
+    run "$bin/kwscript.exe" \
       --attach "$pid" "$(script slow.js)" >"${TMPDIR:-/tmp}/kw_slow_$$.txt" 2>&1 &
     slow=$!
     sleep 2
@@ -97,7 +99,6 @@ case $scenario in
     pid=$(pid_of_kept)
     work=$(mktemp -d); trap 'rm -rf "$work" "$log"' EXIT
     mkfifo "$work/publish.in" "$work/client.in"
-    run() { "$here/../../cmake/wine-run.sh" --prefix attach --display-if-none "$@"; }
     run "$bin/kwscript.exe" --publish --attach "$pid" <"$work/publish.in" >"$work/publish.txt" 2>&1 &
     publisher=$!
     exec 7>"$work/publish.in"
@@ -130,7 +131,7 @@ case $scenario in
       pid=$(pid_of_kept)
       shown=${shown//@selected@/$(sed -n 's/^selected: //p' <<<"$output")}
       step 0 "$shown" -- --tree --attach "$pid"
-      "$here/../../cmake/wine-run.sh" --prefix attach "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
+      run "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
     done 3<<'TABLE'
 calculator|calculator.js|^12 × 7 = 84$|QLineEdit text="84"
 lineedits|lineedits.js|^after Home and a minus: -123$|QLineEdit text="-123"
