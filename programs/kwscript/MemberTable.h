@@ -10,8 +10,24 @@ struct QMetaObject;
 
 namespace kwscript {
 
+// A parameter's default, where a script value can stand for it.
+struct DefaultInfo {
+  char kind;        // 0 none, 'n' a number (also bool, enum, QFlags), 'z' a null pointer, 'v' a value
+  double number;    // for 'n'
+  void* (*make)();  // for 'v': a new default value on the heap, freed by `destroy`
+  void (*destroy)(void* value);
+};
+
+struct ParameterInfo {
+  // The class an object argument must be ("QSize", "QFlags<enum Qt::AlignmentFlag>"),
+  // the enumeration of an enum ("Qt::FocusReason"), else the scalar type ("int").
+  const char* type;
+  bool pointer;  // a pointer: null (null or Nothing) stands for no object
+  DefaultInfo fallback;
+};
+
 // Argument kinds, one letter each: b bool, e enumeration, n number, t byte
-// string, s QString, o another class or QFlags, p pointer to a number/void.
+// string, s QString, o another class, f QFlags, p pointer to a number/void.
 // Result kinds: - none, b, e, n, t, o a class value, r a class pointer, p pointer.
 struct MemberInfo {
   const char* name;         // "QAbstractButton_setText"
@@ -19,6 +35,13 @@ struct MemberInfo {
   char result;              // '-'
   const char* declaration;  // "void QAbstractButton::setText(QString const &text)"
   const char* location;     // header and line of the declaration
+  const ParameterInfo* parameters;  // one per argument kind, or null for none
+};
+
+// A public base of a class and how to reach it from a pointer to the class.
+struct BaseInfo {
+  const char* typeName;        // "QWidget"
+  void* (*up)(void* derived);  // the base's address within the object
 };
 
 struct InterfaceInfo {
@@ -26,6 +49,9 @@ struct InterfaceInfo {
   const MemberInfo* members;
   std::size_t count;
   const QMetaObject* meta;  // the class's meta-object, or null for a class without one
+  const BaseInfo* bases;    // every public base, nearest first
+  std::size_t baseCount;
+  const char* typeName;     // the type name the library knows it by: "QAbstractButton"
 };
 
 // Every wrapped interface, sorted by name.

@@ -8,90 +8,58 @@
 #include <map>
 #include <memory>
 
+#include "kwscript/Arguments.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
 
 namespace {
 
-// Interface names spell a class with every other character than a letter
-// or digit as "_": QList<QString> is Iwrp_QList_QString_.
-std::string Mangled(const std::string& type) {
-  std::string out = type;
-  for (char& c : out)
-    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-  return out;
-}
-
-// The type a parameter's declaration names, without const, & and *:
-// "QSize const &" gives "QSize", "int w" gives "int".
-std::string ParameterType(std::string parameter) {
-  std::size_t start = parameter.find_first_not_of(' ');
-  if (start == std::string::npos) return "";
-  parameter = parameter.substr(start);
-  if (parameter.compare(0, 6, "const ") == 0) parameter = parameter.substr(6);
-  std::size_t end = 0;
-  int depth = 0;
-  for (; end < parameter.size(); ++end) {
-    const char c = parameter[end];
-    if (c == '<') ++depth;
-    if (c == '>') --depth;
-    if (depth == 0 && (c == ' ' || c == '&' || c == '*')) break;
-  }
-  return parameter.substr(0, end);
-}
-
-// The parameters of a declaration ("void QWidget::resize(int w, int h)"),
-// split at its top-level commas.
-std::vector<std::string> Parameters(const char* declaration) {
-  const char* open = std::strchr(declaration, '(');
-  std::vector<std::string> out;
-  if (open == nullptr) return out;
-  std::string current;
-  int depth = 0;
-  for (const char* c = open + 1; *c != '\0'; ++c) {
-    if ((*c == ')' && depth == 0) || (*c == ',' && depth == 0)) {
-      if (!current.empty()) out.push_back(current);
-      current.clear();
-      if (*c == ')') break;
-      continue;
-    }
-    if (*c == '<' || *c == '(') ++depth;
-    if (*c == '>' || *c == ')') --depth;
-    current += *c;
-  }
-  return out;
-}
-
-// How well a script value fits an argument kind and its declared type: 0
-// not at all, 1 by conversion or without knowing an object's class, 2
+// How well a script value fits an argument kind and its parameter: 0 not
+// at all, 1 by conversion or without knowing an object's class, 2
 // exactly, 3 a whole number for an int or a fraction for a double.
-int Fit(const VARIANT* value, char kind, const std::string& type) {
+int Fit(const VARIANT* value, char kind, const ParameterInfo* parameter) {
   if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
+  const std::string type = parameter != nullptr ? parameter->type : "";
   const VARTYPE vt = V_VT(value);
   const bool isNull = vt == VT_NULL || vt == VT_EMPTY || (vt == VT_DISPATCH && V_DISPATCH(value) == nullptr);
   const bool isWhole = vt == VT_I1 || vt == VT_I2 || vt == VT_I4 || vt == VT_I8 || vt == VT_UI1 || vt == VT_UI2 ||
                        vt == VT_UI4 || vt == VT_UI8 || vt == VT_INT || vt == VT_UINT;
   const bool isFraction = vt == VT_R4 || vt == VT_R8 || vt == VT_CY || vt == VT_DECIMAL;
+  const CScriptObject* facade = vt == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(value)) : nullptr;
   switch (kind) {
     case 'b':
       return vt == VT_BOOL ? 2 : 0;
-    case 'n':
     case 'e':
+      if (vt == VT_BSTR) {
+        int ignored = 0;
+        return EnumeratorValue(type.c_str(), QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value))),
+                               &ignored)
+                   ? 2
+                   : 0;
+      }
+      return isWhole ? 2 : isFraction ? 1 : 0;
+    case 'n':
       if ((isWhole && type == "int") || (isFraction && (type == "double" || type == "qreal"))) return 3;
       return isWhole || isFraction ? 2 : 0;
+    case 'f':
+      if (vt == VT_BSTR) {
+        int ignored = 0;
+        return EnumeratorValue(type.c_str(), QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value))),
+                               &ignored)
+                   ? 2
+                   : 0;
+      }
+      if (facade != nullptr) return facade->IsA(type.c_str()) ? 2 : 0;
+      return isWhole ? 2 : 0;
     case 't':
       return vt == VT_BSTR ? 2 : 0;
     case 's':
     case 'o':
-    case 'r': {
       if (kind == 's' && vt == VT_BSTR) return 2;
-      if (kind == 'r' && isNull) return 1;
-      const CScriptObject* facade = vt == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(value)) : nullptr;
+      if (isNull) return parameter != nullptr && parameter->pointer ? 1 : 0;
       if (facade == nullptr) return 0;
-      if (facade->Composes(QString::fromStdString(Mangled(type)))) return 2;
-      return type.empty() || type[0] != 'Q' ? 1 : 0;
-    }
+      return facade->IsA(type.c_str()) ? 2 : 0;
     default:
       return 0;  // raw pointers: not from a script
   }
@@ -173,10 +141,7 @@ const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& inte
       if (QString::fromStdString(PlainNameOf(member.name, interfaceName.c_str())).compare(wanted, Qt::CaseInsensitive))
         continue;
       if (group == nullptr) group.reset(new OverloadGroup);
-      Overload overload{&member, {}};
-      for (const std::string& parameter : Parameters(member.declaration))
-        overload.types.push_back(ParameterType(parameter));
-      group->overloads.push_back(overload);
+      group->overloads.push_back(Overload{&member});
     }
   }
   return (cache[key] = std::move(group)).get();
@@ -184,23 +149,29 @@ const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& inte
 
 const Overload* ChooseOverload(const OverloadGroup& group, const DISPPARAMS& params, const QString& name, QString* why) {
   const UINT count = params.cArgs - params.cNamedArgs;
+  // The best fit of the arguments given; among equals, the one that needs
+  // the fewest defaults.
   const Overload* best = nullptr;
   int bestScore = -1;
+  std::size_t bestDefaults = 0;
   int tied = 0;
   for (const Overload& overload : group.overloads) {
-    if (std::strlen(overload.member->arguments) != count) continue;
+    const std::size_t all = std::strlen(overload.member->arguments);
+    if (count > all || count < RequiredArguments(*overload.member)) continue;
     int score = 0;
     for (UINT position = 0; position < count && score >= 0; ++position) {
-      const std::string type = position < overload.types.size() ? overload.types[position] : "";
-      const int fit = Fit(&params.rgvarg[params.cArgs - 1 - position], overload.member->arguments[position], type);
+      const ParameterInfo* parameter = overload.member->parameters != nullptr ? &overload.member->parameters[position] : nullptr;
+      const int fit = Fit(&params.rgvarg[params.cArgs - 1 - position], overload.member->arguments[position], parameter);
       score = fit == 0 ? -1 : score + fit;
     }
     if (score < 0) continue;
-    if (score > bestScore) {
+    const std::size_t defaults = all - count;
+    if (score > bestScore || (score == bestScore && defaults < bestDefaults)) {
       best = &overload;
       bestScore = score;
+      bestDefaults = defaults;
       tied = 1;
-    } else if (score == bestScore) {
+    } else if (score == bestScore && defaults == bestDefaults) {
       ++tied;
     }
   }

@@ -8,7 +8,9 @@
 // takes every argument, defaults included) and their kinds: number (a whole
 // one prefers int, a fraction double), string, boolean, object (of which
 // class, when two overloads take objects), null. Everything comes from the
-// generated member table.
+// generated member table. Arguments with defaults may be left out at the
+// end; among overloads that fit equally, the one that needs the fewest
+// defaults is called.
 #pragma once
 
 #include <windows.h>
@@ -30,7 +32,6 @@ std::string PlainNameOf(const char* memberName, const wchar_t* interfaceName);
 
 struct Overload {
   const MemberInfo* member;
-  std::vector<std::string> types;  // per argument, as declared without const, & and *: "QSize", "int"
 };
 
 struct OverloadGroup {

@@ -28,7 +28,7 @@ struct Known {
 const Known kKnown[] = {
     {DISP_E_TYPEMISMATCH, "DISP_E_TYPEMISMATCH", "an argument has a type the member does not take"},
     {DISP_E_BADPARAMCOUNT, "DISP_E_BADPARAMCOUNT",
-     "the member takes another number of arguments (all of them, always)"},
+     "the member takes another number of arguments"},
     {DISP_E_UNKNOWNNAME, "DISP_E_UNKNOWNNAME", "the object has no member of that name"},
     {DISP_E_MEMBERNOTFOUND, "DISP_E_MEMBERNOTFOUND", "the object has no such member"},
     {DISP_E_EXCEPTION, "DISP_E_EXCEPTION", "the member failed; its own code follows"},

@@ -1,6 +1,7 @@
 #include "kwscript/ScriptObject.h"
 
 #include "host/HostSupport.h"
+#include "kwscript/Arguments.h"
 #include "host/ManagerHost.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/PlainNames.h"
@@ -24,105 +25,34 @@ namespace {
 // argument can be told from a foreign object.
 const IID IID_IScriptFacade = {0x3c1d6a52, 0x8f0e, 0x4b7a, {0x9d, 0x21, 0x5e, 0x47, 0x0b, 0x6c, 0x93, 0xa8}};
 
-// The arguments of one call as the library is to receive them, and what
-// they hold for the duration of the call.
-class ConvertedArguments {
- public:
-  ~ConvertedArguments() {
-    for (IDispatch* made : m_made) made->Release();
-  }
-
-  // Converts `params` (script values, last argument first) by `kinds`
-  // (first argument first). On a refused argument returns
-  // DISP_E_TYPEMISMATCH with its DISPPARAMS index in `argumentError`.
-  HRESULT Convert(const DISPPARAMS& params, const char* kinds, ScriptContext* context, UINT* argumentError) {
-    const UINT count = params.cArgs;
-    m_args.assign(params.rgvarg, params.rgvarg + count);
-    m_bytes.reserve(count);
-    const std::size_t known = std::char_traits<char>::length(kinds);
-    for (UINT position = 0; position < count && position < known; ++position) {
-      const UINT index = count - 1 - position;
-      VARIANT& arg = m_args[index];
-      if (V_VT(&arg) == (VT_BYREF | VT_VARIANT)) arg = *V_VARIANTREF(&arg);  // VBScript passes variables so
-      HRESULT hr = ConvertOne(&arg, kinds[position], context);
-      if (FAILED(hr)) {
-        if (argumentError != nullptr) *argumentError = index;
-        return hr;
-      }
-    }
-    m_params = DISPPARAMS{m_args.empty() ? nullptr : m_args.data(), params.rgdispidNamedArgs, count, params.cNamedArgs};
-    return S_OK;
-  }
-
-  DISPPARAMS* params() { return &m_params; }
-
- private:
-  HRESULT ConvertOne(VARIANT* arg, char kind, ScriptContext* context) {
-    switch (kind) {
-      case 's':
-        if (V_VT(arg) == VT_BSTR) return MakeString(arg, context);
-        return TakeObject(arg);
-      case 'o':
-        return TakeObject(arg);
-      case 't':
-        if (V_VT(arg) == VT_BSTR) {
-          const BSTR text = V_BSTR(arg);
-          const QByteArray utf8 = QString::fromWCharArray(text, SysStringLen(text)).toUtf8();
-          m_bytes.push_back(std::string(utf8.constData(), utf8.size()));
-          V_VT(arg) = VT_BYREF | VT_UI1;
-          V_UI1REF(arg) = reinterpret_cast<unsigned char*>(&m_bytes.back()[0]);
-        }
-        return S_OK;
-      default:
-        return S_OK;  // numbers and booleans: the platform's dispatch converts them
-    }
-  }
-
-  // A script string where a QString is expected: a new QString object.
-  HRESULT MakeString(VARIANT* arg, ScriptContext* context) {
-    const BSTR text = V_BSTR(arg);
-    QString* value = new QString(QString::fromWCharArray(text, SysStringLen(text)));
-    IDispatch* made = nullptr;
-    HRESULT hr = context->manager->CreateWrapper(L"QString", value, &made);
-    if (FAILED(hr)) {
-      delete value;  // no object took it
-      return hr;
-    }
-    m_made.push_back(made);
-    V_VT(arg) = VT_DISPATCH;
-    V_DISPATCH(arg) = made;
-    return S_OK;
-  }
-
-  // An object argument must be one of this host's objects: the library
-  // trusts what it receives, so nothing else may reach it.
-  HRESULT TakeObject(VARIANT* arg) {
-    IDispatch* exposer = V_VT(arg) == VT_DISPATCH ? CScriptObject::ExposerOf(V_DISPATCH(arg)) : nullptr;
-    if (exposer == nullptr) return DISP_E_TYPEMISMATCH;
-    V_DISPATCH(arg) = exposer;
-    return S_OK;
-  }
-
-  std::vector<VARIANT> m_args;
-  std::vector<std::string> m_bytes;  // byte strings, NUL-terminated, alive for the call
-  std::vector<IDispatch*> m_made;
-  DISPPARAMS m_params{};
-};
-
-// Plain names get DISPIDs from here on, far from the library's own.
+// Plain names get DISPIDs from here on, far from the library's own, and
+// the members routed to an exposer from kRouteBase on.
 constexpr DISPID kPlainBase = 0x40000000;
+constexpr DISPID kRouteBase = 0x20000000;
 
 // The instance an exposer stands for (null for a null pointer result, or
 // for an object that is not an exposer).
 using kwhost::InstanceOf;
 
-// The QObject an instance is, or null: a class with a meta-object has its
-// QObject part first, at the instance's own address (moc requires the
-// QObject-derived base to come first).
+// The QObject an instance is, or null: through its class's QObject base,
+// or for a class with a meta-object the instance itself (moc requires
+// the QObject-derived base to come first).
 QObject* ObjectBehind(void* instance, const std::vector<const InterfaceInfo*>& interfaces) {
+  if (interfaces.empty()) return nullptr;
+  const InterfaceInfo* own = interfaces.back();
+  if (std::strcmp(own->typeName, "QObject") == 0) return static_cast<QObject*>(instance);
+  for (std::size_t i = 0; i < own->baseCount; ++i)
+    if (std::strcmp(own->bases[i].typeName, "QObject") == 0) return static_cast<QObject*>(own->bases[i].up(instance));
   for (const InterfaceInfo* info : interfaces)
     if (info->meta != nullptr) return static_cast<QObject*>(instance);
   return nullptr;
+}
+
+// The index of `typeName` among the bases of `own`, or -1.
+int BaseIndex(const InterfaceInfo* own, const char* typeName) {
+  for (std::size_t i = 0; own != nullptr && i < own->baseCount; ++i)
+    if (std::strcmp(own->bases[i].typeName, typeName) == 0) return static_cast<int>(i);
+  return -1;
 }
 
 // A member that failed reaches the engine as DISP_E_EXCEPTION with its own
@@ -142,6 +72,10 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 }
 
 }  // namespace
+
+HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* instance, IDispatch** exposer) {
+  return context->manager->CreateWrapper(typeName, instance, exposer);
+}
 
 BSTR NewBstr(const QString& text) {
   return SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.utf16()), text.size());
@@ -168,13 +102,84 @@ CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* 
   m_exposer->AddRef();
   m_context->facades.insert(this);
   for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
-    if (const InterfaceInfo* info = FindInterface(name.c_str())) m_interfaces.push_back(info);
+    if (const InterfaceInfo* info = FindInterface(name.c_str())) {
+      m_interfaces.push_back(info);
+      m_answering.push_back(exposer);
+    }
   if (m_object == nullptr) m_object = ObjectBehind(instance, m_interfaces);
 }
 
 CScriptObject::~CScriptObject() {
+  for (IDispatch* extra : m_extra) extra->Release();
   m_exposer->Release();
   m_context->facades.erase(this);
+}
+
+void CScriptObject::ComposeWholeClass() {
+  if (m_whole || m_interfaces.empty()) return;
+  m_whole = true;
+  const InterfaceInfo* own = m_interfaces.back();
+  auto composed = [this](const char* typeName) {
+    for (const InterfaceInfo* info : m_interfaces)
+      if (std::strcmp(info->typeName, typeName) == 0) return true;
+    return false;
+  };
+  for (std::size_t i = 0; i < own->baseCount; ++i) {
+    const BaseInfo& base = own->bases[i];
+    if (composed(base.typeName)) continue;
+    IDispatch* extra = BaseExposer(i);
+    if (extra == nullptr) continue;
+    for (const std::wstring& name : kwhost::ComposedInterfaces(extra)) {
+      const InterfaceInfo* info = FindInterface(name.c_str());
+      if (info == nullptr || composed(info->typeName)) continue;
+      m_interfaces.push_back(info);
+      m_answering.push_back(extra);
+    }
+  }
+  // Bases first, the farthest first; its own class last. Interfaces that
+  // are no base of it keep their places in front.
+  auto rank = [own](const InterfaceInfo* info) {
+    return info == own ? -1 : BaseIndex(own, info->typeName) >= 0 ? BaseIndex(own, info->typeName) : 1 << 20;
+  };
+  std::vector<std::size_t> order(m_interfaces.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::size_t a, std::size_t b) { return rank(m_interfaces[a]) > rank(m_interfaces[b]); });
+  std::vector<const InterfaceInfo*> interfaces;
+  std::vector<IDispatch*> answering;
+  for (std::size_t i : order) {
+    interfaces.push_back(m_interfaces[i]);
+    answering.push_back(m_answering[i]);
+  }
+  m_interfaces.swap(interfaces);
+  m_answering.swap(answering);
+}
+
+bool CScriptObject::IsA(const char* typeName) const {
+  for (const InterfaceInfo* info : m_interfaces)
+    if (std::strcmp(info->typeName, typeName) == 0) return true;
+  if (!m_interfaces.empty() && BaseIndex(m_interfaces.back(), typeName) >= 0) return true;
+  return m_object != nullptr && m_object->inherits(typeName);
+}
+
+IDispatch* CScriptObject::BaseExposer(std::size_t index) {
+  const BaseInfo& base = m_interfaces.back()->bases[index];
+  for (const auto& known : m_baseExposers)
+    if (known.first == base.typeName) return known.second;
+  IDispatch* exposer = nullptr;
+  const std::wstring type = QString::fromLatin1(base.typeName).toStdWString();
+  if (FAILED(MakeExposer(m_context, type.c_str(), base.up(m_instance), &exposer))) exposer = nullptr;
+  if (exposer != nullptr) m_extra.push_back(exposer);
+  m_baseExposers.emplace_back(base.typeName, exposer);  // null: the library knows no such type
+  return exposer;
+}
+
+IDispatch* CScriptObject::ExposerFor(const char* typeName) {
+  const InterfaceInfo* own = m_interfaces.empty() ? nullptr : m_interfaces.back();
+  const int index = BaseIndex(own, typeName);
+  if (index < 0) return IsA(typeName) ? m_exposer : nullptr;  // its own class, or a QObject class at its start
+  if (IDispatch* exposer = BaseExposer(index)) return exposer;
+  return own->bases[index].up(m_instance) == m_instance ? m_exposer : nullptr;
 }
 
 void DisconnectFacades(ScriptContext* context) {
@@ -195,12 +200,6 @@ IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObje
 
 QString CScriptObject::ClassName() const {
   return m_interfaces.empty() ? QString("the object") : QString::fromLatin1(m_interfaces.back()->name).mid(5);
-}
-
-bool CScriptObject::Composes(const QString& className) const {
-  for (const InterfaceInfo* info : m_interfaces)
-    if (className == QLatin1String(info->name + 5)) return true;
-  return false;
 }
 
 bool CScriptObject::TextOf(QString* text) const {
@@ -240,10 +239,28 @@ STDMETHODIMP CScriptObject::GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info)
   return m_exposer->GetTypeInfo(index, lcid, info);
 }
 
-const MemberInfo* CScriptObject::FindMember(const wchar_t* name) const {
-  for (const InterfaceInfo* info : m_interfaces)
-    if (const MemberInfo* member = kwscript::FindMember(*info, name)) return member;
+const MemberInfo* CScriptObject::FindMember(const wchar_t* name, IDispatch** exposer) const {
+  for (std::size_t i = m_interfaces.size(); i-- > 0;)
+    if (const MemberInfo* member = kwscript::FindMember(*m_interfaces[i], name)) {
+      *exposer = m_answering[i];
+      return member;
+    }
   return nullptr;
+}
+
+IDispatch* CScriptObject::ExposerOfMember(const MemberInfo* member) const {
+  for (std::size_t i = 0; i < m_interfaces.size(); ++i)
+    if (member >= m_interfaces[i]->members && member < m_interfaces[i]->members + m_interfaces[i]->count)
+      return m_answering[i];
+  return m_exposer;
+}
+
+int CScriptObject::RouteTo(const MemberInfo* member, IDispatch* exposer, const wchar_t* name) {
+  LPOLESTR asked = const_cast<LPOLESTR>(name);
+  DISPID id = DISPID_UNKNOWN;
+  if (FAILED(exposer->GetIDsOfNames(IID_NULL, &asked, 1, LOCALE_USER_DEFAULT, &id))) return -1;
+  m_routes.push_back(Route{member, exposer, id});
+  return static_cast<int>(m_routes.size() - 1);
 }
 
 STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) {
@@ -255,13 +272,25 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
       return S_OK;
     }
   }
+  if (count != 1 || names == nullptr || ids == nullptr || names[0] == nullptr)
+    return m_exposer->GetIDsOfNames(iid, names, count, lcid, ids);
+  ComposeWholeClass();
+  // A prefixed name of any class of the chain, through the exposer that has it.
+  IDispatch* answering = nullptr;
+  if (const MemberInfo* member = FindMember(names[0], &answering)) {
+    const int route = RouteTo(member, answering, names[0]);
+    if (route >= 0) {
+      ids[0] = kRouteBase + route;
+      m_ids.emplace(names[0], ids[0]);
+      return S_OK;
+    }
+  }
   HRESULT hr = m_exposer->GetIDsOfNames(iid, names, count, lcid, ids);
-  if (hr == S_OK && count > 0) {
-    if (const MemberInfo* member = FindMember(names[0])) m_members[ids[0]] = member;
-    if (count == 1) m_ids.emplace(names[0], ids[0]);
+  if (hr == S_OK) {
+    m_ids.emplace(names[0], ids[0]);
     return hr;
   }
-  if (hr != DISP_E_UNKNOWNNAME || count != 1 || names == nullptr || ids == nullptr) return hr;
+  if (hr != DISP_E_UNKNOWNNAME) return hr;
   // A plain name: a property of the QObject behind, overloads of a
   // composed class, or both. A name the object does not answer gets a
   // DISPID too, so that the call can say which names come nearest.
@@ -281,15 +310,13 @@ STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
   if (m_destroyed)
     return Refuse(exception, RPC_E_DISCONNECTED,
                   QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName()));
-  if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size()) {
-    DISPPARAMS none{};
+  DISPPARAMS none{};
+  if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size())
     return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);
-  }
-  auto known = m_members.find(id);
-  const MemberInfo* member = known != m_members.end() ? known->second : nullptr;
-  if (member == nullptr || params == nullptr)
-    return m_exposer->Invoke(id, iid, lcid, flags, params, result, exception, argumentError);
-  return CallMember(*member, id, flags, params, false, result, exception, argumentError);
+  if (id >= kRouteBase && static_cast<std::size_t>(id - kRouteBase) < m_routes.size())
+    return CallMember(m_routes[id - kRouteBase], flags, params != nullptr ? params : &none, false, result, exception,
+                      argumentError);
+  return m_exposer->Invoke(id, iid, lcid, flags, params, result, exception, argumentError);
 }
 
 HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result,
@@ -321,20 +348,19 @@ HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* pa
   }
   const Overload* chosen = ChooseOverload(*plain.overloads, *params, plain.name, &why);
   if (chosen == nullptr) return Refuse(exception, DISP_E_TYPEMISMATCH, why);
-  auto known = plain.ids.find(chosen->member);
-  if (known == plain.ids.end()) {
-    std::wstring prefixed = QString::fromLatin1(chosen->member->name).toStdWString();
-    LPOLESTR name = &prefixed[0];
-    DISPID id = DISPID_UNKNOWN;
-    const HRESULT hr = m_exposer->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
-    if (FAILED(hr)) return hr;
-    known = plain.ids.emplace(chosen->member, id).first;
+  auto known = plain.routes.find(chosen->member);
+  if (known == plain.routes.end()) {
+    const std::wstring prefixed = QString::fromLatin1(chosen->member->name).toStdWString();
+    const int route = RouteTo(chosen->member, ExposerOfMember(chosen->member), prefixed.c_str());
+    if (route < 0) return DISP_E_MEMBERNOTFOUND;
+    known = plain.routes.emplace(chosen->member, route).first;
   }
-  return CallMember(*chosen->member, known->second, DISPATCH_METHOD, params, true, result, exception, argumentError);
+  return CallMember(m_routes[known->second], DISPATCH_METHOD, params, true, result, exception, argumentError);
 }
 
-HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
-                                  VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
+HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
+                                  EXCEPINFO* exception, UINT* argumentError) {
+  const MemberInfo& member = *route.member;
   const bool destructor = std::strstr(member.name, "_DTOR_") != nullptr;
   if (destructor && !m_made)
     return Refuse(exception, E_ACCESSDENIED,
@@ -343,27 +369,27 @@ HRESULT CScriptObject::CallMember(const MemberInfo& member, DISPID id, WORD flag
                       .arg(member.name, ClassName()));
   ConvertedArguments arguments;
   UINT refused = 0;
-  HRESULT hr = arguments.Convert(*params, member.arguments, m_context, &refused);
+  QString why;
+  HRESULT hr = arguments.Convert(*params, member, m_context, &refused, &why);
   if (FAILED(hr)) {
     if (argumentError != nullptr) *argumentError = refused;
-    return Refuse(exception, hr,
-                  QString("argument %1 of %2 must be an object of this script (not null, Nothing or another object)")
-                      .arg(params->cArgs - refused)
-                      .arg(member.declaration));
+    return Refuse(exception, hr, QString("argument %1 of %2 %3").arg(params->cArgs - refused).arg(member.declaration).arg(why));
   }
   VARIANT answer;
   VariantInit(&answer);
   NoteCall(member.name);
-  hr = m_exposer->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
-                         argumentError);
+  hr = route.exposer->Invoke(route.id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
+                             argumentError);
   NoteCall(nullptr);
   if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
-  if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW) {
+  if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW ||
+      hr == DISP_E_PARAMNOTFOUND) {
     VariantClear(&answer);
+    const std::size_t required = RequiredArguments(member), all = std::strlen(member.arguments);
     return Refuse(exception, hr,
                   QString("%1 takes %2 argument(s), %3; given %4")
                       .arg(member.name)
-                      .arg(std::strlen(member.arguments))
+                      .arg(required == all ? QString::number(all) : QString("%1 to %2").arg(required).arg(all))
                       .arg(member.declaration)
                       .arg(params->cArgs - params->cNamedArgs));
   }

@@ -36,6 +36,10 @@ struct ScriptContext {
   std::set<IDispatch*> facades;
 };
 
+// An exposer for `instance` under `typeName` from the library, or the
+// manager's failure.
+HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* instance, IDispatch** exposer);
+
 // Cuts every remote client off the facades of `context` (their next call
 // answers RPC_E_DISCONNECTED), which releases the references their stubs
 // held. Called before the library behind the facades is unloaded.
@@ -79,6 +83,13 @@ class CScriptObject final : public CountedDispatch {
   QString ClassName() const;
   // Whether its wrapper composes the class `className` ("QSize").
   bool Composes(const QString& className) const;
+  // Whether it is a `typeName` ("QWidget"): its own class, a base of it,
+  // or a class its QObject inherits.
+  bool IsA(const char* typeName) const;
+  // The exposer over the part of the object that is a `typeName` (a base
+  // may lie elsewhere in the object than the object itself); null when
+  // none can be made.
+  IDispatch* ExposerFor(const char* typeName);
   // The text of a QString, QByteArray or QLatin1String; false for another class.
   bool TextOf(QString* text) const;
 
@@ -93,9 +104,27 @@ class CScriptObject final : public CountedDispatch {
   CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made);
   ~CScriptObject() override;
 
-  const MemberInfo* FindMember(const wchar_t* name) const;
-  HRESULT CallMember(const MemberInfo& member, DISPID id, WORD flags, DISPPARAMS* params, bool plain,
-                     VARIANT* result, EXCEPINFO* exception, UINT* argumentError);
+  // A member resolved to the exposer that answers it.
+  struct Route {
+    const MemberInfo* member;
+    IDispatch* exposer;
+    DISPID id;  // the exposer's
+  };
+
+  // Adds the bases the library's composition list leaves out, each
+  // through an exposer of its own over its part of the object, so that
+  // the facade answers the members of the whole class chain.
+  void ComposeWholeClass();
+  // A new exposer under the type name of base `index` of its own class,
+  // over that base's part of the object; made once, null when the library
+  // knows no such type.
+  IDispatch* BaseExposer(std::size_t index);
+  const MemberInfo* FindMember(const wchar_t* name, IDispatch** exposer) const;
+  IDispatch* ExposerOfMember(const MemberInfo* member) const;
+  // The route of `member` as `name` asks for it; -1 when the exposer does not know the name.
+  int RouteTo(const MemberInfo* member, IDispatch* exposer, const wchar_t* name);
+  HRESULT CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
+                     EXCEPINFO* exception, UINT* argumentError);
   HRESULT InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
                       UINT* argumentError);
 
@@ -105,14 +134,20 @@ class CScriptObject final : public CountedDispatch {
     QString name;
     const OverloadGroup* overloads;
     int property;
-    std::map<const MemberInfo*, DISPID> ids;
+    std::map<const MemberInfo*, int> routes;
   };
 
   IDispatch* m_exposer;
   void* m_instance;
   ScriptContext* m_context;
+  // Composed interfaces, bases first and its own class last, and the
+  // exposer answering each.
   std::vector<const InterfaceInfo*> m_interfaces;
-  std::map<DISPID, const MemberInfo*> m_members;  // as the names were resolved
+  std::vector<IDispatch*> m_answering;
+  std::vector<IDispatch*> m_extra;  // exposers over the bases added
+  std::vector<std::pair<const char*, IDispatch*>> m_baseExposers;  // by base type name, for arguments
+  bool m_whole = false;
+  std::vector<Route> m_routes;  // DISPID kRouteBase + index
   // Every name asked for, in any case, as names are matched.
   struct NoCaseLess {
     bool operator()(const std::wstring& a, const std::wstring& b) const { return _wcsicmp(a.c_str(), b.c_str()) < 0; }

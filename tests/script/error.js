@@ -1,4 +1,4 @@
-// A call with a missing argument: the host reports where and why.
+// A call without the argument that has no default: the host reports where and why.
 var edit = app.find("nameEdit");
-edit.QWidget_setAttribute(1);
+edit.QWidget_setAttribute();
 app.echo("not reached");
