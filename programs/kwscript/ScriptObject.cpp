@@ -106,6 +106,7 @@ CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* 
       m_interfaces.push_back(info);
       m_answering.push_back(exposer);
     }
+  m_own = m_interfaces.empty() ? nullptr : m_interfaces.back();
   if (m_object == nullptr) m_object = ObjectBehind(instance, m_interfaces);
 }
 
@@ -116,9 +117,9 @@ CScriptObject::~CScriptObject() {
 }
 
 void CScriptObject::ComposeWholeClass() {
-  if (m_whole || m_interfaces.empty()) return;
+  if (m_whole || m_own == nullptr) return;
   m_whole = true;
-  const InterfaceInfo* own = m_interfaces.back();
+  const InterfaceInfo* own = m_own;
   auto composed = [this](const char* typeName) {
     for (const InterfaceInfo* info : m_interfaces)
       if (std::strcmp(info->typeName, typeName) == 0) return true;
@@ -158,12 +159,12 @@ void CScriptObject::ComposeWholeClass() {
 bool CScriptObject::IsA(const char* typeName) const {
   for (const InterfaceInfo* info : m_interfaces)
     if (std::strcmp(info->typeName, typeName) == 0) return true;
-  if (!m_interfaces.empty() && BaseIndex(m_interfaces.back(), typeName) >= 0) return true;
+  if (BaseIndex(m_own, typeName) >= 0) return true;
   return m_object != nullptr && m_object->inherits(typeName);
 }
 
 IDispatch* CScriptObject::BaseExposer(std::size_t index) {
-  const BaseInfo& base = m_interfaces.back()->bases[index];
+  const BaseInfo& base = m_own->bases[index];
   for (const auto& known : m_baseExposers)
     if (known.first == base.typeName) return known.second;
   IDispatch* exposer = nullptr;
@@ -175,7 +176,7 @@ IDispatch* CScriptObject::BaseExposer(std::size_t index) {
 }
 
 IDispatch* CScriptObject::ExposerFor(const char* typeName) {
-  const InterfaceInfo* own = m_interfaces.empty() ? nullptr : m_interfaces.back();
+  const InterfaceInfo* own = m_own;
   const int index = BaseIndex(own, typeName);
   if (index < 0) return IsA(typeName) ? m_exposer : nullptr;  // its own class, or a QObject class at its start
   if (IDispatch* exposer = BaseExposer(index)) return exposer;
@@ -199,7 +200,7 @@ IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObje
 }
 
 QString CScriptObject::ClassName() const {
-  return m_interfaces.empty() ? QString("the object") : QString::fromLatin1(m_interfaces.back()->name).mid(5);
+  return m_own == nullptr ? QString("the object") : QString::fromLatin1(m_own->typeName);
 }
 
 bool CScriptObject::TextOf(QString* text) const {

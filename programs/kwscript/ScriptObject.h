@@ -144,6 +144,7 @@ class CScriptObject final : public CountedDispatch {
   // exposer answering each.
   std::vector<const InterfaceInfo*> m_interfaces;
   std::vector<IDispatch*> m_answering;
+  const InterfaceInfo* m_own = nullptr;  // its own class's
   std::vector<IDispatch*> m_extra;  // exposers over the bases added
   std::vector<std::pair<const char*, IDispatch*>> m_baseExposers;  // by base type name, for arguments
   bool m_whole = false;

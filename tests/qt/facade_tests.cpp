@@ -1,0 +1,176 @@
+// kwscript's facade over real widgets: what a script reaches through it
+// beyond the library's composition lists, and how it takes arguments as a
+// script writer gives them. Calls go through the facade's IDispatch as an
+// engine makes them; what Qt received is read from the widgets themselves.
+#include <QtGui/QApplication>
+#include <QtGui/QComboBox>
+#include <QtGui/QLabel>
+#include <QtGui/QLineEdit>
+
+#include <cstring>
+
+#include "QtHost.h"
+#include "kwscript/MemberTable.h"
+#include "kwscript/ScriptObject.h"
+
+namespace qttest {
+namespace {
+
+using kwscript::CScriptObject;
+
+// What a call through a facade gave: its HRESULT, result and description.
+struct Answer {
+  HRESULT hr = E_FAIL;
+  VARIANT value;
+  QString description;
+  Answer() { VariantInit(&value); }
+  ~Answer() { VariantClear(&value); }
+  bool isTrue() const { return V_VT(&value) == VT_BOOL && V_BOOL(&value) == VARIANT_TRUE; }
+  LONG number() const { return V_VT(&value) == VT_I4 ? V_I4(&value) : -12345678; }
+};
+
+VARIANT Text(const wchar_t* text) {
+  VARIANT v;
+  V_VT(&v) = VT_BSTR;
+  V_BSTR(&v) = SysAllocString(text);
+  return v;
+}
+
+VARIANT Object(IDispatch* object) {
+  VARIANT v;
+  V_VT(&v) = VT_DISPATCH;
+  V_DISPATCH(&v) = object;
+  return v;
+}
+
+VARIANT Null() {
+  VARIANT v;
+  V_VT(&v) = VT_NULL;
+  return v;
+}
+
+// Calls `name` with `args` (first first) as an engine does.
+void Call(IDispatch* facade, const wchar_t* name, std::vector<VARIANT> args, Answer* answer) {
+  LPOLESTR asked = const_cast<LPOLESTR>(name);
+  DISPID id = DISPID_UNKNOWN;
+  answer->hr = facade->GetIDsOfNames(IID_NULL, &asked, 1, LOCALE_USER_DEFAULT, &id);
+  if (FAILED(answer->hr)) return;
+  std::vector<VARIANT> reversed(args.rbegin(), args.rend());
+  DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+  EXCEPINFO exception{};
+  answer->hr = facade->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD | DISPATCH_PROPERTYGET, &params,
+                              &answer->value, &exception, nullptr);
+  if (exception.bstrDescription != nullptr) answer->description = QString::fromWCharArray(exception.bstrDescription);
+  SysFreeString(exception.bstrSource);
+  SysFreeString(exception.bstrDescription);
+  SysFreeString(exception.bstrHelpFile);
+  for (VARIANT& arg : args)
+    if (V_VT(&arg) == VT_BSTR) VariantClear(&arg);
+}
+
+bool HasBase(const kwscript::InterfaceInfo& info, const char* base) {
+  for (std::size_t i = 0; i < info.baseCount; ++i)
+    if (std::strcmp(info.bases[i].typeName, base) == 0) return true;
+  return false;
+}
+
+class FacadeTest : public QtTest {
+ protected:
+  // A facade over `instance` under `typeName`, or null when the library
+  // makes no object of that name.
+  IDispatch* Facade(const char* typeName, void* instance) {
+    IDispatch* exposer = nullptr;
+    const std::wstring type = QString::fromLatin1(typeName).toStdWString();
+    if (host_.manager()->CreateWrapper(type.c_str(), instance, &exposer) != S_OK) return nullptr;
+    IDispatch* facade = CScriptObject::Wrap(exposer, &context_);
+    exposer->Release();
+    return facade;
+  }
+  void SetUp() override {
+    QtTest::SetUp();
+    context_.manager = host_.manager();
+  }
+  kwscript::ScriptContext context_;
+};
+
+// Every widget class the member table lists answers QWidget's members by
+// plain and prefixed name, whatever the library's composition list for it
+// holds; each facade stands over a real widget, whose QWidget part is what
+// those members reach.
+TEST_F(FacadeTest, EveryWidgetClassAnswersTheMembersOfItsWholeChain) {
+  QWidget widget;
+  widget.resize(37, 23);
+  int classes = 0;
+  for (std::size_t i = 0; i < kwscript::kInterfaceCount; ++i) {
+    const kwscript::InterfaceInfo& info = kwscript::kInterfaces[i];
+    if (!HasBase(info, "QWidget")) continue;
+    IDispatch* facade = Facade(info.typeName, &widget);
+    if (facade == nullptr) continue;  // a class the library declares but makes no object of
+    ++classes;
+    Answer height, visible, focus;
+    Call(facade, L"QWidget_height", {}, &height);
+    Call(facade, L"isVisible", {}, &visible);
+    Call(facade, L"setFocus", {}, &focus);
+    EXPECT_EQ(23, height.number()) << info.typeName << ": " << height.description.toStdString();
+    EXPECT_EQ(S_OK, visible.hr) << info.typeName;
+    EXPECT_EQ(S_OK, focus.hr) << info.typeName << ": " << focus.description.toStdString();
+    facade->Release();
+  }
+  EXPECT_GT(classes, 60);
+}
+
+// Arguments as a script writer gives them: trailing defaults left out,
+// QFlags and enumerations by number or by name, null for a pointer; and
+// what the facade refuses before the library sees it.
+TEST_F(FacadeTest, ArgumentsTakeDefaultsNamesAndNull) {
+  QLineEdit edit;
+  QComboBox combo;
+  combo.addItems(QStringList() << "a" << "b" << "c");
+  QLabel label, buddy;
+  label.setBuddy(&buddy);
+  QRect inner(2, 2, 5, 5);
+  IDispatch* editFacade = Facade("QLineEdit", &edit);
+  IDispatch* comboFacade = Facade("QComboBox", &combo);
+  IDispatch* labelFacade = Facade("QLabel", &label);
+  IDispatch* rect = Facade("QRect", &inner);
+  ASSERT_TRUE(editFacade && comboFacade && labelFacade && rect);
+
+  Answer found, contains, named, numbered, nulled;
+  Call(comboFacade, L"findText", {Text(L"b")}, &found);  // its flags left to their default
+  EXPECT_EQ(1, found.number()) << found.description.toStdString();
+  Call(rect, L"contains", {Object(rect)}, &contains);  // `proper` left out
+  EXPECT_TRUE(contains.isTrue()) << contains.description.toStdString();
+  Call(editFacade, L"setAlignment", {Text(L"AlignRight|AlignVCenter")}, &named);
+  EXPECT_EQ(Qt::AlignRight | Qt::AlignVCenter, int(edit.alignment())) << named.description.toStdString();
+  Call(editFacade, L"QLineEdit_setAlignment", {I4(Qt::AlignHCenter)}, &numbered);
+  EXPECT_EQ(Qt::AlignHCenter, int(edit.alignment())) << numbered.description.toStdString();
+  Call(labelFacade, L"setBuddy", {Null()}, &nulled);
+  EXPECT_EQ(nullptr, label.buddy()) << nulled.description.toStdString();
+
+  struct Refusal {
+    IDispatch* target;
+    const wchar_t* name;
+    std::vector<VARIANT> args;
+    const char* says;
+  };
+  const QFont before = edit.font();
+  const Refusal refusals[] = {
+      {editFacade, L"QWidget_setFont", {Object(rect)}, "takes a QFont; given a QRect"},
+      {editFacade, L"setAlignment", {Text(L"AlignNowhere")}, "takes no 1 argument(s)"},
+      {editFacade, L"QLineEdit_setAlignment", {Text(L"AlignNowhere")}, "names no values of"},
+      {editFacade, L"QWidget_setFont", {Null()}, "given null"},
+      {editFacade, L"QWidget_resize_2", {I4(1)}, "takes 2 argument(s)"},
+  };
+  for (const Refusal& refusal : refusals) {
+    Answer answer;
+    Call(refusal.target, refusal.name, refusal.args, &answer);
+    EXPECT_EQ(DISP_E_EXCEPTION, answer.hr) << QString::fromWCharArray(refusal.name).toStdString();
+    EXPECT_TRUE(answer.description.contains(refusal.says))
+        << QString::fromWCharArray(refusal.name).toStdString() << ": " << answer.description.toStdString();
+  }
+  EXPECT_EQ(before, edit.font());
+  for (IDispatch* facade : {editFacade, comboFacade, labelFacade, rect}) facade->Release();
+}
+
+}  // namespace
+}  // namespace qttest
