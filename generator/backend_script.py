@@ -37,8 +37,10 @@ base: a host composes what the library's composition list leaves out.
 The interfaces are sorted by name, so a host finds one by binary search.
 """
 
-import typenames
+import drops
+import layout
 import marshalling
+import typenames
 from output import write_source
 
 COMMAND = "script"
@@ -137,6 +139,136 @@ def meta_object(itf):
     return "nullptr"
 
 
+# Direct calls: members the library drops because it has no object for a
+# class they take or give are called by the script host itself, through a
+# function written here (a "direct" member). Lists of objects or values
+# (QList, QVector) come back as lists.
+
+LIST_TEMPLATES = ("QList", "QVector")
+DIRECT_ARGUMENT_ROWS = (marshalling.BOOL, marshalling.ENUM, marshalling.NUMBER, marshalling.TEXT,
+                        marshalling.QSTRING, marshalling.CLASS, marshalling.FLAGS, marshalling.CLASS_POINTER)
+
+
+# Classes Qt's public headers name only as incomplete types.
+INCOMPLETE_CLASSES = ("QTextEngine", "QWindowSurface")
+
+
+def _public_class(node):
+    """Whether a class type can be used in the table's file: a Qt class
+    of a public header, not a private one, not a container of one."""
+    name = typenames.spell(node)
+    return (name.startswith("Q") and "Private" not in name and "Data" not in name and "std::" not in name
+            and name not in INCOMPLETE_CLASSES)
+
+
+def _list_element(node):
+    """The element type of a QList<E> or QVector<E>, else None."""
+    cls = typenames.object_class(node)
+    if cls is None or len(cls.parts) != 1 or cls.parts[0][0] not in LIST_TEMPLATES or not cls.parts[0][1]:
+        return None
+    return cls.parts[0][1][0]
+
+
+def _element_statement(element):
+    """How one element `e` of a list result is added, or None."""
+    core = typenames.strip_const(element)
+    if isinstance(core, typenames.Pointer) and typenames.is_class(typenames.strip_const(core.inner)):
+        target = typenames.strip_const(core.inner)
+        return "out->Add(e, %s);" % c_string(typenames.spell(target)) if _public_class(target) else None
+    if typenames.is_class(core) and _public_class(core):
+        spelled = typenames.spell(core)
+        if spelled == "QString":
+            return "out->AddText(e);"
+        return "out->AddValue(e, %s);" % c_string(spelled)
+    return None
+
+
+def _argument_expression(param, index):
+    """The C++ expression of argument `index` from the host's converted
+    arguments `a`."""
+    node = typenames.parse_type(param.cxx)
+    core = typenames.strip_const(node)
+    row = param.row
+    if row is marshalling.BOOL:
+        return "kwscript::direct::Bool(a[%d])" % index
+    if row in (marshalling.ENUM, marshalling.NUMBER):
+        return "static_cast<%s>(kwscript::direct::Real(a[%d]))" % (typenames.spell(core), index)
+    if row is marshalling.TEXT:
+        return "kwscript::direct::Text(a[%d])" % index
+    if row is marshalling.CLASS_POINTER:
+        return "kwscript::direct::Pointer<%s>(a[%d])" % (typenames.spell(typenames.strip_const(core.inner)), index)
+    target = typenames.object_class(node)
+    return "kwscript::direct::Object<%s>(a[%d])" % (typenames.spell(target), index)
+
+
+def _result_statements(member, call):
+    """The lines that make the call and deliver its result into `out`, or
+    None for a result a script host cannot hold."""
+    result = member.result
+    row = result.row
+    node = result.node
+    if row is marshalling.VOID:
+        return ["%s;" % call]
+    if row is marshalling.BOOL:
+        return ["out->SetBool(%s);" % call]
+    if row in (marshalling.ENUM, marshalling.NUMBER):
+        return ["out->SetNumber(static_cast<double>(%s));" % call]
+    if row is marshalling.CLASS_POINTER:
+        target = typenames.strip_const(typenames.strip_const(node).inner)
+        if not _public_class(target):
+            return None
+        return ["out->Add(%s, %s);" % (call, c_string(typenames.spell(target)))]
+    if row in (marshalling.QSTRING, marshalling.CLASS, marshalling.FLAGS):
+        element = _list_element(node)
+        if element is not None:
+            statement = _element_statement(element)
+            if statement is None:
+                return None
+            return ["const auto r = %s;" % call, "out->MakeList();", "for (const auto& e : r) %s" % statement]
+        cls = typenames.object_class(node)
+        if not _public_class(cls):
+            return None
+        if typenames.spell(cls) == "QString":
+            return ["out->SetText(%s);" % call]
+        return ["out->AddValue(%s, %s);" % (call, c_string(typenames.spell(cls)))]
+    return None
+
+
+def direct_members(itf, records, unreachable, abstract):
+    """The members of `itf` the library drops for want of an object class
+    that a host can call directly: (member, body lines). Not for a class
+    of a private header or a template instance."""
+    out = []
+    own = itf.entry.type_name
+    rec = records.get(own)
+    if "<" in own or rec is None or rec.get("at", "").split(":")[0].endswith("_p.h"):
+        return out
+    for m in itf.members:
+        if m.kept or m.drop.kind != drops.NO_WRAPPER_CLASS or m.decl["kind"] not in ("method", "static", "operator"):
+            continue
+        if m.decl["kind"] == "operator" or m.decl.get("variadic"):
+            continue
+        probe = layout.Member(m.decl, m.name, m.dispid)
+        layout._express(probe, m.decl, None, unreachable, frozenset(), abstract)
+        if not probe.kept or any(p.row not in DIRECT_ARGUMENT_ROWS for p in probe.params):
+            continue
+        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
+               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in probe.params):
+            continue
+        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in probe.params):
+            continue  # a script has no list to give
+        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(probe.params))
+        if m.decl["kind"] == "static":
+            call = "%s::%s(%s)" % (own, m.decl["name"], args)
+        else:
+            call = "static_cast<%s*>(self)->%s(%s)" % (own, m.decl["name"], args)
+        lines = _result_statements(probe, call)
+        if lines is None:
+            continue
+        out.append((probe, lines))
+    return out
+
+
 def parameter_rows(itf, member, helpers):
     """The ParameterInfo initialisers of a member's parameters."""
     rows = []
@@ -160,8 +292,9 @@ def bases_rows(itf, records, helpers):
     return rows
 
 
-def table_file(interfaces, records):
-    out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', "", "#include <QtCore/QtCore>",
+def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset()):
+    out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
+           "#include <QtCore/QtCore>",
            "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", ""]
     rows = []
     helpers = []
@@ -172,23 +305,33 @@ def table_file(interfaces, records):
         if bases:
             bases_array = "kBases" + itf.name
             body.append("const BaseInfo %s[] = {%s};" % (bases_array, ", ".join(bases)))
-        if not itf.kept:
+        direct = direct_members(itf, records, unreachable, abstract)
+        members = [(m, None) for m in itf.kept] + direct
+        if not members:
             rows.append((itf.name, "nullptr", 0, "nullptr", bases_array, len(bases), itf.entry.type_name))
             continue
         array = "k" + itf.name
-        for i, m in enumerate(itf.kept):
+        for i, (m, lines) in enumerate(members):
             params = parameter_rows(itf, m, helpers)
             if params:
                 body.append("const ParameterInfo %s_%d[] = {%s};" % (array, i, ", ".join(params)))
+            if lines is not None:
+                body.append("// %s calls %s" % (m.name, m.declaration(itf.entry.type_name)))
+                body.append("HRESULT Direct_%s(void* self, const VARIANT* a, kwscript::DirectResult* out) {" % m.name)
+                body.append("  (void)self, (void)a;")
+                body += ["  " + line for line in lines]
+                body.append("  return S_OK;")
+                body.append("}")
         body.append("const MemberInfo %s[] = {" % array)
-        for i, m in enumerate(itf.kept):
+        for i, (m, lines) in enumerate(members):
             kinds = "".join(argument_kind(p) for p in m.params)
-            body.append("    {%s, %s, '%s', %s, %s, %s}," % (
+            body.append("    {%s, %s, '%s', %s, %s, %s, %s}," % (
                 c_string(m.name), c_string(kinds), m.result.script_kind,
                 c_string(m.declaration(itf.entry.type_name)), c_string(m.decl.get("at", "")),
-                "%s_%d" % (array, i) if m.params else "nullptr"))
+                "%s_%d" % (array, i) if m.params else "nullptr",
+                "&Direct_%s" % m.name if lines is not None else "nullptr"))
         body.append("};")
-        rows.append((itf.name, array, len(itf.kept), meta_object(itf), bases_array, len(bases),
+        rows.append((itf.name, array, len(members), meta_object(itf), bases_array, len(bases),
                      itf.entry.type_name))
     out += helpers + [""] + body
     out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
@@ -205,5 +348,7 @@ def add_arguments(ap):
 def write(library, args):
     interfaces = [i for i in library.interfaces if i.entry.wrapped]
     records = {rec["type"]: rec for rec in library.classes.values() if rec.get("found")}
-    write_source(args.out, "\n".join(table_file(interfaces, records)) + "\n")
+    unreachable = frozenset(rec["type"] for rec in library.classes.values() if rec.get("nested_access"))
+    abstract = frozenset(rec["type"] for rec in library.classes.values() if rec.get("abstract"))
+    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract)) + "\n")
     return 0

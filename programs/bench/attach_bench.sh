@@ -27,7 +27,7 @@ launched=$(run "$bin/kwscript.exe" --launch "$(windows "$calculator")" --keep --
 pid=$(sed -n 's/.*keeps running as process \([0-9]*\).*/\1/p' <<<"$launched")
 attached=$(run "$bin/kwscript.exe" --attach "$pid" "$script")
 echo "$launched" | grep -E "timing|scripted"
-echo "$attached" | grep -E "timing|scripted|plain name"
+echo "$attached" | grep -E "timing|scripted|plain name|default left out|added base"
 inside=$(per_call "$attached") form=$(per_call "$own")
 echo "scripted call in kwscript's own form: $form us"
 grep "plain name" <<<"$own" | sed "s/^/in kwscript's own form, /"

@@ -123,6 +123,7 @@ HRESULT ConvertedArguments::Convert(const DISPPARAMS& params, const MemberInfo& 
     }
   }
   m_args.assign(forward.rbegin(), forward.rend());
+  m_forward.swap(forward);
   m_params = DISPPARAMS{m_args.empty() ? nullptr : m_args.data(), nullptr, static_cast<UINT>(m_args.size()), 0};
   return S_OK;
 }

@@ -48,6 +48,8 @@ class ConvertedArguments {
                   QString* why);
 
   DISPPARAMS* params() { return &m_params; }
+  // The converted arguments, first first.
+  const VARIANT* forward() const { return m_forward.empty() ? nullptr : m_forward.data(); }
 
  private:
   HRESULT ConvertOne(VARIANT* arg, char kind, const ParameterInfo* parameter, ScriptContext* context, QString* why);
@@ -59,6 +61,7 @@ class ConvertedArguments {
   void Keep(VARIANT* arg, IDispatch* made);
 
   std::vector<VARIANT> m_args;
+  std::vector<VARIANT> m_forward;
   std::deque<std::string> m_bytes;  // byte strings, NUL-terminated, alive for the call
   std::deque<int> m_flags;          // QFlags values, alive for the call
   std::vector<IDispatch*> m_made;

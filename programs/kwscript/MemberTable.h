@@ -6,9 +6,14 @@
 
 #include <cstddef>
 
+#include <windows.h>
+
 struct QMetaObject;
+struct tagVARIANT;
 
 namespace kwscript {
+
+class DirectResult;
 
 // A parameter's default, where a script value can stand for it.
 struct DefaultInfo {
@@ -36,6 +41,10 @@ struct MemberInfo {
   const char* declaration;  // "void QAbstractButton::setText(QString const &text)"
   const char* location;     // header and line of the declaration
   const ParameterInfo* parameters;  // one per argument kind, or null for none
+  // For a member the library drops (it has no object for a class the
+  // member takes or gives): the function that calls it; null for the
+  // library's own members.
+  HRESULT (*direct)(void* self, const tagVARIANT* arguments, DirectResult* out);
 };
 
 // A public base of a class and how to reach it from a pointer to the class.

@@ -7,16 +7,36 @@ namespace {
 const wchar_t* const kNames[] = {L"count", L"item", L"length"};
 enum ListMember : DISPID { kCount = 1, kItem = 2, kLength = 3 };
 
+// Indexes asked for by name (JScript's list[2]) get DISPIDs from here on.
+constexpr DISPID kIndexBase = 0x10000;
+
 }  // namespace
 
-IDispatch* CObjectList::Make(std::vector<IDispatch*> objects) { return new CObjectList(std::move(objects)); }
+IDispatch* CObjectList::Make(std::vector<IDispatch*> objects) {
+  std::vector<VARIANT> values(objects.size());
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    V_VT(&values[i]) = VT_DISPATCH;
+    V_DISPATCH(&values[i]) = objects[i];
+  }
+  return new CObjectList(std::move(values));
+}
+
+IDispatch* CObjectList::MakeOfValues(std::vector<VARIANT> values) { return new CObjectList(std::move(values)); }
 
 CObjectList::~CObjectList() {
-  for (IDispatch* object : m_objects)
-    if (object != nullptr) object->Release();
+  for (VARIANT& value : m_values) VariantClear(&value);
 }
 
 STDMETHODIMP CObjectList::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+  if (count == 1 && names != nullptr && ids != nullptr && names[0] != nullptr && names[0][0] >= L'0' &&
+      names[0][0] <= L'9') {
+    wchar_t* end = nullptr;
+    const unsigned long index = wcstoul(names[0], &end, 10);
+    if (*end == L'\0' && index < 0x1000000) {
+      ids[0] = kIndexBase + static_cast<DISPID>(index);
+      return S_OK;
+    }
+  }
   return IdsOfFixedNames(kNames, sizeof kNames / sizeof kNames[0], names, count, ids);
 }
 
@@ -26,25 +46,25 @@ STDMETHODIMP CObjectList::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* para
   if (id == kCount || id == kLength) {
     if (result != nullptr) {
       V_VT(result) = VT_I4;
-      V_I4(result) = static_cast<LONG>(m_objects.size());
+      V_I4(result) = static_cast<LONG>(m_values.size());
     }
     return S_OK;
   }
-  if (id != kItem && id != DISPID_VALUE) return DISP_E_MEMBERNOTFOUND;
-  if (params == nullptr || params->cArgs != 1) return DISP_E_BADPARAMCOUNT;
   VARIANT index;
   VariantInit(&index);
-  if (FAILED(VariantChangeType(&index, &params->rgvarg[0], 0, VT_I4))) {
-    if (argumentError != nullptr) *argumentError = 0;
-    return DISP_E_TYPEMISMATCH;
+  if (id >= kIndexBase) {
+    V_VT(&index) = VT_I4;
+    V_I4(&index) = id - kIndexBase;
+  } else {
+    if (id != kItem && id != DISPID_VALUE) return DISP_E_MEMBERNOTFOUND;
+    if (params == nullptr || params->cArgs != 1) return DISP_E_BADPARAMCOUNT;
+    if (FAILED(VariantChangeType(&index, &params->rgvarg[0], 0, VT_I4))) {
+      if (argumentError != nullptr) *argumentError = 0;
+      return DISP_E_TYPEMISMATCH;
+    }
   }
-  if (V_I4(&index) < 0 || static_cast<size_t>(V_I4(&index)) >= m_objects.size()) return DISP_E_BADINDEX;
-  if (result != nullptr) {
-    IDispatch* object = m_objects[V_I4(&index)];
-    object->AddRef();
-    V_VT(result) = VT_DISPATCH;
-    V_DISPATCH(result) = object;
-  }
+  if (V_I4(&index) < 0 || static_cast<size_t>(V_I4(&index)) >= m_values.size()) return DISP_E_BADINDEX;
+  if (result != nullptr) VariantCopy(result, &m_values[V_I4(&index)]);
   return S_OK;
 }
 

@@ -1,6 +1,7 @@
-// A list of objects for a script: list.count (also list.length) and
-// list.item(i) from 0, usable from JScript and VBScript alike (VBScript may
-// also write list(i)). It holds one reference to each object.
+// A list of objects (or of other script values) for a script: list.count
+// (also list.length) and list.item(i) from 0, usable from JScript and
+// VBScript alike (JScript may also write list[i], VBScript list(i)). It
+// holds one reference to each object.
 #pragma once
 
 #include <windows.h>
@@ -16,6 +17,8 @@ class CObjectList final : public CountedDispatch {
  public:
   // A new list (one reference) taking over one reference to each object.
   static IDispatch* Make(std::vector<IDispatch*> objects);
+  // A new list taking over the values (their objects' references included).
+  static IDispatch* MakeOfValues(std::vector<VARIANT> values);
 
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
   STDMETHOD(Invoke)
@@ -23,10 +26,10 @@ class CObjectList final : public CountedDispatch {
    UINT* argumentError) override;
 
  private:
-  explicit CObjectList(std::vector<IDispatch*> objects) : m_objects(std::move(objects)) {}
+  explicit CObjectList(std::vector<VARIANT> values) : m_values(std::move(values)) {}
   ~CObjectList() override;
 
-  std::vector<IDispatch*> m_objects;
+  std::vector<VARIANT> m_values;
 };
 
 }  // namespace kwscript

@@ -4,6 +4,8 @@
 #include "kwscript/Arguments.h"
 #include "host/ManagerHost.h"
 #include "kwscript/CrashReport.h"
+#include "kwscript/DirectCall.h"
+#include "kwscript/ObjectList.h"
 #include "kwscript/PlainNames.h"
 #include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
@@ -193,6 +195,20 @@ void DisconnectFacades(ScriptContext* context) {
   }
 }
 
+IDispatch* WrapObject(QObject* object, ScriptContext* context) {
+  for (const QMetaObject* meta = object != nullptr ? object->metaObject() : nullptr; meta != nullptr;
+       meta = meta->superClass()) {
+    IDispatch* exposer = nullptr;
+    const std::wstring type = QString(meta->className()).toStdWString();
+    if (MakeExposer(context, type.c_str(), object, &exposer) == S_OK) {
+      IDispatch* wrapped = CScriptObject::Wrap(exposer, context, object);
+      exposer->Release();
+      return wrapped;
+    }
+  }
+  return nullptr;
+}
+
 IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object, bool made) {
   void* instance = exposer != nullptr ? InstanceOf(exposer) : nullptr;
   if (instance == nullptr) return nullptr;
@@ -259,7 +275,8 @@ IDispatch* CScriptObject::ExposerOfMember(const MemberInfo* member) const {
 int CScriptObject::RouteTo(const MemberInfo* member, IDispatch* exposer, const wchar_t* name) {
   LPOLESTR asked = const_cast<LPOLESTR>(name);
   DISPID id = DISPID_UNKNOWN;
-  if (FAILED(exposer->GetIDsOfNames(IID_NULL, &asked, 1, LOCALE_USER_DEFAULT, &id))) return -1;
+  if (member->direct == nullptr && FAILED(exposer->GetIDsOfNames(IID_NULL, &asked, 1, LOCALE_USER_DEFAULT, &id)))
+    return -1;
   m_routes.push_back(Route{member, exposer, id});
   return static_cast<int>(m_routes.size() - 1);
 }
@@ -376,6 +393,7 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
     if (argumentError != nullptr) *argumentError = refused;
     return Refuse(exception, hr, QString("argument %1 of %2 %3").arg(params->cArgs - refused).arg(member.declaration).arg(why));
   }
+  if (member.direct != nullptr) return CallDirect(route, arguments.forward(), result, exception);
   VARIANT answer;
   VariantInit(&answer);
   NoteCall(member.name);
@@ -417,6 +435,66 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
   }
   *result = answer;
   return hr;
+}
+
+HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result,
+                                  EXCEPINFO* exception) {
+  const MemberInfo& member = *route.member;
+  void* self = InstanceOf(route.exposer);
+  DirectResult out;
+  NoteCall(member.name);
+  HRESULT hr = member.direct(self, arguments, &out);
+  NoteCall(nullptr);
+  if (FAILED(hr)) return Refuse(exception, hr, QString("%1 failed").arg(member.declaration));
+  // The objects it gave, as facades: a QObject under its most derived
+  // class, anything else under its own.
+  std::vector<VARIANT> values;
+  QString refused;
+  std::size_t text = 0;
+  for (const DirectItem& item : out.items) {
+    VARIANT value;
+    VariantInit(&value);
+    if (item.type == nullptr) {
+      ReturnText(&value, out.texts[text++]);
+    } else {
+      IDispatch* wrapped = nullptr;
+      if (item.object != nullptr) {
+        wrapped = WrapObject(item.object, m_context);
+      } else if (item.instance != nullptr) {
+        IDispatch* exposer = nullptr;
+        const std::wstring type = QString::fromLatin1(item.type).toStdWString();
+        if (SUCCEEDED(MakeExposer(m_context, type.c_str(), item.instance, &exposer)) && exposer != nullptr) {
+          wrapped = Wrap(exposer, m_context, nullptr, item.destroy != nullptr);
+          exposer->Release();
+        } else if (item.destroy != nullptr) {
+          item.destroy(item.instance);
+        }
+      }
+      if (wrapped == nullptr && item.instance != nullptr)
+        refused = QString("%1 gave a %2, which scripts cannot hold").arg(member.declaration, item.type);
+      V_VT(&value) = VT_DISPATCH;
+      V_DISPATCH(&value) = wrapped;  // null: null in JScript, Nothing in VBScript
+    }
+    values.push_back(value);
+  }
+  if (!refused.isEmpty() && !out.list) {
+    for (VARIANT& value : values) VariantClear(&value);
+    return Refuse(exception, DISP_E_TYPEMISMATCH, refused);
+  }
+  if (result == nullptr) {
+    for (VARIANT& value : values) VariantClear(&value);
+    return S_OK;
+  }
+  if (out.list) {
+    V_VT(result) = VT_DISPATCH;
+    V_DISPATCH(result) = CObjectList::MakeOfValues(std::move(values));
+  } else if (!values.empty()) {
+    *result = values.front();
+  } else {
+    *result = out.value;
+    VariantInit(&out.value);
+  }
+  return S_OK;
 }
 
 }  // namespace kwscript

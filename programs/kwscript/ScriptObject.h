@@ -40,6 +40,10 @@ struct ScriptContext {
 // manager's failure.
 HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* instance, IDispatch** exposer);
 
+// `object` as a new facade under the most derived class of its own that
+// the library knows (its meta-object's chain), or null.
+IDispatch* WrapObject(QObject* object, ScriptContext* context);
+
 // Cuts every remote client off the facades of `context` (their next call
 // answers RPC_E_DISCONNECTED), which releases the references their stubs
 // held. Called before the library behind the facades is unloaded.
@@ -125,6 +129,8 @@ class CScriptObject final : public CountedDispatch {
   int RouteTo(const MemberInfo* member, IDispatch* exposer, const wchar_t* name);
   HRESULT CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
                      EXCEPINFO* exception, UINT* argumentError);
+  // Calls a member the library drops, through its generated function.
+  HRESULT CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result, EXCEPINFO* exception);
   HRESULT InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
                       UINT* argumentError);
 

@@ -6,6 +6,7 @@
 #include <QtGui/QComboBox>
 #include <QtGui/QLabel>
 #include <QtGui/QLineEdit>
+#include <QtGui/QListWidget>
 
 #include <cstring>
 
@@ -170,6 +171,41 @@ TEST_F(FacadeTest, ArgumentsTakeDefaultsNamesAndNull) {
   }
   EXPECT_EQ(before, edit.font());
   for (IDispatch* facade : {editFacade, comboFacade, labelFacade, rect}) facade->Release();
+}
+
+// Members the library drops for want of an object class are called by the
+// facade itself; lists of objects come back as lists a script indexes.
+TEST_F(FacadeTest, DroppedMembersAreCalledDirectlyAndListsComeBackAsLists) {
+  QListWidget list;
+  list.addItems(QStringList() << "alpha" << "beta" << "alphabet");
+  list.item(2)->setSelected(true);
+  IDispatch* facade = Facade("QListWidget", &list);
+  ASSERT_NE(nullptr, facade);
+  Answer found, selected;
+  Call(facade, L"findItems", {Text(L"alp"), Text(L"MatchStartsWith")}, &found);
+  ASSERT_EQ(VT_DISPATCH, V_VT(&found.value)) << found.description.toStdString();
+  Call(facade, L"QListWidget_selectedItems", {}, &selected);
+  ASSERT_EQ(VT_DISPATCH, V_VT(&selected.value)) << selected.description.toStdString();
+  struct Expected {
+    Answer* list;
+    std::vector<const wchar_t*> texts;
+  };
+  for (const Expected& expected : {Expected{&found, {L"alpha", L"alphabet"}}, Expected{&selected, {L"alphabet"}}}) {
+    IDispatch* items = V_DISPATCH(&expected.list->value);
+    Answer length;
+    Call(items, L"length", {}, &length);
+    EXPECT_EQ(LONG(expected.texts.size()), length.number());
+    for (std::size_t i = 0; i < expected.texts.size(); ++i) {
+      Answer item, text;
+      const std::wstring index = std::to_wstring(i);
+      Call(items, index.c_str(), {}, &item);  // list[i] in JScript
+      ASSERT_EQ(VT_DISPATCH, V_VT(&item.value));
+      Call(V_DISPATCH(&item.value), L"text", {}, &text);
+      EXPECT_EQ(QString::fromWCharArray(expected.texts[i]),
+                V_VT(&text.value) == VT_BSTR ? QString::fromWCharArray(V_BSTR(&text.value)) : QString());
+    }
+  }
+  facade->Release();
 }
 
 }  // namespace
