@@ -32,6 +32,8 @@ step() {
   [[ $must == - ]] || grep -qE -- "$must" <<<"$output" || { echo "FAIL: no line matches: $must"; fail=1; }
   [[ -z $mustnot ]] || ! grep -qE -- "$mustnot" <<<"$output" || { echo "FAIL: a line matches: $mustnot"; fail=1; }
 }
+# must <pattern>: a line of the last step's output matches it.
+must() { grep -qE -- "$1" <<<"$output" || { echo "FAIL: no line matches: $1"; fail=1; }; }
 pid_of_kept() { sed -n 's/.*keeps running as process \([0-9]*\).*/\1/p' <<<"$output"; }
 calculator=$(windows "$apps/calculator.exe")
 script() { windows "$here/$1"; }
@@ -141,6 +143,29 @@ application|application.js|^after Discard the editor holds: ""$|QPlainTextEdit p
 calendarwidget|calendarwidget.js|^days between two cells side by side: 1$|QCalendarWidget selectedDate="@selected@"
 configdialog|configdialog.vbs|^page after a click on the second icon: 1$|QStackedWidget currentIndex="1"
 TABLE
+    ;;
+  input)
+    # Keys reach the widget that has the focus when each arrives: a Tab
+    # moves on to the next field, a table's first key opens the cell editor
+    # the rest fill; read back through the example's own edit dialog.
+    step 0 '^name: "Ada Lovelace"$' -- --launch "$(windows "$apps/addressbook.exe")" -- "$(script keys_follow_focus.vbs)"
+    must '^address: "London"$'
+    must '^the edit dialog shows the address: "12 Square"$'
+    # Buttons and modifiers from JScript objects: what each selects.
+    step 0 '^Home, then a Shift\+click selects "hello "$' '!^accepted' -- \
+      --launch "$(windows "$apps/lineedits.exe")" -- "$(script mouse_options.js)"
+    must '^a plain click selects ""$'
+    must '^a drag from the start selects "hello "$'
+    must '^a right click, then Select All in its menu selects "hello world"$'
+    must '^a menu is left open: False$'
+    [[ $(grep -cE '^refused: app.click.*is not an? (button|modifier|option)' <<<"$output") -eq 3 ]] ||
+      { echo "FAIL: not every wrong option was refused with what is known"; fail=1; }
+    # ... and from VBScript strings: a scroll bar's handle dragged from the
+    # top to the bottom, a context menu opened by a right click.
+    step 0 '^the handle at the top: value 0$' -- --launch "$(windows "$apps/application.exe")" -- "$(script drag_scroll.vbs)"
+    must '^the handle dragged: value ([1-9][0-9]*) of \1$'
+    must '^a context menu opened: True$'
+    must '^a menu is left open: False$'
     ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac
