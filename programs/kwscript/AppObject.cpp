@@ -339,7 +339,7 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
                                        "app.doubleClick(widget [, x, y] [, options])",
                                        "app.type(widget, text)",
                                        "app.key(widget, \"Ctrl+S\")",
-                                       "app.clickItem(view, row, column)",
+                                       "app.clickItem(view, row, column [, options])",
                                        "app.menu(window, \"File/Save As...\")",
                                        "app.drag(from [, x, y], to [, x, y] [, options])"};
   const QString usage = kUsage[id - kClick];
@@ -383,9 +383,11 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
                         : id == kKey ? Key(widget, TextOfVariant(second)) : ChooseMenu(widget, TextOfVariant(second));
       break;
     case kClickItem:
-      if (count != 3 || !NumberArgument(params, 1, &x) || !NumberArgument(params, 2, &y))
+      if (count < 3 || count > 4 || !NumberArgument(params, 1, &x) || !NumberArgument(params, 2, &y))
         return Refuse(exception, DISP_E_BADPARAMCOUNT, usage);
-      why = ClickItem(widget, x, y, false);
+      if (count == 4) why = MouseOptionsOf(Argument(params, 3), &options);
+      if (!why.isEmpty()) return Refuse(exception, E_INVALIDARG, usage + ": " + why);
+      why = ClickItem(widget, x, y, false, options);
       break;
   }
   return why.isEmpty() ? S_OK : Refuse(exception, E_FAIL, usage + ": " + why);

@@ -293,7 +293,7 @@ QString Key(QWidget* widget, const QString& combination) {
   return AwaitDelivery();
 }
 
-QString ClickItem(QWidget* widget, int row, int column, bool twice) {
+QString ClickItem(QWidget* widget, int row, int column, bool twice, const MouseOptions& options) {
   auto* view = qobject_cast<QAbstractItemView*>(widget);
   if (view == nullptr || view->model() == nullptr)
     return QString("a %1 is not an item view with a model").arg(widget->metaObject()->className());
@@ -306,7 +306,7 @@ QString ClickItem(QWidget* widget, int row, int column, bool twice) {
         .arg(view->model()->columnCount(view->rootIndex()));
   view->scrollTo(index);
   QCoreApplication::processEvents();
-  return Click(view->viewport(), view->visualRect(index).center(), twice);
+  return Click(view->viewport(), view->visualRect(index).center(), twice, options);
 }
 
 QString ChooseMenu(QWidget* window, const QString& path) {

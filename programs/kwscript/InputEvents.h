@@ -53,7 +53,7 @@ QString Key(QWidget* widget, const QString& combination);
 
 // Clicks (or double-clicks) the item at row and column of an item view (a
 // list, table or tree) at the centre of its rectangle, scrolled into view.
-QString ClickItem(QWidget* view, int row, int column, bool twice);
+QString ClickItem(QWidget* view, int row, int column, bool twice, const MouseOptions& options = MouseOptions());
 
 // Opens the menus of the path ("File/Save As...") in the window's menu bar
 // by clicks and clicks the last entry; given an open menu (a context menu)

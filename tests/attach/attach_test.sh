@@ -164,6 +164,11 @@ TABLE
     must '^a menu is left open: False$'
     [[ $(grep -cE '^refused: app.click.*is not an? (button|modifier|option)' <<<"$output") -eq 3 ]] ||
       { echo "FAIL: not every wrong option was refused with what is known"; fail=1; }
+    # Shift+click and Ctrl+click on items of a list: the files chosen in
+    # Qt's own file dialog, as the standard dialogs example lists them.
+    step 0 '^Shift\+click chose the first three: \[[^,]*/addressbook\.exe, [^,]*/application\.exe, [^,]*/calculator\.exe\]$' \
+      -- --launch "$(windows "$apps/standarddialogs.exe")" -- "$(script file_selection.js)"
+    must '^Ctrl\+click chose the first and third: \[[^,]*/addressbook\.exe, [^,]*/calculator\.exe\]$'
     # ... and from VBScript strings: a scroll bar's handle dragged from the
     # top to the bottom, a context menu opened by a right click.
     step 0 '^the handle at the top: value 0$' -- --launch "$(windows "$apps/application.exe")" -- "$(script drag_scroll.vbs)"
