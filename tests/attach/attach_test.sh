@@ -178,7 +178,7 @@ TABLE
     # A click or key that closes a modal dialog returns as fast as any
     # event: a loose bound of 500 ms (it took 2 s when Wine waited for a
     # window manager), and the answer is in the example's label.
-    step 0 'an ordinary click took' '!a modal dialog is left: true' -- \
+    step 0 'an ordinary click took' '!a modal dialog is left: True' -- \
       --launch "$(windows "$apps/standarddialogs.exe")" -- "$(script modal_close.js)"
     for answer in "question\(\) closed by a click on No .*reads No" "closed by Escape .*reads Cancel" \
       "closed by Return .*reads Yes" "get&Int\(\) closed by a click on OK .*reads 25%"; do
