@@ -151,8 +151,8 @@ QString TextOfVariant(const VARIANT* arg) {
 
 // Whether the argument is a number (as against a string or an object).
 bool IsNumber(const VARIANT* arg) {
-  static const VARTYPE kNumbers[] = {VT_I1,  VT_I2,  VT_I4, VT_I8, VT_INT, VT_UI1,     VT_UI2,
-                                     VT_UI4, VT_UI8, VT_UINT, VT_R4, VT_R8, VT_DECIMAL, VT_CY};
+  static const VARTYPE kNumbers[] = {VT_I1,  VT_I2,  VT_I4,   VT_I8, VT_INT, VT_UI1,     VT_UI2,
+                                     VT_UI4, VT_UI8, VT_UINT, VT_R4, VT_R8,  VT_DECIMAL, VT_CY};
   return arg != nullptr && std::find(std::begin(kNumbers), std::end(kNumbers), V_VT(arg)) != std::end(kNumbers);
 }
 
@@ -160,7 +160,8 @@ bool IsNumber(const VARIANT* arg) {
 // numbers, moving `*next` past them; false when they are not.
 bool PlaceArgument(const DISPPARAMS* params, UINT* next, QPoint* at) {
   int x = 0, y = 0;
-  if (!IsNumber(Argument(params, *next)) || !NumberArgument(params, *next, &x) || !NumberArgument(params, *next + 1, &y))
+  if (!IsNumber(Argument(params, *next)) || !NumberArgument(params, *next, &x) ||
+      !NumberArgument(params, *next + 1, &y))
     return false;
   *at = QPoint(x, y);
   *next += 2;
