@@ -1,5 +1,10 @@
 // Clicks and drags with a button and modifiers, in a line edit of Qt's
 // line edits example: what each selects is read back from the edit.
+function ms(act) {
+  var start = new Date().getTime();
+  act();
+  return new Date().getTime() - start;
+}
 var edit = app.query('QGroupBox[title="Alignment"] QLineEdit');
 app.type(edit, "hello world");
 var y = edit.height / 2;
@@ -21,6 +26,16 @@ for (var i = 0; i < cases.length; ++i) {
   app.echo(cases[i][0] + ' selects "' + edit.selectedText + '"');
 }
 app.echo("a menu is left open:", app.query("QMenu:visible") != null);
+// A menu closed by a key or by its entry returns as fast as any event.
+var closers = [["Escape", function (menu) { app.key(menu, "Escape"); }],
+               ["its entry Select All", function (menu) { app.menu(menu, "Select All"); }]];
+for (var i = 0; i < closers.length; ++i) {
+  app.click(edit, 40, y, {button: "right"});
+  var menu = app.waitFor("QMenu:visible", 3000);
+  var took = ms(function () { closers[i][1](menu); });
+  app.echo("the context menu closed by " + closers[i][0] + " in " + took + " ms; open still:",
+           app.query("QMenu:visible") != null);
+}
 // Options it does not know are refused with what it does know.
 var wrong = [{button: "fourth"}, {modifiers: "Shift+Hyper"}, "button=left colour=red"];
 for (var i = 0; i < wrong.length; ++i) {
