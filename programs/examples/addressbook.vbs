@@ -5,8 +5,8 @@ Set window = app.query("MainWindow")
 app.menu window, "Tools/Add Entry..."          ' returns while the dialog is open
 Set dialog = app.waitFor("QDialog:visible", 10000)
 app.echo "the dialog:", dialog.windowTitle
-app.type app.query("QDialog:visible QLineEdit"), "Ada Lovelace"
-app.type app.query("QDialog:visible QTextEdit"), "12 St James's Square, London"
+' The name, then Tab on to the address, as a user types them
+app.type app.query("QDialog:visible QLineEdit"), "Ada Lovelace" & vbTab & "12 St James's Square, London"
 app.click app.query("QDialog:visible QPushButton[text=""OK""]")
 Set table = app.waitFor("QTableView:visible", 5000)
 app.clickItem table, 0, 0

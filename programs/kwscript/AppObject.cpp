@@ -14,6 +14,8 @@
 #include <QtGui/QPixmap>
 #include <QtGui/QWidget>
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "kwscript/CrashReport.h"
@@ -31,7 +33,7 @@ const wchar_t* const kMethods[] = {L"find",         L"str",         L"text",    
                                    L"echo",         L"query",       L"queryAll",  L"waitFor", L"activeModal",
                                    L"activeWindow", L"focusWidget", L"topLevels", L"post",
                                    L"grab",         L"click",       L"doubleClick", L"type",    L"key",
-                                   L"clickItem",    L"menu"};
+                                   L"clickItem",    L"menu",        L"drag"};
 enum Method {
   kFind = 1,
   kStr,
@@ -54,7 +56,8 @@ enum Method {
   kKey,
   kClickItem,
   kMenu,
-  kLastMethod = kMenu
+  kDrag,
+  kLastMethod = kDrag
 };
 
 // One call a script posted: made from the event loop on the facade it named,
@@ -144,6 +147,55 @@ QString TextOfVariant(const VARIANT* arg) {
   QString out = QString::fromWCharArray(V_BSTR(&text), SysStringLen(V_BSTR(&text)));
   VariantClear(&text);
   return out;
+}
+
+// Whether the argument is a number (as against a string or an object).
+bool IsNumber(const VARIANT* arg) {
+  static const VARTYPE kNumbers[] = {VT_I1,  VT_I2,  VT_I4,   VT_I8, VT_INT, VT_UI1,     VT_UI2,
+                                     VT_UI4, VT_UI8, VT_UINT, VT_R4, VT_R8,  VT_DECIMAL, VT_CY};
+  return arg != nullptr && std::find(std::begin(kNumbers), std::end(kNumbers), V_VT(arg)) != std::end(kNumbers);
+}
+
+// Arguments `*next` and the one after as a place (x, y) when they are
+// numbers, moving `*next` past them; false when they are not.
+bool PlaceArgument(const DISPPARAMS* params, UINT* next, QPoint* at) {
+  int x = 0, y = 0;
+  if (!IsNumber(Argument(params, *next)) || !NumberArgument(params, *next, &x) ||
+      !NumberArgument(params, *next + 1, &y))
+    return false;
+  *at = QPoint(x, y);
+  *next += 2;
+  return true;
+}
+
+// A property of a script's own object ({button: "right"} in JScript) as
+// text; false when it has none or it is undefined.
+bool PropertyText(IDispatch* object, const wchar_t* name, QString* text) {
+  LPOLESTR names = const_cast<LPOLESTR>(name);
+  DISPID id = DISPID_UNKNOWN;
+  if (FAILED(object->GetIDsOfNames(IID_NULL, &names, 1, LOCALE_USER_DEFAULT, &id))) return false;
+  DISPPARAMS none{nullptr, nullptr, 0, 0};
+  VARIANT value;
+  VariantInit(&value);
+  HRESULT hr = object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, &value, nullptr, nullptr);
+  const bool present = SUCCEEDED(hr) && V_VT(&value) != VT_EMPTY && V_VT(&value) != VT_NULL;
+  if (present) *text = TextOfVariant(&value);
+  VariantClear(&value);
+  return present;
+}
+
+// The mouse options argument: a string "button=right modifiers=Shift+Ctrl"
+// or an object with the properties button and modifiers.
+QString MouseOptionsOf(const VARIANT* arg, MouseOptions* options) {
+  if (V_VT(arg) != VT_DISPATCH) return ParseMouseOptions(TextOfVariant(arg), options);
+  IDispatch* object = V_DISPATCH(arg);
+  if (object == nullptr || CScriptObject::FacadeOf(object) != nullptr)
+    return "the options must be a string (\"button=right modifiers=Shift\") or an object ({button: \"right\"})";
+  QString button, modifiers, why;
+  if (PropertyText(object, L"button", &button)) why = ParseButton(button, &options->button);
+  if (why.isEmpty() && PropertyText(object, L"modifiers", &modifiers))
+    why = ParseModifiers(modifiers, &options->modifiers);
+  return why;
 }
 
 void ReturnObject(VARIANT* result, IDispatch* object) {
@@ -284,9 +336,13 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
 }
 
 HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
-  static const char* const kUsage[] = {"app.click(widget [, x, y])", "app.doubleClick(widget [, x, y])",
-                                       "app.type(widget, text)",     "app.key(widget, \"Ctrl+S\")",
-                                       "app.clickItem(view, row, column)", "app.menu(window, \"File/Save As...\")"};
+  static const char* const kUsage[] = {"app.click(widget [, x, y] [, options])",
+                                       "app.doubleClick(widget [, x, y] [, options])",
+                                       "app.type(widget, text)",
+                                       "app.key(widget, \"Ctrl+S\")",
+                                       "app.clickItem(view, row, column [, options])",
+                                       "app.menu(window, \"File/Save As...\")",
+                                       "app.drag(from [, x, y], to [, x, y] [, options])"};
   const QString usage = kUsage[id - kClick];
   QWidget* widget = WidgetOf(Argument(params, 0));
   if (widget == nullptr)
@@ -299,15 +355,26 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
   struct CallDone {
     ~CallDone() { NoteCall(nullptr); }
   } done;
+  // Clicks and drags: places after their widgets, then the options, if any.
+  UINT next = 1;
+  QPoint at = Centre(widget), end;
+  QWidget* to = nullptr;
+  MouseOptions options;
   switch (id) {
     case kClick:
     case kDoubleClick:
-      if (count == 1)
-        why = Click(widget, Centre(widget), id == kDoubleClick);
-      else if (count == 3 && NumberArgument(params, 1, &x) && NumberArgument(params, 2, &y))
-        why = Click(widget, QPoint(x, y), id == kDoubleClick);
-      else
-        return Refuse(exception, DISP_E_BADPARAMCOUNT, usage + ": a widget, or a widget and a place in it");
+    case kDrag:
+      PlaceArgument(params, &next, &at);
+      if (id == kDrag) {
+        to = WidgetOf(Argument(params, next++));
+        if (to == nullptr) return Refuse(exception, DISP_E_TYPEMISMATCH, usage + ": where to drag to must be a widget");
+        end = Centre(to);
+        PlaceArgument(params, &next, &end);
+      }
+      if (next < count) why = MouseOptionsOf(Argument(params, next++), &options);
+      if (!why.isEmpty()) return Refuse(exception, E_INVALIDARG, usage + ": " + why);
+      if (next != count) return Refuse(exception, DISP_E_BADPARAMCOUNT, usage);
+      why = id == kDrag ? Drag(widget, at, to, end, options) : Click(widget, at, id == kDoubleClick, options);
       break;
     case kType:
     case kKey:
@@ -317,9 +384,11 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
                         : id == kKey ? Key(widget, TextOfVariant(second)) : ChooseMenu(widget, TextOfVariant(second));
       break;
     case kClickItem:
-      if (count != 3 || !NumberArgument(params, 1, &x) || !NumberArgument(params, 2, &y))
+      if (count < 3 || count > 4 || !NumberArgument(params, 1, &x) || !NumberArgument(params, 2, &y))
         return Refuse(exception, DISP_E_BADPARAMCOUNT, usage);
-      why = ClickItem(widget, x, y, false);
+      if (count == 4) why = MouseOptionsOf(Argument(params, 3), &options);
+      if (!why.isEmpty()) return Refuse(exception, E_INVALIDARG, usage + ": " + why);
+      why = ClickItem(widget, x, y, false, options);
       break;
   }
   return why.isEmpty() ? S_OK : Refuse(exception, E_FAIL, usage + ": " + why);
@@ -406,6 +475,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
     case kKey:
     case kClickItem:
     case kMenu:
+    case kDrag:
       return Act(id, params, exception);
     case kEcho: {
       QStringList parts;

@@ -9,12 +9,17 @@
 //   app.topLevels()     the top-level widgets, as a list
 //   app.post(object, member, args...)  calls the member from the event loop
 //                       and returns at once (for a call that opens a modal dialog)
-//   app.click(widget [, x, y]), app.doubleClick(widget [, x, y])
-//                       a user's click at the centre or at x, y of the widget
+//   app.click(widget [, x, y] [, options]), app.doubleClick(...)
+//                       a user's click at the centre or at x, y of the widget;
+//                       options: {button: "right", modifiers: "Shift+Ctrl"}
+//                       or "button=right modifiers=Shift+Ctrl"
+//   app.drag(from [, x, y], to [, x, y] [, options])  press, move, release
 //   app.type(widget, text), app.key(widget, "Return" | "Ctrl+S" | ...)
-//                       keys typed into the widget, after giving it the focus
-//   app.clickItem(view, row, column)  a click on an item of a list, table or tree
-//   app.menu(window, "File/Save As...")  the menu entry, chosen by clicks
+//                       keys typed into the widget, after giving it the
+//                       focus; each to the focus widget when it arrives
+//   app.clickItem(view, row, column [, options])  a click on an item of a
+//                       list, table or tree
+//   app.menu(window | open menu, "File/Save As...")  the entry, chosen by clicks
 //                       (each returns once its events are delivered, while a
 //                       modal dialog they open is still open; InputEvents.h)
 //   app.grab(widget, file)  saves what the widget shows, once pending paints

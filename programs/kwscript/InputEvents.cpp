@@ -2,10 +2,12 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QPointer>
 #include <QtCore/QStringList>
 #include <QtGui/QAbstractItemView>
 #include <QtGui/QAction>
 #include <QtGui/QApplication>
+#include <QtGui/QContextMenuEvent>
 #include <QtGui/QKeyEvent>
 #include <QtGui/QKeySequence>
 #include <QtGui/QMenu>
@@ -61,9 +63,32 @@ QString AwaitDelivery() {
   return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
-void PostMouse(QWidget* target, QEvent::Type type, const QPoint& at, Qt::MouseButtons buttons) {
-  QCoreApplication::postEvent(target,
-                              new QMouseEvent(type, at, target->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier));
+// One mouse event for `target` at `at` in its coordinates: `button` is the
+// one that changed (none for a move), `held` those down afterwards.
+void PostMouse(QWidget* target, QEvent::Type type, const QPoint& at, Qt::MouseButton button, Qt::MouseButtons held,
+               Qt::KeyboardModifiers modifiers) {
+  QCoreApplication::postEvent(target, new QMouseEvent(type, at, target->mapToGlobal(at), button, held, modifiers));
+}
+
+// The widget a press at `at` in `widget` reaches: the child under the
+// pointer; `local` becomes the place in it.
+QWidget* UnderPointer(QWidget* widget, const QPoint& at, QPoint* local) {
+  QWidget* child = widget->childAt(at);
+  if (child == nullptr) {
+    *local = at;
+    return widget;
+  }
+  *local = child->mapFrom(widget, at);
+  return child;
+}
+
+// A release of the options' button at `at` in `target`; a right button's
+// release is followed by the context menu request Qt makes of it on Windows.
+void PostRelease(QWidget* target, const QPoint& at, const MouseOptions& options) {
+  PostMouse(target, QEvent::MouseButtonRelease, at, options.button, Qt::NoButton, options.modifiers);
+  if (options.button == Qt::RightButton)
+    QCoreApplication::postEvent(
+        target, new QContextMenuEvent(QContextMenuEvent::Mouse, at, target->mapToGlobal(at), options.modifiers));
 }
 
 // Makes the widget's window the active one and gives the widget the focus,
@@ -88,9 +113,54 @@ QString KeyText(int key, Qt::KeyboardModifiers modifiers) {
   return QString();
 }
 
-void PostKey(QWidget* target, int key, Qt::KeyboardModifiers modifiers, const QString& text) {
-  QCoreApplication::postEvent(target, new QKeyEvent(QEvent::KeyPress, key, modifiers, text));
-  QCoreApplication::postEvent(target, new QKeyEvent(QEvent::KeyRelease, key, modifiers, text));
+// A key press or release on its way: the relay hands it, when the event
+// loop delivers it, to the widget that has the keyboard then, as the window
+// system does, not to the one that had it when the key was posted.
+class RelayedKey : public QEvent {
+ public:
+  static const QEvent::Type kType = static_cast<QEvent::Type>(QEvent::User + 0x4B4B);
+  RelayedKey(QEvent::Type type, int key, Qt::KeyboardModifiers modifiers, const QString& text, QWidget* fallback)
+      : QEvent(kType), m_key(type, key, modifiers, text), m_fallback(fallback) {}
+  QKeyEvent* key() { return &m_key; }
+  QWidget* fallback() const { return m_fallback; }
+
+ private:
+  QKeyEvent m_key;
+  QPointer<QWidget> m_fallback;  // the widget the script named, if nothing has the focus
+};
+
+// Where a key goes now: a widget grabbing the keyboard, an open popup (a
+// menu) and its focus child, the focus widget, else the widget named.
+QWidget* KeyReceiver(QWidget* fallback) {
+  if (QWidget* grabber = QWidget::keyboardGrabber()) return grabber;
+  if (QWidget* popup = QApplication::activePopupWidget())
+    return popup->focusWidget() != nullptr ? popup->focusWidget() : popup;
+  if (QWidget* focus = QApplication::focusWidget()) return focus;
+  return fallback;
+}
+
+class KeyRelay : public QObject {
+ public:
+  bool event(QEvent* event) override {
+    if (event->type() != RelayedKey::kType) return QObject::event(event);
+    auto* relayed = static_cast<RelayedKey*>(event);
+    if (QWidget* receiver = KeyReceiver(relayed->fallback())) QApplication::sendEvent(receiver, relayed->key());
+    return true;
+  }
+};
+
+void PostKey(QWidget* named, int key, Qt::KeyboardModifiers modifiers, const QString& text) {
+  static KeyRelay* relay = new KeyRelay;  // lives as long as the agent's module
+  QCoreApplication::postEvent(relay, new RelayedKey(QEvent::KeyPress, key, modifiers, text, named));
+  QCoreApplication::postEvent(relay, new RelayedKey(QEvent::KeyRelease, key, modifiers, text, named));
+}
+
+// The key a character of typed text is, with its modifiers.
+int KeyOfCharacter(QChar c, Qt::KeyboardModifiers* modifiers) {
+  *modifiers = c.isUpper() ? Qt::ShiftModifier : Qt::NoModifier;
+  if (c == '\t') return Qt::Key_Tab;
+  if (c == '\n' || c == '\r') return Qt::Key_Return;
+  return c.unicode() < 0x7F ? c.toUpper().unicode() : static_cast<int>(Qt::Key_unknown);
 }
 
 // An entry's text as a path names it: without "&" and the tab before a shortcut.
@@ -117,29 +187,97 @@ QString Names(const QList<QAction*>& actions) {
 
 QPoint Centre(const QWidget* widget) { return widget->rect().center(); }
 
-QString Click(QWidget* widget, const QPoint& at, bool twice) {
+QString ParseButton(const QString& name, Qt::MouseButton* button) {
+  static const struct {
+    const char* name;
+    Qt::MouseButton button;
+  } kButtons[] = {{"left", Qt::LeftButton}, {"right", Qt::RightButton}, {"middle", Qt::MiddleButton}};
+  for (const auto& known : kButtons)
+    if (name.compare(known.name, Qt::CaseInsensitive) == 0) {
+      *button = known.button;
+      return QString();
+    }
+  return QString("\"%1\" is not a button (left, right, middle)").arg(name);
+}
+
+QString ParseModifiers(const QString& names, Qt::KeyboardModifiers* modifiers) {
+  static const struct {
+    const char* name;
+    Qt::KeyboardModifier modifier;
+  } kModifiers[] = {{"shift", Qt::ShiftModifier},
+                    {"ctrl", Qt::ControlModifier},
+                    {"alt", Qt::AltModifier},
+                    {"meta", Qt::MetaModifier}};
+  *modifiers = Qt::NoModifier;
+  if (names.trimmed().isEmpty()) return QString();
+  foreach (const QString& name, names.split('+')) {
+    bool known = false;
+    for (const auto& modifier : kModifiers)
+      if (name.trimmed().compare(modifier.name, Qt::CaseInsensitive) == 0) {
+        *modifiers |= modifier.modifier;
+        known = true;
+      }
+    if (!known) return QString("\"%1\" is not a modifier (Shift, Ctrl, Alt, Meta)").arg(name.trimmed());
+  }
+  return QString();
+}
+
+QString ParseMouseOptions(const QString& text, MouseOptions* options) {
+  foreach (const QString& part, text.split(' ', QString::SkipEmptyParts)) {
+    const int equals = part.indexOf('=');
+    const QString name = part.left(equals).toLower(), value = part.mid(equals + 1);
+    QString why;
+    if (equals > 0 && name == "button")
+      why = ParseButton(value, &options->button);
+    else if (equals > 0 && name == "modifiers")
+      why = ParseModifiers(value, &options->modifiers);
+    else
+      why = QString("\"%1\" is not an option (button=left|right|middle modifiers=Shift+Ctrl+Alt+Meta)").arg(part);
+    if (!why.isEmpty()) return why;
+  }
+  return QString();
+}
+
+QString Click(QWidget* widget, const QPoint& at, bool twice, const MouseOptions& options) {
   if (!widget->isVisible()) return QString("the %1 is not visible").arg(widget->metaObject()->className());
   // The press goes where a user's would: to the child under the pointer.
-  QWidget* target = widget->childAt(at);
-  const QPoint local = target != nullptr ? target->mapFrom(widget, at) : at;
-  if (target == nullptr) target = widget;
-  PostMouse(target, QEvent::MouseMove, local, Qt::NoButton);
-  PostMouse(target, QEvent::MouseButtonPress, local, Qt::LeftButton);
-  PostMouse(target, QEvent::MouseButtonRelease, local, Qt::NoButton);
+  QPoint local;
+  QWidget* target = UnderPointer(widget, at, &local);
+  const Qt::MouseButton button = options.button;
+  PostMouse(target, QEvent::MouseMove, local, Qt::NoButton, Qt::NoButton, options.modifiers);
+  PostMouse(target, QEvent::MouseButtonPress, local, button, button, options.modifiers);
+  PostRelease(target, local, options);
   if (twice) {
-    PostMouse(target, QEvent::MouseButtonDblClick, local, Qt::LeftButton);
-    PostMouse(target, QEvent::MouseButtonRelease, local, Qt::NoButton);
+    PostMouse(target, QEvent::MouseButtonDblClick, local, button, button, options.modifiers);
+    PostRelease(target, local, options);
   }
+  return AwaitDelivery();
+}
+
+QString Drag(QWidget* from, const QPoint& start, QWidget* to, const QPoint& end, const MouseOptions& options) {
+  constexpr int kSteps = 10;
+  foreach (QWidget* widget, QList<QWidget*>() << from << to)
+    if (!widget->isVisible()) return QString("the %1 is not visible").arg(widget->metaObject()->className());
+  QPoint local;
+  QWidget* target = UnderPointer(from, start, &local);
+  const QPoint first = from->mapToGlobal(start), last = to->mapToGlobal(end);
+  const Qt::MouseButton button = options.button;
+  PostMouse(target, QEvent::MouseMove, local, Qt::NoButton, Qt::NoButton, options.modifiers);
+  PostMouse(target, QEvent::MouseButtonPress, local, button, button, options.modifiers);
+  for (int step = 1; step <= kSteps; ++step) {
+    const QPoint global = first + (last - first) * step / kSteps;
+    PostMouse(target, QEvent::MouseMove, target->mapFromGlobal(global), Qt::NoButton, button, options.modifiers);
+  }
+  PostRelease(target, target->mapFromGlobal(last), options);
   return AwaitDelivery();
 }
 
 QString Type(QWidget* widget, const QString& text) {
   Focus(widget);
-  QWidget* target = QApplication::focusWidget() != nullptr ? QApplication::focusWidget() : widget;
   foreach (const QChar c, text) {
-    const bool upper = c.isUpper();
-    const int key = c.unicode() < 0x7F ? c.toUpper().unicode() : static_cast<int>(Qt::Key_unknown);
-    PostKey(target, key, upper ? Qt::ShiftModifier : Qt::NoModifier, QString(c));
+    Qt::KeyboardModifiers modifiers;
+    const int key = KeyOfCharacter(c, &modifiers);
+    PostKey(widget, key, modifiers, QString(c));
   }
   return AwaitDelivery();
 }
@@ -151,12 +289,11 @@ QString Key(QWidget* widget, const QString& combination) {
   const int key = sequence[0] & ~Qt::KeyboardModifierMask;
   const Qt::KeyboardModifiers modifiers(sequence[0] & Qt::KeyboardModifierMask);
   Focus(widget);
-  QWidget* target = QApplication::focusWidget() != nullptr ? QApplication::focusWidget() : widget;
-  PostKey(target, key, modifiers, KeyText(key, modifiers));
+  PostKey(widget, key, modifiers, KeyText(key, modifiers));
   return AwaitDelivery();
 }
 
-QString ClickItem(QWidget* widget, int row, int column, bool twice) {
+QString ClickItem(QWidget* widget, int row, int column, bool twice, const MouseOptions& options) {
   auto* view = qobject_cast<QAbstractItemView*>(widget);
   if (view == nullptr || view->model() == nullptr)
     return QString("a %1 is not an item view with a model").arg(widget->metaObject()->className());
@@ -169,20 +306,21 @@ QString ClickItem(QWidget* widget, int row, int column, bool twice) {
         .arg(view->model()->columnCount(view->rootIndex()));
   view->scrollTo(index);
   QCoreApplication::processEvents();
-  return Click(view->viewport(), view->visualRect(index).center(), twice);
+  return Click(view->viewport(), view->visualRect(index).center(), twice, options);
 }
 
 QString ChooseMenu(QWidget* window, const QString& path) {
-  QMenuBar* bar = window->findChild<QMenuBar*>();
-  if (bar == nullptr) return QString("the %1 has no menu bar").arg(window->metaObject()->className());
+  QWidget* in = qobject_cast<QMenu*>(window);
+  if (in == nullptr) in = window->findChild<QMenuBar*>();
+  if (in == nullptr) return QString("the %1 has no menu bar").arg(window->metaObject()->className());
+  auto* bar = qobject_cast<QMenuBar*>(in);
   const QStringList names = path.split('/');
-  QWidget* in = bar;
-  QList<QAction*> actions = bar->actions();
+  QList<QAction*> actions = in->actions();
   for (int i = 0; i < names.size(); ++i) {
     QAction* action = FindAction(actions, names[i]);
     if (action == nullptr)
-      return QString("no menu entry \"%1\" in %2; there are %3").arg(names[i], i == 0 ? "the menu bar" : names[i - 1],
-                                                                     Names(actions));
+      return QString("no menu entry \"%1\" in %2; there are %3")
+          .arg(names[i], i > 0 ? names[i - 1] : QString(bar ? "the menu bar" : "the menu"), Names(actions));
     if (!action->isEnabled()) return QString("the menu entry \"%1\" is disabled").arg(names[i]);
     const QRect place = in == bar ? bar->actionGeometry(action) : static_cast<QMenu*>(in)->actionGeometry(action);
     QString why = Click(in, place.center(), false);
