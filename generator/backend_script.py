@@ -1,6 +1,7 @@
 """Back-end: declarations + catalogue -> the member table of script hosts.
 
 Usage: generate.py script --declarations FILE --catalogue DIR --out FILE.cpp
+                          [--constructors FILE]
 
 The type library tells a script host a member's Automation types, but not
 the C++ types behind them: a `long` may be a bool or an enumeration, an
@@ -30,6 +31,11 @@ the heap ("QString()", "Qt::white" for a QColor). QFlags arguments are
 marked "f": a script gives them as a number, a string of enumerator
 names or a QFlags object.
 
+Members the library drops for want of an object class get a function
+here that a host calls itself ("direct" members); a value class's public
+constructors (from the file scan_constructors.py writes) are such
+functions too, each making a new object.
+
 Each interface lists its class's bases, nearest first and up to the
 root, with a function that turns a pointer to the class into one to the
 base: a host composes what the library's composition list leaves out.
@@ -37,8 +43,11 @@ base: a host composes what the library's composition list leaves out.
 The interfaces are sorted by name, so a host finds one by binary search.
 """
 
+import json
+
 import drops
 import layout
+import naming
 import marshalling
 import typenames
 from output import write_source
@@ -183,6 +192,15 @@ def _element_statement(element):
     return None
 
 
+def _takes_buffer(param):
+    """A pointer to characters other than const char: a buffer of bytes
+    the callee may keep or write (QImage's data), which a script's string,
+    alive for the call only, cannot be."""
+    core = typenames.strip_const(typenames.parse_type(param.cxx))
+    return param.row is marshalling.TEXT and not (isinstance(core.inner, typenames.Const)
+                                                  and typenames.is_builtin(core.inner, "char"))
+
+
 def _argument_expression(param, index):
     """The C++ expression of argument `index` from the host's converted
     arguments `a`."""
@@ -194,7 +212,7 @@ def _argument_expression(param, index):
     if row in (marshalling.ENUM, marshalling.NUMBER):
         return "static_cast<%s>(kwscript::direct::Real(a[%d]))" % (typenames.spell(core), index)
     if row is marshalling.TEXT:
-        return "kwscript::direct::Text(a[%d])" % index
+        return "reinterpret_cast<%s>(kwscript::direct::Text(a[%d]))" % (typenames.spell(core), index)
     if row is marshalling.CLASS_POINTER:
         return "kwscript::direct::Pointer<%s>(a[%d])" % (typenames.spell(typenames.strip_const(core.inner)), index)
     target = typenames.object_class(node)
@@ -250,7 +268,7 @@ def direct_members(itf, records, unreachable, abstract):
             continue
         probe = layout.Member(m.decl, m.name, m.dispid)
         layout._express(probe, m.decl, None, unreachable, frozenset(), abstract)
-        if not probe.kept or any(p.row not in DIRECT_ARGUMENT_ROWS for p in probe.params):
+        if not probe.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in probe.params):
             continue
         if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
                and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in probe.params):
@@ -267,6 +285,54 @@ def direct_members(itf, records, unreachable, abstract):
             continue
         out.append((probe, lines))
     return out
+
+
+def constructor_members(itf, records_of_constructors, unreachable, abstract):
+    """The public constructors of a value class as direct members that
+    make a new object: (member, body lines), named <Class>_<Class>,
+    _2, _3 ... in declaration order."""
+    own = itf.entry.type_name
+    decls = records_of_constructors.get(own, [])
+    names = naming.number_overloads(["%s_%s" % (itf.entry.flat, d["name"]) for d in decls])
+    out = []
+    for decl, name in zip(decls, names):
+        member = layout.Member(decl, name, 0)
+        layout._express(member, decl, None, unreachable, frozenset(), abstract)
+        if not member.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in member.params):
+            continue
+        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
+               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in member.params):
+            continue
+        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in member.params):
+            continue
+        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(member.params))
+        out.append((member, ["out->AddNew(new %s(%s), %s);" % (own, args, c_string(own))]))
+    return out
+
+
+def member_rows(itf, array, members, helpers, body):
+    """Writes the parameters, direct functions and the MemberInfo array of
+    `members` ((member, body lines or None)) into `body`."""
+    for i, (m, lines) in enumerate(members):
+        params = parameter_rows(itf, m, helpers)
+        if params:
+            body.append("const ParameterInfo %s_%d[] = {%s};" % (array, i, ", ".join(params)))
+        if lines is not None:
+            body.append("// %s calls %s" % (m.name, m.declaration(itf.entry.type_name)))
+            body.append("HRESULT Direct_%s(void* self, const VARIANT* a, kwscript::DirectResult* out) {" % m.name)
+            body.append("  (void)self, (void)a;")
+            body += ["  " + line for line in lines]
+            body.append("  return S_OK;")
+            body.append("}")
+    body.append("const MemberInfo %s[] = {" % array)
+    for i, (m, lines) in enumerate(members):
+        kinds = "".join(argument_kind(p) for p in m.params)
+        body.append("    {%s, %s, '%s', %s, %s, %s, %s}," % (
+            c_string(m.name), c_string(kinds), m.result.script_kind,
+            c_string(m.declaration(itf.entry.type_name)), c_string(m.decl.get("at", "")),
+            "%s_%d" % (array, i) if m.params else "nullptr",
+            "&Direct_%s" % m.name if lines is not None else "nullptr"))
+    body.append("};")
 
 
 def parameter_rows(itf, member, helpers):
@@ -292,7 +358,7 @@ def bases_rows(itf, records, helpers):
     return rows
 
 
-def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset()):
+def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
            "#include <QtCore/QtCore>",
            "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", ""]
@@ -307,42 +373,41 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
             body.append("const BaseInfo %s[] = {%s};" % (bases_array, ", ".join(bases)))
         direct = direct_members(itf, records, unreachable, abstract)
         members = [(m, None) for m in itf.kept] + direct
-        if not members:
-            rows.append((itf.name, "nullptr", 0, "nullptr", bases_array, len(bases), itf.entry.type_name))
-            continue
-        array = "k" + itf.name
-        for i, (m, lines) in enumerate(members):
-            params = parameter_rows(itf, m, helpers)
-            if params:
-                body.append("const ParameterInfo %s_%d[] = {%s};" % (array, i, ", ".join(params)))
-            if lines is not None:
-                body.append("// %s calls %s" % (m.name, m.declaration(itf.entry.type_name)))
-                body.append("HRESULT Direct_%s(void* self, const VARIANT* a, kwscript::DirectResult* out) {" % m.name)
-                body.append("  (void)self, (void)a;")
-                body += ["  " + line for line in lines]
-                body.append("  return S_OK;")
-                body.append("}")
-        body.append("const MemberInfo %s[] = {" % array)
-        for i, (m, lines) in enumerate(members):
-            kinds = "".join(argument_kind(p) for p in m.params)
-            body.append("    {%s, %s, '%s', %s, %s, %s, %s}," % (
-                c_string(m.name), c_string(kinds), m.result.script_kind,
-                c_string(m.declaration(itf.entry.type_name)), c_string(m.decl.get("at", "")),
-                "%s_%d" % (array, i) if m.params else "nullptr",
-                "&Direct_%s" % m.name if lines is not None else "nullptr"))
-        body.append("};")
-        rows.append((itf.name, array, len(members), meta_object(itf), bases_array, len(bases),
-                     itf.entry.type_name))
+        makers = constructor_members(itf, constructors or {}, unreachable, abstract)
+        array, makers_array = "nullptr", "nullptr"
+        if members:
+            array = "k" + itf.name
+            member_rows(itf, array, members, helpers, body)
+        if makers:
+            makers_array = "kMake" + itf.name
+            member_rows(itf, makers_array, makers, helpers, body)
+        rows.append((itf.name, array, len(members), meta_object(itf), bases_array,
+                     len(bases), itf.entry.type_name, makers_array, len(makers)))
     out += helpers + [""] + body
     out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
-    out += ["    {%s, %s, %d, %s, %s, %d, %s}," % (c_string(name), array, count, meta, bases, nbases, c_string(type_name))
-            for name, array, count, meta, bases, nbases, type_name in rows]
+    out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d}," % (c_string(name), array, count, meta, bases, nbases,
+                                                 c_string(type_name), makers, nmakers)
+            for name, array, count, meta, bases, nbases, type_name, makers, nmakers in rows]
     out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
     return out
 
 
 def add_arguments(ap):
     ap.add_argument("--out", required=True)
+    ap.add_argument("--constructors", help="the value classes' constructors (scan_constructors.py)")
+
+
+def read_constructors(path):
+    """{type name: constructor records} of a constructors file; {} for none."""
+    out = {}
+    if path:
+        with open(path, encoding="utf-8") as f:
+            f.readline()
+            for line in f:
+                if line.strip():
+                    rec = json.loads(line)
+                    out[rec["type"]] = rec["constructors"]
+    return out
 
 
 def write(library, args):
@@ -350,5 +415,6 @@ def write(library, args):
     records = {rec["type"]: rec for rec in library.classes.values() if rec.get("found")}
     unreachable = frozenset(rec["type"] for rec in library.classes.values() if rec.get("nested_access"))
     abstract = frozenset(rec["type"] for rec in library.classes.values() if rec.get("abstract"))
-    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract)) + "\n")
+    constructors = read_constructors(args.constructors)
+    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract, constructors)) + "\n")
     return 0

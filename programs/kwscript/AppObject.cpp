@@ -33,7 +33,7 @@ const wchar_t* const kMethods[] = {L"find",         L"str",         L"text",    
                                    L"echo",         L"query",       L"queryAll",  L"waitFor", L"activeModal",
                                    L"activeWindow", L"focusWidget", L"topLevels", L"post",
                                    L"grab",         L"click",       L"doubleClick", L"type",    L"key",
-                                   L"clickItem",    L"menu",        L"drag"};
+                                   L"clickItem",    L"menu",        L"drag",    L"value"};
 enum Method {
   kFind = 1,
   kStr,
@@ -57,7 +57,8 @@ enum Method {
   kClickItem,
   kMenu,
   kDrag,
-  kLastMethod = kDrag
+  kValue,
+  kLastMethod = kValue
 };
 
 // One call a script posted: made from the event loop on the facade it named,
@@ -409,6 +410,12 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
   if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
   const VARIANT* first = Argument(params, 0);
   switch (id) {
+    case kValue: {
+      if (first == nullptr)
+        return Refuse(exception, DISP_E_BADPARAMCOUNT, "app.value(type, arguments...): the type is missing");
+      const DISPPARAMS rest{params->rgvarg, nullptr, params->cArgs - 1, 0};  // the arguments after the type
+      return MakeValue(m_context, TextOfVariant(first), rest, result, exception);
+    }
     case kFind:
     case kStr: {
       if (first == nullptr) return DISP_E_BADPARAMCOUNT;

@@ -27,6 +27,8 @@
 //                       apart agree), as an image (PNG for
 //                       ".png"); a relative path is taken from the folder
 //                       kwscript was started in; gives the full path
+//   app.value(type, args...)  a new value of a value class ("QRect", 0, 0, 10, 10)
+//                       made by its constructor that fits the arguments
 //   app.str(text)       a new QString object
 //   app.text(object)    the text of a QString, QByteArray or QLatin1String object
 //   app.isNull(value)   true for null, Nothing, empty or an object over nothing

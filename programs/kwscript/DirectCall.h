@@ -45,6 +45,11 @@ class DirectResult {
   void Add(T* pointer, const char* type) {
     items.push_back(DirectItem{const_cast<void*>(static_cast<const void*>(pointer)), type, ObjectOf(pointer), nullptr});
   }
+  // A new object, which the script owns.
+  template <class T>
+  void AddNew(T* made, const char* type) {
+    items.push_back(DirectItem{made, type, nullptr, [](void* p) { delete static_cast<T*>(p); }});
+  }
   // A copy of a value, which the script owns.
   template <class T>
   void AddValue(const T& copied, const char* type) {

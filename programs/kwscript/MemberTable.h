@@ -61,6 +61,8 @@ struct InterfaceInfo {
   const BaseInfo* bases;    // every public base, nearest first
   std::size_t baseCount;
   const char* typeName;     // the type name the library knows it by: "QAbstractButton"
+  const MemberInfo* makers; // a value class's public constructors, as direct members making a new object
+  std::size_t makerCount;
 };
 
 // Every wrapped interface, sorted by name.

@@ -17,7 +17,8 @@ namespace {
 
 // How well a script value fits an argument kind and its parameter: 0 not
 // at all, 1 by conversion or without knowing an object's class, 2
-// exactly, 3 a whole number for an int or a fraction for a double.
+// exactly, 3 a whole number for an int, a fraction for a double or a
+// string for a QString.
 int Fit(const VARIANT* value, char kind, const ParameterInfo* parameter) {
   if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
   const std::string type = parameter != nullptr ? parameter->type : "";
@@ -56,7 +57,7 @@ int Fit(const VARIANT* value, char kind, const ParameterInfo* parameter) {
       return vt == VT_BSTR ? 2 : 0;
     case 's':
     case 'o':
-      if (kind == 's' && vt == VT_BSTR) return 2;
+      if (kind == 's' && vt == VT_BSTR) return 3;  // a script string is a QString before it is bytes or a name
       if (isNull) return parameter != nullptr && parameter->pointer ? 1 : 0;
       if (facade == nullptr) return 0;
       return facade->IsA(type.c_str()) ? 2 : 0;
@@ -145,6 +146,18 @@ const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& inte
     }
   }
   return (cache[key] = std::move(group)).get();
+}
+
+const OverloadGroup* ConstructorOverloads(const InterfaceInfo& info) {
+  static std::map<const InterfaceInfo*, std::unique_ptr<OverloadGroup>> cache;
+  auto cached = cache.find(&info);
+  if (cached != cache.end()) return cached->second.get();
+  std::unique_ptr<OverloadGroup> group;
+  if (info.makerCount > 0) {
+    group.reset(new OverloadGroup);
+    for (std::size_t i = 0; i < info.makerCount; ++i) group->overloads.push_back(Overload{&info.makers[i]});
+  }
+  return (cache[&info] = std::move(group)).get();
 }
 
 const Overload* ChooseOverload(const OverloadGroup& group, const DISPPARAMS& params, const QString& name, QString* why) {

@@ -45,6 +45,10 @@ struct OverloadGroup {
 // it. Groups are made once per class and name.
 const OverloadGroup* FindOverloads(const std::vector<const InterfaceInfo*>& interfaces, const wchar_t* name);
 
+// The public constructors of a value class as overloads; null for a class
+// with none.
+const OverloadGroup* ConstructorOverloads(const InterfaceInfo& info);
+
 // The `count` names nearest to `name` (by edit distance, any case) among
 // the members of `interfaces`, plain and prefixed, and `extra` names (an
 // object's properties).

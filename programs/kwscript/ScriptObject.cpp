@@ -437,17 +437,13 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
   return hr;
 }
 
-HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result,
-                                  EXCEPINFO* exception) {
-  const MemberInfo& member = *route.member;
-  void* self = InstanceOf(route.exposer);
-  DirectResult out;
-  NoteCall(member.name);
-  HRESULT hr = member.direct(self, arguments, &out);
-  NoteCall(nullptr);
-  if (FAILED(hr)) return Refuse(exception, hr, QString("%1 failed").arg(member.declaration));
-  // The objects it gave, as facades: a QObject under its most derived
-  // class, anything else under its own.
+namespace {
+
+// What a direct call gave, as a script value: a number, boolean or text as
+// it is, an object as a facade (a QObject under its most derived class,
+// anything else under its own), a list as a list of those.
+HRESULT Deliver(const MemberInfo& member, DirectResult& out, ScriptContext* context, VARIANT* result,
+                EXCEPINFO* exception) {
   std::vector<VARIANT> values;
   QString refused;
   std::size_t text = 0;
@@ -459,12 +455,12 @@ HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, 
     } else {
       IDispatch* wrapped = nullptr;
       if (item.object != nullptr) {
-        wrapped = WrapObject(item.object, m_context);
+        wrapped = WrapObject(item.object, context);
       } else if (item.instance != nullptr) {
         IDispatch* exposer = nullptr;
         const std::wstring type = QString::fromLatin1(item.type).toStdWString();
-        if (SUCCEEDED(MakeExposer(m_context, type.c_str(), item.instance, &exposer)) && exposer != nullptr) {
-          wrapped = Wrap(exposer, m_context, nullptr, item.destroy != nullptr);
+        if (SUCCEEDED(MakeExposer(context, type.c_str(), item.instance, &exposer)) && exposer != nullptr) {
+          wrapped = CScriptObject::Wrap(exposer, context, nullptr, item.destroy != nullptr);
           exposer->Release();
         } else if (item.destroy != nullptr) {
           item.destroy(item.instance);
@@ -495,6 +491,54 @@ HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, 
     VariantInit(&out.value);
   }
   return S_OK;
+}
+
+const InterfaceInfo* InterfaceOfType(const QString& type) {
+  for (std::size_t i = 0; i < kInterfaceCount; ++i)
+    if (type == QLatin1String(kInterfaces[i].typeName)) return &kInterfaces[i];
+  return nullptr;
+}
+
+}  // namespace
+
+HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result,
+                                  EXCEPINFO* exception) {
+  const MemberInfo& member = *route.member;
+  DirectResult out;
+  NoteCall(member.name);
+  const HRESULT hr = member.direct(InstanceOf(route.exposer), arguments, &out);
+  NoteCall(nullptr);
+  if (FAILED(hr)) return Refuse(exception, hr, QString("%1 failed").arg(member.declaration));
+  return Deliver(member, out, m_context, result, exception);
+}
+
+HRESULT MakeValue(ScriptContext* context, const QString& type, const DISPPARAMS& params, VARIANT* result,
+                  EXCEPINFO* exception) {
+  const InterfaceInfo* info = InterfaceOfType(type);
+  const OverloadGroup* group = info != nullptr ? ConstructorOverloads(*info) : nullptr;
+  if (group == nullptr) {
+    QStringList values;
+    for (std::size_t i = 0; i < kInterfaceCount; ++i)
+      if (kInterfaces[i].makerCount > 0) values << kInterfaces[i].typeName;
+    return Refuse(exception, E_INVALIDARG,
+                  QString("app.value: \"%1\" is no value class a script can make; the nearest: %2")
+                      .arg(type, NearestNames({}, values, type, 5).join(", ")));
+  }
+  QString why;
+  const Overload* chosen = ChooseOverload(*group, params, QString("app.value(\"%1\", ...)").arg(type), &why);
+  if (chosen == nullptr) return Refuse(exception, DISP_E_TYPEMISMATCH, why);
+  ConvertedArguments arguments;
+  UINT refused = 0;
+  HRESULT hr = arguments.Convert(params, *chosen->member, context, &refused, &why);
+  if (FAILED(hr))
+    return Refuse(exception, hr,
+                  QString("argument %1 of %2 %3").arg(params.cArgs - refused).arg(chosen->member->declaration).arg(why));
+  DirectResult out;
+  NoteCall(chosen->member->name);
+  hr = chosen->member->direct(nullptr, arguments.forward(), &out);
+  NoteCall(nullptr);
+  if (FAILED(hr)) return Refuse(exception, hr, QString("%1 failed").arg(chosen->member->declaration));
+  return Deliver(*chosen->member, out, context, result, exception);
 }
 
 }  // namespace kwscript

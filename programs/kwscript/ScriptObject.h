@@ -44,6 +44,11 @@ HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* insta
 // the library knows (its meta-object's chain), or null.
 IDispatch* WrapObject(QObject* object, ScriptContext* context);
 
+// A new value of `type` ("QRect") made by the constructor that fits the
+// script's arguments `params`, as a facade the script owns.
+HRESULT MakeValue(ScriptContext* context, const QString& type, const DISPPARAMS& params, VARIANT* result,
+                  EXCEPINFO* exception);
+
 // Cuts every remote client off the facades of `context` (their next call
 // answers RPC_E_DISCONNECTED), which releases the references their stubs
 // held. Called before the library behind the facades is unloaded.

@@ -3,12 +3,14 @@
 // script writer gives them. Calls go through the facade's IDispatch as an
 // engine makes them; what Qt received is read from the widgets themselves.
 #include <QtGui/QApplication>
+#include <QtGui/QColor>
 #include <QtGui/QComboBox>
 #include <QtGui/QLabel>
 #include <QtGui/QLineEdit>
 #include <QtGui/QListWidget>
 
 #include <cstring>
+#include <functional>
 
 #include "QtHost.h"
 #include "kwscript/MemberTable.h"
@@ -206,6 +208,42 @@ TEST_F(FacadeTest, DroppedMembersAreCalledDirectlyAndListsComeBackAsLists) {
     }
   }
   facade->Release();
+}
+
+// app.value: a value made by the constructor that fits the arguments, which
+// the script owns; a name that is no value class is refused.
+TEST_F(FacadeTest, ValuesAreMadeByTheConstructorThatFits) {
+  struct Case {
+    const char* type;
+    std::vector<VARIANT> args;  // first first
+    std::function<bool(void*)> holds;
+  };
+  const Case cases[] = {
+      {"QRect", {I4(1), I4(2), I4(10), I4(20)}, [](void* v) { return *static_cast<QRect*>(v) == QRect(1, 2, 10, 20); }},
+      {"QSize", {I4(30), I4(20)}, [](void* v) { return *static_cast<QSize*>(v) == QSize(30, 20); }},
+      {"QColor", {Text(L"red")}, [](void* v) { return *static_cast<QColor*>(v) == QColor(Qt::red); }},
+      {"QPoint", {}, [](void* v) { return static_cast<QPoint*>(v)->isNull(); }},
+  };
+  for (const Case& c : cases) {
+    std::vector<VARIANT> reversed(c.args.rbegin(), c.args.rend());
+    const DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, UINT(reversed.size()), 0};
+    Answer made;
+    EXCEPINFO exception{};
+    made.hr = kwscript::MakeValue(&context_, c.type, params, &made.value, &exception);
+    ASSERT_EQ(S_OK, made.hr) << c.type;
+    ASSERT_EQ(VT_DISPATCH, V_VT(&made.value)) << c.type;
+    const CScriptObject* facade = CScriptObject::FacadeOf(V_DISPATCH(&made.value));
+    ASSERT_NE(nullptr, facade);
+    EXPECT_TRUE(c.holds(facade->instance())) << c.type;
+    for (VARIANT& arg : reversed) VariantClear(&arg);
+  }
+  const DISPPARAMS none{};
+  Answer refused;
+  EXCEPINFO exception{};
+  EXPECT_EQ(DISP_E_EXCEPTION, kwscript::MakeValue(&context_, "QRectangle", none, &refused.value, &exception));
+  EXPECT_TRUE(QString::fromWCharArray(exception.bstrDescription).contains("QRect")) << "the nearest names";
+  SysFreeString(exception.bstrSource);
+  SysFreeString(exception.bstrDescription);
 }
 
 }  // namespace

@@ -1,0 +1,16 @@
+# Rescans the constructors into the build tree and compares with the committed file.
+execute_process(COMMAND ${PYTHON} ${SOURCE}/generator/scan_constructors.py --sdk ${SDK}
+                        --type-names ${SOURCE}/typelib/catalogue/known_type_names.txt
+                        --out ${WORK}/constructors.jsonl
+                RESULT_VARIABLE status)
+if(status EQUAL 2)
+  message("castxml or the SDK is missing: SKIPPED")
+  cmake_language(EXIT 77)
+elseif(NOT status EQUAL 0)
+  message(FATAL_ERROR "the scan failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${SOURCE}/typelib/qt48/constructors.jsonl
+                        ${WORK}/constructors.jsonl RESULT_VARIABLE different)
+if(different)
+  message(FATAL_ERROR "typelib/qt48/constructors.jsonl differs from a new scan: run generator/scan_constructors.py")
+endif()
