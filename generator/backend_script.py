@@ -44,6 +44,7 @@ The interfaces are sorted by name, so a host finds one by binary search.
 """
 
 import json
+import re
 
 import drops
 import layout
@@ -358,6 +359,28 @@ def bases_rows(itf, records, helpers):
     return rows
 
 
+def destroy_function(itf, records, unreachable, abstract, helpers):
+    """The function that frees a heap copy of the class (a value a member
+    gave, which the script owns), or "nullptr" for a QObject, an abstract
+    class or one the table's file cannot name."""
+    own = itf.entry.type_name
+    rec = records.get(own)
+    if rec is None or own in abstract or own in unreachable or meta_object(itf) != "nullptr":
+        return "nullptr"
+    if rec.get("at", "").split(":")[0].endswith("_p.h") or not _public_class(typenames.parse_type(own)):
+        return "nullptr"
+    # A container's element classes must be public ones too.
+    public = {"QObject", "Qt"} | {re.findall(r"\w+", r["type"])[0] for r in records.values()
+                                  if not r.get("at", "").split(":")[0].endswith("_p.h")}
+    if any(name not in public for name in re.findall(r"\bQ\w+", own)):
+        return "nullptr"
+    if any(m.decl["kind"] == "method" and m.decl["name"] == "qt_metacast" for m in itf.members):
+        return "nullptr"
+    index = len(helpers)
+    helpers.append("void Destroy%d(void* value) { delete static_cast<%s*>(value); }" % (index, own))
+    return "&Destroy%d" % index
+
+
 def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
            "#include <QtCore/QtCore>",
@@ -382,12 +405,13 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
             makers_array = "kMake" + itf.name
             member_rows(itf, makers_array, makers, helpers, body)
         rows.append((itf.name, array, len(members), meta_object(itf), bases_array,
-                     len(bases), itf.entry.type_name, makers_array, len(makers)))
+                     len(bases), itf.entry.type_name, makers_array, len(makers),
+                     destroy_function(itf, records, unreachable, abstract, helpers)))
     out += helpers + [""] + body
     out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
-    out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d}," % (c_string(name), array, count, meta, bases, nbases,
-                                                 c_string(type_name), makers, nmakers)
-            for name, array, count, meta, bases, nbases, type_name, makers, nmakers in rows]
+    out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d, %s}," % (c_string(name), array, count, meta, bases, nbases,
+                                                     c_string(type_name), makers, nmakers, destroy)
+            for name, array, count, meta, bases, nbases, type_name, makers, nmakers, destroy in rows]
     out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
     return out
 

@@ -220,6 +220,14 @@ QWidget* WidgetOf(const VARIANT* arg) {
   return object != nullptr && object->isWidgetType() ? static_cast<QWidget*>(object) : nullptr;
 }
 
+// Why an argument that should be a widget is none: ": " and what it is.
+QString NotAWidget(const VARIANT* arg) {
+  const CScriptObject* facade = arg != nullptr && V_VT(arg) == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(arg)) : nullptr;
+  QString gone;
+  if (facade != nullptr && facade->Gone(&gone)) return ": " + gone;
+  return ": the first argument must be a widget of this script";
+}
+
 }  // namespace
 
 STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
@@ -310,7 +318,7 @@ HRESULT CAppObject::Grab(DISPPARAMS* params, VARIANT* result, EXCEPINFO* excepti
   if (file == nullptr) return DISP_E_BADPARAMCOUNT;
   QWidget* widget = WidgetOf(Argument(params, 0));
   if (widget == nullptr)
-    return Refuse(exception, DISP_E_TYPEMISMATCH, "app.grab: the first argument must be a widget of this script");
+    return Refuse(exception, DISP_E_TYPEMISMATCH, "app.grab" + NotAWidget(Argument(params, 0)));
   // Pending repaints first, then until two pictures 50 ms apart agree: a
   // style animating a state change (a check box ticking over under the
   // Vista style) has then finished, and the picture shows the state Qt
@@ -347,7 +355,7 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
   const QString usage = kUsage[id - kClick];
   QWidget* widget = WidgetOf(Argument(params, 0));
   if (widget == nullptr)
-    return Refuse(exception, DISP_E_TYPEMISMATCH, usage + ": the first argument must be a widget of this script");
+    return Refuse(exception, DISP_E_TYPEMISMATCH, usage + NotAWidget(Argument(params, 0)));
   const VARIANT* second = Argument(params, 1);
   const UINT count = params != nullptr ? params->cArgs : 0;
   QString why;
@@ -435,8 +443,14 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       QString text;
       HRESULT hr = TextOfObject(first, &text);
       if (FAILED(hr)) {
-        if (argumentError != nullptr) *argumentError = params->cArgs - 1;
-        return first == nullptr ? DISP_E_BADPARAMCOUNT : hr;
+        if (argumentError != nullptr && first != nullptr) *argumentError = params->cArgs - 1;
+        const CScriptObject* facade =
+            first != nullptr && V_VT(first) == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(first)) : nullptr;
+        QString why;
+        if (facade == nullptr || !facade->Gone(&why))
+          why = QString("takes a QString, QByteArray or QLatin1String object; given %1")
+                    .arg(facade != nullptr ? "a " + facade->ClassName() : first == nullptr ? "nothing" : "another value");
+        return Refuse(exception, first == nullptr ? DISP_E_BADPARAMCOUNT : hr, "app.text(object): " + why);
       }
       ReturnText(result, text);
       return S_OK;

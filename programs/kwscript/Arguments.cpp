@@ -263,6 +263,11 @@ HRESULT ConvertedArguments::MakeNull(VARIANT* arg, const char* type, ScriptConte
 HRESULT ConvertedArguments::TakeObject(VARIANT* arg, const ParameterInfo* parameter, QString* why) {
   CScriptObject* facade = V_VT(arg) == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(arg)) : nullptr;
   const char* type = parameter != nullptr ? parameter->type : "";
+  QString gone;
+  if (facade != nullptr && facade->Gone(&gone)) {
+    *why = "is gone; " + gone;
+    return RPC_E_DISCONNECTED;
+  }
   if (facade == nullptr || (*type != '\0' && !facade->IsA(type))) {
     *why = QString("takes a %1%2; given %3").arg(*type ? type : "object of this script")
                .arg(parameter != nullptr && parameter->pointer ? " (or null)" : "")

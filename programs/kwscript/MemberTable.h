@@ -63,6 +63,9 @@ struct InterfaceInfo {
   const char* typeName;     // the type name the library knows it by: "QAbstractButton"
   const MemberInfo* makers; // a value class's public constructors, as direct members making a new object
   std::size_t makerCount;
+  // Frees a heap copy of the class (deletes it); null for a QObject class
+  // and for one whose copies cannot be freed from here.
+  void (*destroy)(void* value);
 };
 
 // Every wrapped interface, sorted by name.

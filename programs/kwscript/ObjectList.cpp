@@ -1,5 +1,9 @@
 #include "kwscript/ObjectList.h"
 
+#include <QtCore/QString>
+
+#include "kwscript/ScriptObject.h"
+
 namespace kwscript {
 
 namespace {
@@ -7,8 +11,10 @@ namespace {
 const wchar_t* const kNames[] = {L"count", L"item", L"length"};
 enum ListMember : DISPID { kCount = 1, kItem = 2, kLength = 3 };
 
-// Indexes asked for by name (JScript's list[2]) get DISPIDs from here on.
+// Indexes asked for by name (JScript's list[2]) get DISPIDs from here on,
+// names a list does not have from kUnknownBase on, so that using one says so.
 constexpr DISPID kIndexBase = 0x10000;
+constexpr DISPID kUnknownBase = 0x20000000;
 
 }  // namespace
 
@@ -37,12 +43,19 @@ STDMETHODIMP CObjectList::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCI
       return S_OK;
     }
   }
-  return IdsOfFixedNames(kNames, sizeof kNames / sizeof kNames[0], names, count, ids);
+  const HRESULT hr = IdsOfFixedNames(kNames, sizeof kNames / sizeof kNames[0], names, count, ids);
+  if (hr != DISP_E_UNKNOWNNAME || count != 1) return hr;
+  m_unknown.push_back(QString::fromWCharArray(names[0]));
+  ids[0] = kUnknownBase + static_cast<DISPID>(m_unknown.size() - 1);
+  return S_OK;
 }
 
-STDMETHODIMP CObjectList::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*,
-                                 UINT* argumentError) {
+STDMETHODIMP CObjectList::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
+                                 EXCEPINFO* exception, UINT* argumentError) {
   if (result != nullptr) VariantInit(result);
+  if (id >= kUnknownBase && static_cast<std::size_t>(id - kUnknownBase) < m_unknown.size())
+    return Refuse(exception, DISP_E_MEMBERNOTFOUND,
+                  QString("a list has length (or count), item(i) and [i]; not \"%1\"").arg(m_unknown[id - kUnknownBase]));
   if (id == kCount || id == kLength) {
     if (result != nullptr) {
       V_VT(result) = VT_I4;
@@ -57,13 +70,25 @@ STDMETHODIMP CObjectList::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* para
     V_I4(&index) = id - kIndexBase;
   } else {
     if (id != kItem && id != DISPID_VALUE) return DISP_E_MEMBERNOTFOUND;
-    if (params == nullptr || params->cArgs != 1) return DISP_E_BADPARAMCOUNT;
+    if (params == nullptr || params->cArgs != 1)
+      return Refuse(exception, DISP_E_BADPARAMCOUNT, "list.item(i) takes one index, from 0");
     if (FAILED(VariantChangeType(&index, &params->rgvarg[0], 0, VT_I4))) {
       if (argumentError != nullptr) *argumentError = 0;
-      return DISP_E_TYPEMISMATCH;
+      VARIANT text;
+      VariantInit(&text);
+      VariantChangeType(&text, &params->rgvarg[0], VARIANT_ALPHABOOL, VT_BSTR);
+      const QString given = V_VT(&text) == VT_BSTR ? QString::fromWCharArray(V_BSTR(&text)) : QString("that value");
+      VariantClear(&text);
+      return Refuse(exception, DISP_E_TYPEMISMATCH, QString("list.item(i) takes a whole number; \"%1\" is none").arg(given));
     }
   }
-  if (V_I4(&index) < 0 || static_cast<size_t>(V_I4(&index)) >= m_values.size()) return DISP_E_BADINDEX;
+  if (V_I4(&index) < 0 || static_cast<size_t>(V_I4(&index)) >= m_values.size())
+    return Refuse(exception, DISP_E_BADINDEX,
+                  m_values.empty() ? QString("list.item(%1): the list is empty").arg(V_I4(&index))
+                                   : QString("list.item(%1): the list has %2 item(s), 0 to %3")
+                                         .arg(V_I4(&index))
+                                         .arg(m_values.size())
+                                         .arg(m_values.size() - 1));
   if (result != nullptr) VariantCopy(result, &m_values[V_I4(&index)]);
   return S_OK;
 }

@@ -9,6 +9,8 @@
 
 #include <vector>
 
+#include <QtCore/QString>
+
 #include "kwscript/ScriptDispatch.h"
 
 namespace kwscript {
@@ -30,6 +32,7 @@ class CObjectList final : public CountedDispatch {
   ~CObjectList() override;
 
   std::vector<VARIANT> m_values;
+  std::vector<QString> m_unknown;  // names asked for that a list does not have
 };
 
 }  // namespace kwscript

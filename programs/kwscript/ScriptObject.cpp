@@ -98,9 +98,10 @@ HRESULT Refuse(EXCEPINFO* exception, HRESULT code, const QString& description) {
   return DISP_E_EXCEPTION;
 }
 
-CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made)
+CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made,
+                             void (*destroy)(void*))
     : CountedDispatch(IID_IScriptFacade),
-      m_exposer(exposer), m_instance(instance), m_context(context), m_object(object), m_made(made) {
+      m_exposer(exposer), m_instance(instance), m_context(context), m_object(object), m_made(made), m_free(destroy) {
   m_exposer->AddRef();
   m_context->facades.insert(this);
   for (const std::wstring& name : kwhost::ComposedInterfaces(exposer))
@@ -110,12 +111,39 @@ CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* 
     }
   m_own = m_interfaces.empty() ? nullptr : m_interfaces.back();
   if (m_object == nullptr) m_object = ObjectBehind(instance, m_interfaces);
+  if (m_object != nullptr) {
+    m_guard = m_object;
+    m_objectName = m_object->objectName();
+  }
+  if (m_made && m_free == nullptr && m_object == nullptr && m_own != nullptr) m_free = m_own->destroy;
+  if (!m_made) m_free = nullptr;
 }
 
 CScriptObject::~CScriptObject() {
   for (IDispatch* extra : m_extra) extra->Release();
   m_exposer->Release();
   m_context->facades.erase(this);
+  // A copy the script made goes with its facade; one its destructor member
+  // already destroyed only gives its memory back.
+  if (m_free != nullptr) {
+    if (m_destroyed)
+      ::operator delete(m_instance);
+    else
+      m_free(m_instance);
+  }
+}
+
+bool CScriptObject::Gone(QString* why) const {
+  if (m_destroyed) {
+    *why = QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName());
+    return true;
+  }
+  if (m_object != nullptr && m_guard.isNull()) {
+    *why = QString("object destroyed: the %1 %2 was destroyed by the application")
+               .arg(ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"");
+    return true;
+  }
+  return false;
 }
 
 void CScriptObject::ComposeWholeClass() {
@@ -209,10 +237,11 @@ IDispatch* WrapObject(QObject* object, ScriptContext* context) {
   return nullptr;
 }
 
-IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object, bool made) {
+IDispatch* CScriptObject::Wrap(IDispatch* exposer, ScriptContext* context, QObject* object, bool made,
+                               void (*destroy)(void*)) {
   void* instance = exposer != nullptr ? InstanceOf(exposer) : nullptr;
   if (instance == nullptr) return nullptr;
-  return new CScriptObject(exposer, instance, context, object, made);
+  return new CScriptObject(exposer, instance, context, object, made, destroy);
 }
 
 QString CScriptObject::ClassName() const {
@@ -220,6 +249,8 @@ QString CScriptObject::ClassName() const {
 }
 
 bool CScriptObject::TextOf(QString* text) const {
+  QString gone;
+  if (Gone(&gone)) return false;
   const QString own = ClassName();
   if (own == "QString")
     *text = *static_cast<QString*>(m_instance);
@@ -247,7 +278,8 @@ IDispatch* CScriptObject::ExposerOf(IUnknown* object) {
 
 QObject* CScriptObject::ObjectOf(IUnknown* object) {
   CScriptObject* facade = FacadeOf(object);
-  return facade != nullptr ? facade->m_object : nullptr;
+  QString ignored;
+  return facade != nullptr && !facade->Gone(&ignored) ? facade->m_object : nullptr;
 }
 
 STDMETHODIMP CScriptObject::GetTypeInfoCount(UINT* count) { return m_exposer->GetTypeInfoCount(count); }
@@ -292,6 +324,12 @@ STDMETHODIMP CScriptObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT coun
   }
   if (count != 1 || names == nullptr || ids == nullptr || names[0] == nullptr)
     return m_exposer->GetIDsOfNames(iid, names, count, lcid, ids);
+  QString gone;
+  if (Gone(&gone)) {  // its call says so; nothing of it may be read now
+    m_plain.push_back(PlainName{QString::fromWCharArray(names[0]), nullptr, -1, {}});
+    ids[0] = kPlainBase + static_cast<DISPID>(m_plain.size() - 1);
+    return S_OK;
+  }
   ComposeWholeClass();
   // A prefixed name of any class of the chain, through the exposer that has it.
   IDispatch* answering = nullptr;
@@ -325,9 +363,7 @@ STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
                                    EXCEPINFO* exception, UINT* argumentError) {
   QString stop;
   if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
-  if (m_destroyed)
-    return Refuse(exception, RPC_E_DISCONNECTED,
-                  QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName()));
+  if (Gone(&stop)) return Refuse(exception, RPC_E_DISCONNECTED, stop);
   DISPPARAMS none{};
   if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size())
     return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);
@@ -460,7 +496,7 @@ HRESULT Deliver(const MemberInfo& member, DirectResult& out, ScriptContext* cont
         IDispatch* exposer = nullptr;
         const std::wstring type = QString::fromLatin1(item.type).toStdWString();
         if (SUCCEEDED(MakeExposer(context, type.c_str(), item.instance, &exposer)) && exposer != nullptr) {
-          wrapped = CScriptObject::Wrap(exposer, context, nullptr, item.destroy != nullptr);
+          wrapped = CScriptObject::Wrap(exposer, context, nullptr, item.destroy != nullptr, item.destroy);
           exposer->Release();
         } else if (item.destroy != nullptr) {
           item.destroy(item.instance);

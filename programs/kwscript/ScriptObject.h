@@ -19,6 +19,7 @@
 #include <vector>
 
 #include <QtCore/QObject>
+#include <QtCore/QPointer>
 #include <QtCore/QString>
 
 #include "kwscript/MemberTable.h"
@@ -76,12 +77,20 @@ class CScriptObject final : public CountedDispatch {
   // `made` says the object is the script's own (a value it made or a
   // member returned by value), which it may destroy; the application owns
   // every other.
-  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr, bool made = false);
+  // `destroy` frees a copy the script made when the facade goes (by default
+  // its class's own; a QObject is never freed).
+  static IDispatch* Wrap(IDispatch* exposer, ScriptContext* context, QObject* object = nullptr, bool made = false,
+                         void (*destroy)(void*) = nullptr);
   // The exposer behind a facade of this host, or null for anything else.
   static IDispatch* ExposerOf(IUnknown* object);
-  // The QObject behind a facade of this host, or null (anything else, or
-  // an object of a class without a meta-object).
+  // The QObject behind a facade of this host, or null (anything else, an
+  // object of a class without a meta-object, or one destroyed).
   static QObject* ObjectOf(IUnknown* object);
+
+  // Whether what the facade stands for is gone: destroyed by the
+  // application (a QObject) or by the script's destructor call (a value);
+  // `why` then says which object it was.
+  bool Gone(QString* why) const;
   // The facade `object` is (no reference added), or null for anything else.
   static CScriptObject* FacadeOf(IUnknown* object);
 
@@ -110,7 +119,8 @@ class CScriptObject final : public CountedDispatch {
    UINT* argumentError) override;
 
  private:
-  CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made);
+  CScriptObject(IDispatch* exposer, void* instance, ScriptContext* context, QObject* object, bool made,
+                void (*destroy)(void*));
   ~CScriptObject() override;
 
   // A member resolved to the exposer that answers it.
@@ -166,8 +176,13 @@ class CScriptObject final : public CountedDispatch {
   };
   std::map<std::wstring, DISPID, NoCaseLess> m_ids;
   QObject* m_object;
+  // Watches m_object: null once the application destroyed it. Its class and
+  // name, taken when the facade was made, say which object it was.
+  QPointer<QObject> m_guard;
+  QString m_objectName;
   bool m_made;
   bool m_destroyed = false;
+  void (*m_free)(void*);  // for a copy the script made: frees it with the facade
   std::vector<PlainName> m_plain;  // DISPID kPlainBase + index
 };
 

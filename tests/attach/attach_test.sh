@@ -197,6 +197,23 @@ TABLE
     done
     quick 4
     ;;
+  stale)
+    # Objects the application destroyed (an input dialog gone once
+    # answered, its buttons and spin box) and a value the script destroyed:
+    # every use is an error naming the object; the application lives on.
+    step 0 '^the application answers: true$' -- --launch "$(windows "$apps/standarddialogs.exe")" -- \
+      "$(script stale_objects.js)"
+    for use in "a member" "a property" "a prefixed member" "a base class member"; do
+      must "^stale, $use: object destroyed: the Q(InputDialog|SpinBox) \(unnamed\) was destroyed by the application$"
+    done
+    must '^stale, an event: app.click.*: object destroyed: the QPushButton \(unnamed\) was destroyed'
+    must '^stale, an argument: argument 1 of void QLabel::setBuddy\(QWidget \*\) is gone; object destroyed: the QSpinBox'
+    must '^destroyed value, a member: object destroyed: this QString was destroyed by its destructor member$'
+    must '^destroyed value, app.text: app.text\(object\): object destroyed: this QString'
+    must '^list.item\(-1\): list.item\(-1\): the list has [0-9]+ item\(s\), 0 to [0-9]+$'
+    must '^list.item\("abc"\): list.item\(i\) takes a whole number; "abc" is none$'
+    must '^list.nothing: a list has length \(or count\), item\(i\) and \[i\]; not "nothing"$'
+    ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac
 [[ $fail -eq 0 ]] && echo "scenario $scenario passed"
