@@ -359,6 +359,17 @@ def bases_rows(itf, records, helpers):
     return rows
 
 
+def enumerations_meta(itf, records):
+    """The meta-object that registers the class's enumerations: that of a
+    QObject class or of a Q_GADGET (QPalette, QFont), found by the compiler
+    (StaticMetaOf); "nullptr" for a class the table's file cannot name."""
+    own = itf.entry.type_name
+    rec = records.get(own)
+    if rec is None or "<" in own or rec.get("at", "").split(":")[0].endswith("_p.h"):
+        return "nullptr"
+    return "StaticMetaOf<%s>(0)" % own
+
+
 def destroy_function(itf, records, unreachable, abstract, helpers):
     """The function that frees a heap copy of the class (a value a member
     gave, which the script owns), or "nullptr" for a QObject, an abstract
@@ -384,7 +395,12 @@ def destroy_function(itf, records, unreachable, abstract, helpers):
 def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
            "#include <QtCore/QtCore>",
-           "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", ""]
+           "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", "",
+           "// The class's staticMetaObject where it has one (a QObject class or a Q_GADGET), else null.",
+           "template <class T>",
+           "const QMetaObject* StaticMetaOf(decltype(&T::staticMetaObject)) { return &T::staticMetaObject; }",
+           "template <class T>",
+           "const QMetaObject* StaticMetaOf(...) { return nullptr; }", ""]
     rows = []
     helpers = []
     body = []
@@ -406,12 +422,12 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
             member_rows(itf, makers_array, makers, helpers, body)
         rows.append((itf.name, array, len(members), meta_object(itf), bases_array,
                      len(bases), itf.entry.type_name, makers_array, len(makers),
-                     destroy_function(itf, records, unreachable, abstract, helpers)))
+                     destroy_function(itf, records, unreachable, abstract, helpers), enumerations_meta(itf, records)))
     out += helpers + [""] + body
     out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
-    out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d, %s}," % (c_string(name), array, count, meta, bases, nbases,
-                                                     c_string(type_name), makers, nmakers, destroy)
-            for name, array, count, meta, bases, nbases, type_name, makers, nmakers, destroy in rows]
+    out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d, %s, %s}," % (
+        c_string(name), array, count, meta, bases, nbases, c_string(type_name), makers, nmakers, destroy, enums)
+        for name, array, count, meta, bases, nbases, type_name, makers, nmakers, destroy, enums in rows]
     out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
     return out
 

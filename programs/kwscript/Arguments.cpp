@@ -18,14 +18,14 @@ struct QtNamespace : QObject {
 };
 
 // The meta-object of an enumeration's scope: "Qt", or a class of the
-// member table with a meta-object.
+// member table with a meta-object (a QObject class or a Q_GADGET).
 const QMetaObject* ScopeMeta(const QString& scope) {
   if (scope == "Qt") return QtNamespace::Meta();
   QString flat = scope;
   for (QChar& c : flat)
     if (!c.isLetterOrNumber()) c = '_';
   const InterfaceInfo* info = FindInterface(("Iwrp_" + flat).toStdWString().c_str());
-  return info != nullptr ? info->meta : nullptr;
+  return info != nullptr ? info->enumerations : nullptr;
 }
 
 const VARIANT* Dereferenced(const VARIANT* value) {
@@ -57,16 +57,48 @@ QString ClassOf(const VARIANT* value) {
 
 }  // namespace
 
-bool EnumeratorValue(const char* type, const QString& names, int* value) {
+namespace {
+
+// The scope's meta-object and the enumeration's own name of `type`
+// ("Qt::AlignmentFlag", "enum QPalette::ColorRole", "QFlags<enum Qt::AlignmentFlag>").
+const QMetaObject* EnumerationScope(const char* type, QByteArray* own) {
   QString full = QString::fromLatin1(type);
   if (full.startsWith("QFlags<") && full.endsWith(">")) full = full.mid(7, full.size() - 8);  // its enumeration's
   if (full.startsWith("enum ")) full = full.mid(5);
   const int split = full.lastIndexOf("::");
-  if (split < 0) return false;
-  const QMetaObject* meta = ScopeMeta(full.left(split));
+  if (split < 0) return nullptr;
+  *own = full.mid(split + 2).toLatin1();
+  return ScopeMeta(full.left(split));
+}
+
+// The enumeration `type` as its scope's meta-object registers it: under
+// its own name, or a QFlags under the name of its flags type
+// ("Alignment" for AlignmentFlag, "MatchFlags" for MatchFlag). False when
+// it is not registered.
+bool RegisteredEnumeration(const char* type, QMetaEnum* found) {
+  QByteArray own;
+  const QMetaObject* meta = EnumerationScope(type, &own);
+  if (meta == nullptr) return false;
+  QList<QByteArray> names;
+  names << own << own + "s";
+  if (own.endsWith("Flag")) names << own.left(own.size() - 4) << own + "s";
+  foreach (const QByteArray& name, names) {
+    const int index = meta->indexOfEnumerator(name.constData());
+    if (index >= 0) {
+      *found = meta->enumerator(index);
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+bool EnumeratorValue(const char* type, const QString& names, int* value) {
+  QByteArray own;
+  const QMetaObject* meta = EnumerationScope(type, &own);
   if (meta == nullptr) return false;
   const QByteArray keys = names.simplified().remove(' ').toLatin1();
-  const QByteArray own = full.mid(split + 2).toLatin1();
   // The enumeration itself first; Qt registers some only as their QFlags
   // ("Alignment" for AlignmentFlag), so then any of the scope's that
   // knows every name.
@@ -86,6 +118,50 @@ bool EnumeratorValue(const char* type, const QString& names, int* value) {
     }
   }
   return false;
+}
+
+QString OutOfRange(const ParameterInfo& parameter, char kind, double number) {
+  struct Range {
+    const char* type;
+    double low, high;
+  };
+  static const Range kRanges[] = {
+      {"int", -2147483648.0, 2147483647.0},       {"long", -2147483648.0, 2147483647.0},
+      {"unsigned int", 0, 4294967295.0},          {"unsigned long", 0, 4294967295.0},
+      {"uint", 0, 4294967295.0},                  {"short", -32768, 32767},
+      {"unsigned short", 0, 65535},               {"ushort", 0, 65535},
+      {"char", -128, 255},                        {"signed char", -128, 127},
+      {"unsigned char", 0, 255},                  {"uchar", 0, 255},
+      {"__int64", -9223372036854775808.0, 9223372036854775807.0},
+      {"long long", -9223372036854775808.0, 9223372036854775807.0},
+      {"unsigned __int64", 0, 18446744073709551615.0},
+      {"float", -3.4028234663852886e38, 3.4028234663852886e38},
+      {"double", -1.7976931348623157e308, 1.7976931348623157e308},
+      {"qreal", -1.7976931348623157e308, 1.7976931348623157e308},
+  };
+  const QString given = QString::number(number, 'g', 17);
+  if (kind == 'e' || kind == 'f') {
+    if (number != std::floor(number) || number < -2147483648.0 || number > 4294967295.0)
+      return QString("takes a %1; %2 is no value of it").arg(parameter.type, given);
+    QMetaEnum enumeration;
+    if (!RegisteredEnumeration(parameter.type, &enumeration)) return QString();
+    const int value = static_cast<int>(static_cast<long long>(number));
+    const bool known = enumeration.isFlag() || kind == 'f'
+                           ? enumeration.keysToValue(enumeration.valueToKeys(value).constData()) == value
+                           : enumeration.valueToKey(value) != nullptr;
+    return known ? QString() : QString("takes a %1; %2 is none of its values").arg(parameter.type, given);
+  }
+  if (std::isnan(number)) return QString("takes a %1; given NaN").arg(parameter.type);
+  for (const Range& range : kRanges)
+    if (std::strcmp(range.type, parameter.type) == 0)
+      return number < range.low || number > range.high
+                 ? QString("takes a %1, from %2 to %3; %4 is out of its range")
+                       .arg(parameter.type)
+                       .arg(range.low, 0, 'g', 20)
+                       .arg(range.high, 0, 'g', 20)
+                       .arg(given)
+                 : QString();
+  return QString();
 }
 
 std::size_t RequiredArguments(const MemberInfo& member) {
@@ -154,6 +230,13 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
         *why = QString("a %1 is given as a number, enumerator names (\"A|B\") or a QFlags object").arg(type);
         return DISP_E_TYPEMISMATCH;
       }
+      if (parameter != nullptr) {
+        const QString wrong = OutOfRange(*parameter, 'f', V_I4(&number));
+        if (!wrong.isEmpty()) {
+          *why = wrong;
+          return DISP_E_OVERFLOW;
+        }
+      }
       return MakeFlags(arg, V_I4(&number), type, context);
     }
     case 'e':
@@ -167,8 +250,9 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
         VariantInit(arg);
         V_VT(arg) = VT_I4;
         V_I4(arg) = value;
+        return S_OK;
       }
-      return S_OK;
+      return CheckNumber(arg, kind, parameter, why);
     case 't':
       if (V_VT(arg) == VT_BSTR) {
         const BSTR text = V_BSTR(arg);
@@ -178,9 +262,25 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
         V_UI1REF(arg) = reinterpret_cast<unsigned char*>(&m_bytes.back()[0]);
       }
       return S_OK;
+    case 'n':
+      return CheckNumber(arg, kind, parameter, why);
     default:
-      return S_OK;  // numbers and booleans: the platform's dispatch converts them
+      return S_OK;  // booleans: the platform's dispatch converts them
   }
+}
+
+// A number must fit the parameter's C++ type (an enumeration: be one of
+// its values, where its scope's meta-object registers it); the platform's
+// dispatch converts it then.
+HRESULT ConvertedArguments::CheckNumber(const VARIANT* arg, char kind, const ParameterInfo* parameter, QString* why) {
+  if (parameter == nullptr) return S_OK;
+  VARIANT number;
+  VariantInit(&number);
+  if (FAILED(VariantChangeType(&number, const_cast<VARIANT*>(arg), 0, VT_R8))) return S_OK;  // the platform says why
+  const QString wrong = OutOfRange(*parameter, kind, V_R8(&number));
+  if (wrong.isEmpty()) return S_OK;
+  *why = wrong;
+  return DISP_E_OVERFLOW;
 }
 
 HRESULT ConvertedArguments::Fallback(VARIANT* arg, char kind, const ParameterInfo& parameter, ScriptContext* context) {

@@ -30,6 +30,11 @@ struct ScriptContext;
 // meta-object or the names are not its enumerators.
 bool EnumeratorValue(const char* type, const QString& names, int* value);
 
+// Why `number` is no value of the parameter's type (out of the range of
+// its C++ type; for an enumeration or QFlags kind 'e'/'f', none of its
+// values where its scope's meta-object registers it), or empty.
+QString OutOfRange(const ParameterInfo& parameter, char kind, double number);
+
 // The number of leading arguments of `member` that have no default.
 std::size_t RequiredArguments(const MemberInfo& member);
 
@@ -58,6 +63,7 @@ class ConvertedArguments {
   HRESULT MakeFlags(VARIANT* arg, int value, const char* type, ScriptContext* context);
   HRESULT MakeNull(VARIANT* arg, const char* type, ScriptContext* context);
   HRESULT TakeObject(VARIANT* arg, const ParameterInfo* parameter, QString* why);
+  static HRESULT CheckNumber(const VARIANT* arg, char kind, const ParameterInfo* parameter, QString* why);
   void Keep(VARIANT* arg, IDispatch* made);
 
   std::vector<VARIANT> m_args;

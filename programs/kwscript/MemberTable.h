@@ -66,6 +66,9 @@ struct InterfaceInfo {
   // Frees a heap copy of the class (deletes it); null for a QObject class
   // and for one whose copies cannot be freed from here.
   void (*destroy)(void* value);
+  // The meta-object that registers the class's enumerations (a QObject
+  // class's or a Q_GADGET's, such as QPalette's), or null.
+  const QMetaObject* enumerations;
 };
 
 // Every wrapped interface, sorted by name.

@@ -412,6 +412,22 @@ HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* pa
   return CallMember(m_routes[known->second], DISPATCH_METHOD, params, true, result, exception, argumentError);
 }
 
+bool CScriptObject::MakesCycle(const MemberInfo& member, const DISPPARAMS& params, QString* why) const {
+  // Qt's setParent loops forever once an object is its own ancestor.
+  if (m_object == nullptr || params.cArgs == 0 || std::strstr(member.name, "_setParent") == nullptr) return false;
+  const VARIANT* first = &params.rgvarg[params.cArgs - 1];
+  if (V_VT(first) == (VT_BYREF | VT_VARIANT)) first = V_VARIANTREF(first);
+  QObject* parent = V_VT(first) == VT_DISPATCH ? ObjectOf(V_DISPATCH(first)) : nullptr;
+  for (QObject* up = parent; up != nullptr; up = up->parent())
+    if (up == m_object) {
+      *why = QString("%1 refused: the %2 %3 would become a child of %4 (Qt would loop forever)")
+                 .arg(member.name, ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"",
+                      parent == m_object ? QString("itself") : QString("its own descendant"));
+      return true;
+    }
+  return false;
+}
+
 HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
                                   EXCEPINFO* exception, UINT* argumentError) {
   const MemberInfo& member = *route.member;
@@ -421,9 +437,10 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
                   QString("%1 refused: the application owns this %2; a script destroys only the objects it "
                           "made (app.str, values members return)")
                       .arg(member.name, ClassName()));
+  QString why;
+  if (MakesCycle(member, *params, &why)) return Refuse(exception, E_INVALIDARG, why);
   ConvertedArguments arguments;
   UINT refused = 0;
-  QString why;
   HRESULT hr = arguments.Convert(*params, member, m_context, &refused, &why);
   if (FAILED(hr)) {
     if (argumentError != nullptr) *argumentError = refused;

@@ -144,6 +144,9 @@ class CScriptObject final : public CountedDispatch {
   int RouteTo(const MemberInfo* member, IDispatch* exposer, const wchar_t* name);
   HRESULT CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
                      EXCEPINFO* exception, UINT* argumentError);
+  // Whether `member` is a setParent that would make the object its own
+  // ancestor; `why` then says so.
+  bool MakesCycle(const MemberInfo& member, const DISPPARAMS& params, QString* why) const;
   // Calls a member the library drops, through its generated function.
   HRESULT CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result, EXCEPINFO* exception);
   HRESULT InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,

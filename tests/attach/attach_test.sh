@@ -87,7 +87,7 @@ case $scenario in
     step 1 'endless\.js:2:.*E_ABORT.*the script did not finish within 3 s' -- \
       --timeout 3 --launch "$calculator" -- "$(script endless.js)"
     step 2 'the script did not finish within 2 s and does not stop' '!not reached' -- \
-      --timeout 2 --launch "$calculator" -- "$(script hang.js)"
+      --timeout 2 --launch "$(windows "$apps/standarddialogs.exe")" -- "$(script hang.js)"
     # A script error and a selector mistake: reported with their place, and
     # the application answers the next attach.
     step 1 'bad_selector\.js:2:1: .*character 13: expected a value in double quotes' -- \
@@ -213,6 +213,17 @@ TABLE
     must '^list.item\(-1\): list.item\(-1\): the list has [0-9]+ item\(s\), 0 to [0-9]+$'
     must '^list.item\("abc"\): list.item\(i\) takes a whole number; "abc" is none$'
     must '^list.nothing: a list has length \(or count\), item\(i\) and \[i\]; not "nothing"$'
+    # Arguments Qt must never receive, each refused with what was wrong.
+    step 0 '^the application answers: true$' '!\(no error\)' -- --launch "$(windows "$apps/lineedits.exe")" -- \
+      "$(script bad_arguments.js)"
+    must '^refused, an attribute out of its enumeration: .* takes a Qt::WidgetAttribute; 2147483647 is none of its values$'
+    must '^refused, a colour role out of its enumeration: .* takes a QPalette::ColorRole; 2147483647 is none of its values$'
+    must '^refused, a number out of int: .*resize\(int w, int h\) takes a int, from -2147483648 to 2147483647; 1[0-9.]*e\+300 is out of its range$'
+    must '^refused, flags out of their values: .* 2147418112 is none of its values$'
+    must '^refused, a window made its child.s child: QWidget_setParent refused: .* child of its own descendant'
+    must '^refused, a widget made its own child: QWidget_setParent refused: the QLineEdit \(unnamed\) would become a child of itself'
+    must '^refused, an object of another class: argument 1 of void QWidget::setFont\(QFont const &\) takes a QFont; given a QRect$'
+    must '^refused, a name of no enumerator: setAlignment takes no 1 argument'
     ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac
