@@ -142,20 +142,38 @@ bool Matches(QObject* object, const Step& step) {
   return true;
 }
 
+// Appends the descendants of `object` in document order (depth first),
+// without recursion: a chain of nested menus may be thousands deep.
 void AddDescendants(QObject* object, QList<QObject*>* out) {
-  foreach (QObject* child, object->children()) {
+  QList<QPair<QObject*, int>> path;  // each object and the index of its next child
+  path.append(qMakePair(object, 0));
+  while (!path.isEmpty()) {
+    QPair<QObject*, int>& top = path.last();
+    const QObjectList& children = top.first->children();
+    if (top.second >= children.size()) {
+      path.removeLast();
+      continue;
+    }
+    QObject* child = children[top.second++];
     out->append(child);
-    AddDescendants(child, out);
+    path.append(qMakePair(child, 0));
   }
 }
 
 // The objects a step looks at below `context` (null: the application).
+// From the application, a descendant step starts at the windows that have
+// no parent: every other window (a popup menu of a menu bar) is reached as
+// one of their descendants, once.
 QList<QObject*> Candidates(QObject* context, bool childOnly) {
   QList<QObject*> out;
   if (context == nullptr) {
     foreach (QWidget* top, QApplication::topLevelWidgets()) {
-      out.append(top);
-      if (!childOnly) AddDescendants(top, &out);
+      if (childOnly) {
+        out.append(top);
+      } else if (top->parent() == nullptr) {
+        out.append(top);
+        AddDescendants(top, &out);
+      }
     }
   } else if (childOnly) {
     out = context->children();
@@ -245,6 +263,9 @@ QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
     QList<QObject*> matches;
     QSet<QObject*> seen;
     foreach (QObject* context, contexts) {
+      // A context below an earlier one had its descendants looked at with
+      // that one's: each object is visited once.
+      if (!step.childOnly && context != nullptr && seen.contains(context)) continue;
       foreach (QObject* candidate, Candidates(context, step.childOnly)) {
         if (seen.contains(candidate)) continue;
         seen.insert(candidate);
