@@ -210,6 +210,34 @@ TEST_F(FacadeTest, DroppedMembersAreCalledDirectlyAndListsComeBackAsLists) {
   facade->Release();
 }
 
+// The number of QStrings sharing `text`'s data.
+int Sharers(QString text) { return int(text.data_ptr()->ref) - 1; }  // less the copy taken here
+
+// What the facade makes for a call and what a call gives back as a copy
+// the script owns go when they are done with: the QString made from a
+// script string when the call returns, a returned copy with its facade. A
+// copy left behind would keep sharing the widget's text.
+TEST_F(FacadeTest, CopiesGoWhenTheScriptIsDoneWithThem) {
+  QLineEdit edit;
+  IDispatch* facade = Facade("QLineEdit", &edit);
+  ASSERT_NE(nullptr, facade);
+  Answer set;
+  Call(facade, L"setText", {Text(L"shared text")}, &set);
+  ASSERT_EQ(S_OK, set.hr);
+  EXPECT_EQ(1, Sharers(edit.text())) << "the QString made for the argument is still alive";
+  {
+    Answer copy;
+    Call(facade, L"QLineEdit_text", {}, &copy);  // a QString object over a copy
+    ASSERT_EQ(VT_DISPATCH, V_VT(&copy.value));
+    EXPECT_EQ(2, Sharers(edit.text()));
+  }
+  EXPECT_EQ(1, Sharers(edit.text())) << "the returned copy outlived its facade";
+  Answer plain;
+  Call(facade, L"text", {}, &plain);  // a plain name gives the text itself
+  EXPECT_EQ(1, Sharers(edit.text())) << "the copy behind a plain-name string result is still alive";
+  facade->Release();
+}
+
 // app.value: a value made by the constructor that fits the arguments, which
 // the script owns; a name that is no value class is refused.
 TEST_F(FacadeTest, ValuesAreMadeByTheConstructorThatFits) {
