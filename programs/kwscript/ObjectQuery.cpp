@@ -28,7 +28,7 @@ class SelectorParser {
 
   bool Parse(QList<Step>* steps) {
     SkipBlanks();
-    if (AtEnd()) return Fail("an empty selector");
+    if (AtEnd()) return Fail("a step (a class, #name, [property=\"text\"] or :visible); the selector is empty");
     while (!AtEnd()) {
       Step step;
       if (!steps->isEmpty()) {
