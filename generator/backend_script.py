@@ -1,6 +1,6 @@
 """Back-end: declarations + catalogue -> the member table of script hosts.
 
-Usage: generate.py script --declarations FILE --catalogue DIR --out FILE.cpp
+Usage: generate.py script --declarations FILE --catalogue DIR --out FILE.cpp [--table-name More]
 
 The type library tells a script host a member's Automation types, but not
 the C++ types behind them: a `long` may be a bool or an enumeration, an
@@ -22,6 +22,8 @@ qt_metacast in a public header) also points at its staticMetaObject, where
 a host finds the class's Qt properties without an instance.
 
 The interfaces are sorted by name, so a host finds one by binary search.
+The table is kInterfaces/kInterfaceCount; --table-name More names a second
+one kMoreInterfaces/kMoreInterfaceCount (kwscript's second wrappers set).
 """
 
 from output import write_source
@@ -50,7 +52,7 @@ def meta_object(itf):
     return "nullptr"
 
 
-def table_file(interfaces):
+def table_file(interfaces, table_name=""):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', "", "#include <QtCore/QtCore>",
            "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", ""]
     rows = []
@@ -67,17 +69,23 @@ def table_file(interfaces):
                 c_string(m.declaration(itf.entry.type_name)), c_string(m.decl.get("at", ""))))
         out.append("};")
         rows.append((itf.name, array, len(itf.kept), meta_object(itf)))
-    out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
+    out += ["", "}  // namespace", ""]
+    if table_name:  # MemberTable.h declares the first table only; this one is external too
+        out += ["extern const InterfaceInfo k%sInterfaces[];" % table_name,
+                "extern const std::size_t k%sInterfaceCount;" % table_name]
+    out += ["const InterfaceInfo k%sInterfaces[] = {" % table_name]
     out += ["    {%s, %s, %d, %s}," % (c_string(name), array, count, meta) for name, array, count, meta in rows]
-    out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
+    out += ["};", "const std::size_t k%sInterfaceCount = %d;" % (table_name, len(rows)), "",
+            "}  // namespace kwscript"]
     return out
 
 
 def add_arguments(ap):
     ap.add_argument("--out", required=True)
+    ap.add_argument("--table-name", default="", help="k<NAME>Interfaces, k<NAME>InterfaceCount")
 
 
 def write(library, args):
     interfaces = [i for i in library.interfaces if i.entry.wrapped]
-    write_source(args.out, "\n".join(table_file(interfaces)) + "\n")
+    write_source(args.out, "\n".join(table_file(interfaces, args.table_name)) + "\n")
     return 0
