@@ -2,6 +2,7 @@
 
 #include "host/HostSupport.h"
 #include "host/ManagerHost.h"
+#include "kwscript/MoreWrappers.h"
 #include "kwscript/Output.h"
 
 #include <QtCore/QByteArray>
@@ -191,7 +192,7 @@ IDispatch* CAppObject::Wrap(QObject* object) {
        meta = meta->superClass()) {
     IDispatch* exposer = nullptr;
     const std::wstring type = QString(meta->className()).toStdWString();
-    if (m_context->manager->CreateWrapper(type.c_str(), object, &exposer) == S_OK) {
+    if (CreateExposer(m_context->manager, type.c_str(), object, &exposer) == S_OK) {
       IDispatch* wrapped = CScriptObject::Wrap(exposer, m_context, object);
       exposer->Release();
       return wrapped;

@@ -5,6 +5,11 @@
 
 namespace kwscript {
 
+// The second wrappers set's table (kwQtMoreWrappers.dll: the Qt classes the
+// library leaves out), written by the same back-end into kwscriptMoreMembers.cpp.
+extern const InterfaceInfo kMoreInterfaces[];
+extern const std::size_t kMoreInterfaceCount;
+
 namespace {
 
 // Compares a wide name with a narrow (ASCII) one: <0, 0, >0.
@@ -22,14 +27,23 @@ bool SameIgnoringCase(const wchar_t* wide, const char* narrow) {
   }
 }
 
-}  // namespace
-
-const InterfaceInfo* FindInterface(const wchar_t* name) {
-  const InterfaceInfo* end = kInterfaces + kInterfaceCount;
+// The interface of that name in one sorted table, or null.
+const InterfaceInfo* FindIn(const InterfaceInfo* table, std::size_t count, const wchar_t* name) {
+  const InterfaceInfo* end = table + count;
   const InterfaceInfo* found =
-      std::lower_bound(kInterfaces, end, name,
+      std::lower_bound(table, end, name,
                        [](const InterfaceInfo& info, const wchar_t* key) { return CompareName(key, info.name) > 0; });
   return found != end && CompareName(name, found->name) == 0 ? found : nullptr;
+}
+
+}  // namespace
+
+// The library's table first: an interface both sets have (a class the
+// library only declares, such as QGraphicsView) has members in the second
+// set's table only, since the library's lists wrapped interfaces alone.
+const InterfaceInfo* FindInterface(const wchar_t* name) {
+  if (const InterfaceInfo* found = FindIn(kInterfaces, kInterfaceCount, name)) return found;
+  return FindIn(kMoreInterfaces, kMoreInterfaceCount, name);
 }
 
 const MemberInfo* FindMember(const InterfaceInfo& table, const wchar_t* name) {
