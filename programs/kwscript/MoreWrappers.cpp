@@ -55,6 +55,18 @@ class MoreWrappers::Sink final : public kwhost::HostObject<IQtDispatchSink> {
   IWrappersManager* m_more;
 };
 
+// The host's face of both managers in one.
+class MoreWrappers::Either final : public kwhost::HostObject<IWrappersManager> {
+ public:
+  explicit Either(IWrappersManager* library) : HostObject(IID_IWrappersManager), m_library(library) {}
+  STDMETHOD(CreateWrapper)(const wchar_t* typeName, void* instance, IDispatch** result) override {
+    return FromEither(m_library, g_more, typeName, instance, result);
+  }
+
+ private:
+  IWrappersManager* m_library;
+};
+
 namespace {
 
 // Installs `sink` (null: none) on the manager behind `manager`.
@@ -69,7 +81,8 @@ void SetSink(IWrappersManager* manager, IUnknown* sink) {
 
 }  // namespace
 
-MoreWrappers::MoreWrappers(kwhost::ManagerHost& library) : m_library(library) {
+MoreWrappers::MoreWrappers(kwhost::ManagerHost& library)
+    : m_library(library), m_either(new Either(library.manager())) {
   if (!library.ready()) return;
   m_more.reset(new kwhost::ManagerHost((FolderOf(library.manager()) + L"kwQtMoreWrappers.dll").c_str()));
   if (!m_more->ready()) {
@@ -83,6 +96,8 @@ MoreWrappers::MoreWrappers(kwhost::ManagerHost& library) : m_library(library) {
 }
 
 MoreWrappers::~MoreWrappers() { Unload(); }
+
+IWrappersManager* MoreWrappers::either() const { return m_either.get(); }
 
 void MoreWrappers::Unload() {
   if (m_more == nullptr) return;

@@ -31,17 +31,23 @@ class MoreWrappers {
 
   bool ready() const { return m_more != nullptr && m_more->ready(); }
   IWrappersManager* manager() const { return ready() ? m_more->manager() : nullptr; }
+  // A manager of kwscript's own that answers as CreateExposer does (the
+  // library's manager alone once the second set is unloaded); it lives as
+  // long as this object.
+  IWrappersManager* either() const;
 
   // Takes the sink off both managers, releases the second manager and
   // unloads its DLL. Call it before the library is unloaded.
   void Unload();
 
   class Sink;
+  class Either;
 
  private:
   kwhost::ManagerHost& m_library;
   std::unique_ptr<kwhost::ManagerHost> m_more;
   std::unique_ptr<Sink> m_sink;
+  std::unique_ptr<Either> m_either;
 };
 
 // The exposer of `instance` under `typeName` from the library's manager

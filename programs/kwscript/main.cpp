@@ -184,7 +184,8 @@ int main(int argc, char** argv) {
       return 2;
     }
     const bool json = args.value(2) == "--json";
-    return kwscript::ListMembers(host.manager(), args.value(1), json);
+    kwscript::MoreWrappers more(host);  // the classes of both sets
+    return kwscript::ListMembers(more.either(), args.value(1), json);
   }
   kwscript::ReportUnhandledExceptions(&kwscript::PrintLine, &kwscript::ScriptRunner::GiveCrashToScript);
   return RunOnDemoForm(application, args.first(), timeout);
