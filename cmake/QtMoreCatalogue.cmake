@@ -11,6 +11,8 @@
 set(kw_more_typelib ${PROJECT_SOURCE_DIR}/typelib/qt48more)
 set(kw_more_catalogue ${kw_more_typelib}/catalogue)
 set(kw_more_declarations ${kw_more_typelib}/declarations.jsonl)
+# The type library's LIBID, also the namespace of its interfaces' IIDs.
+file(STRINGS ${kw_more_catalogue}/interface_namespace.txt kw_more_libid REGEX "^[0-9A-F-]+$")
 set(KW_QT_MORE_WRAPPER_PARTS 6 CACHE STRING "Translation units the second set's wrapper classes are spread over")
 
 if(NOT TARGET kwQt4)
@@ -22,7 +24,7 @@ kw_add_wrappers_dll(kwQtMoreWrappers
   KNOWN_TYPE_NAMES ${kw_more_catalogue}/known_type_names.txt
   DECLARATIONS ${kw_more_declarations}
   CATALOGUE ${kw_more_catalogue}
-  TYPE_LIBRARY QtMoreWrap LIBID 97BF05E2-02E3-4DAA-9F52-932409AAC817
+  TYPE_LIBRARY QtMoreWrap LIBID ${kw_more_libid}
   HELPSTRING "Wrappers of the Qt classes kwQtWrappers leaves out, for kwscript"
   WRAPPER_CLASSES PARTS ${KW_QT_MORE_WRAPPER_PARTS})
 target_include_directories(kwQtMoreWrappers SYSTEM PRIVATE ${kw_qt_sdk_includes})

@@ -20,8 +20,12 @@ Entry = namedtuple("Entry", "place half group members wrapped type_name flat")
 
 
 class Catalogue:
-    def __init__(self, entries, compositions, known_names, targets, also_nameable=()):
+    def __init__(self, entries, compositions, known_names, targets, also_nameable=(), iid_namespace=None):
         self.entries = entries
+        # The namespace of the interfaces' name-based IIDs when it is not
+        # the library's (interface_namespace.txt): a second DLL's interface
+        # of a class the library also declares must not share its IID.
+        self.iid_namespace = iid_namespace
         # Classes another wrappers DLL wraps (also_nameable.txt): a result
         # of one goes to this DLL's manager under its name, and the host's
         # dispatch sink hands it to the DLL that knows it.
@@ -85,4 +89,6 @@ def load(folder):
             targets[key.strip()] = int(value.strip(), 0)
     path = os.path.join(folder, "also_nameable.txt")
     also = read_list(path) if os.path.exists(path) else []
-    return Catalogue(entries, compositions, known, targets, also)
+    path = os.path.join(folder, "interface_namespace.txt")
+    namespace = read_list(path)[0] if os.path.exists(path) else None
+    return Catalogue(entries, compositions, known, targets, also, namespace)

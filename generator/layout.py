@@ -8,6 +8,7 @@ type library and the wrapper classes agree on names, numbers and order.
 
 import json
 import os
+import uuid
 from collections import namedtuple
 
 import automation
@@ -234,11 +235,16 @@ def build(catalogue, classes, unexported=None):
                             if rec.get("nested_access"))
     abstract = frozenset(rec["type"] for rec in classes.values() if rec.get("abstract"))
     uncopyable = frozenset(rec["type"] for rec in classes.values() if rec.get("copyable") is False)
+    if catalogue.iid_namespace:
+        namespace = uuid.UUID(catalogue.iid_namespace)
+        interface_iid = lambda name: identifiers.interface_iid(name, namespace, fixed={})
+    else:
+        interface_iid = identifiers.interface_iid
     for half in catalogue.halves():
         counter = identifiers.DISPID_BASE
         for entry in half:
             rec = classes.get(entry.place)
-            iid = identifiers.interface_iid(naming.interface_name(entry.flat))
+            iid = interface_iid(naming.interface_name(entry.flat))
             if rec is None or not rec.get("found"):
                 reason = rec.get("reason") if rec else "no declarations"
                 out.append(Interface(entry, iid, [], False, reason))

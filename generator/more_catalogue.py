@@ -27,6 +27,8 @@ It writes, into the output folder (typelib/qt48more/ by default):
   catalogue/also_nameable.txt      the library's known names: classes a
                                    member may take or give, wrapped by the
                                    library's manager
+  catalogue/interface_namespace.txt  the set's LIBID, the namespace of its
+                                   interfaces' IIDs (CMake reads it too)
   headers.txt                      the headers the front-end reads
 
 Only the first base is followed: a composed wrapper is bound to the
@@ -50,6 +52,10 @@ DEFAULT_SDK = os.path.join(os.path.dirname(REPO), "shared", "qt48-sdk")
 MODULE_HEADERS = ("QtCore/QtCore", "QtGui/QtGui")
 # A client of the shared Qt, as cmake/QtCatalogue.cmake builds the wrappers.
 DEFINES = ("-D_WIN64", "-DUNICODE", "-DQT_DLL", "-DQT_CORE_LIB", "-DQT_GUI_LIB")
+# The LIBID of the set's type library (QtMoreWrap), also the namespace of its
+# interfaces' IIDs: 38 of its classes are declared-only interfaces of the
+# library, under the same names, and must not have the library's IIDs.
+LIBID = "97BF05E2-02E3-4DAA-9F52-932409AAC817"
 
 _LINE_MARKER = re.compile(r'^# (\d+) "([^"]*)"')
 _EXPORTED = re.compile(r"^class __attribute__\(\(dllimport\)\) (Q\w+)\s*(:[^{;]*)?\{")
@@ -203,6 +209,8 @@ def write_catalogue(out, kept, classes, library_known):
     with open(os.path.join(cat, "also_nameable.txt"), "w", encoding="utf-8") as f:
         f.write(note + "# The library's known type names (typelib/catalogue/known_type_names.txt).\n")
         f.writelines(n + "\n" for n in library_known)
+    with open(os.path.join(cat, "interface_namespace.txt"), "w", encoding="utf-8") as f:
+        f.write(note + "# The LIBID of QtMoreWrap, the namespace of its interfaces' IIDs.\n" + LIBID + "\n")
     headers = sorted({h for _g, _c, h, _b in kept})
     with open(os.path.join(out, "headers.txt"), "w", encoding="utf-8") as f:
         f.write(note)

@@ -15,6 +15,7 @@
 #include <QtGui/QStandardItemModel>
 #include <QtGui/QWidget>
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -26,6 +27,12 @@
 namespace {
 
 using namespace kwtest;
+
+std::wstring GuidText(const GUID& guid) {
+  wchar_t text[40] = L"";
+  StringFromGUID2(guid, text, 40);
+  return text;
+}
 
 std::wstring NameOf(ITypeInfo* info, MEMBERID id) {
   BSTR name = nullptr;
@@ -85,6 +92,41 @@ TEST(MoreMemberTable, EveryInterfaceOfTheSecondSetResolvesWithItsMembers) {
   ASSERT_NE(nullptr, view);
   EXPECT_NE(nullptr, kwscript::FindMember(*view, L"QGraphicsView_scene"));
   EXPECT_EQ(nullptr, kwscript::FindInterface(L"Iwrp_QNoSuchClass"));
+}
+
+// Each interface's IID, by name, in a DLL's embedded type library.
+std::map<std::wstring, GUID> InterfaceIids(const wchar_t* dll) {
+  std::map<std::wstring, GUID> out;
+  ITypeLib* library = nullptr;
+  if (FAILED(LoadTypeLibEx((ProgramFolder() + dll).c_str(), REGKIND_NONE, &library))) return out;
+  for (UINT i = 0; i < library->GetTypeInfoCount(); ++i) {
+    ITypeInfo* info = nullptr;
+    TYPEATTR* attr = nullptr;
+    if (SUCCEEDED(library->GetTypeInfo(i, &info)) && SUCCEEDED(info->GetTypeAttr(&attr))) {
+      out[NameOf(info, MEMBERID_NIL)] = attr->guid;
+      info->ReleaseTypeAttr(attr);
+    }
+    if (info != nullptr) info->Release();
+  }
+  library->Release();
+  return out;
+}
+
+// The classes the library only declares have interfaces of the same name in
+// both type libraries, with other members; their IIDs must differ, or a
+// QueryInterface could hand out one layout for the other.
+TEST(MoreTypeLibrary, NoInterfaceSharesAnIidWithTheLibrarys) {
+  const std::map<std::wstring, GUID> library = InterfaceIids(L"kwQtWrappers.dll");
+  const std::map<std::wstring, GUID> more = InterfaceIids(L"kwQtMoreWrappers.dll");
+  ASSERT_EQ(220u, more.size());
+  std::set<std::wstring> libraryIids;
+  for (const auto& entry : library) libraryIids.insert(GuidText(entry.second));
+  int sameName = 0;
+  for (const auto& entry : more) {
+    sameName += library.count(entry.first) != 0;
+    EXPECT_EQ(0u, libraryIids.count(GuidText(entry.second))) << Narrow(entry.first);
+  }
+  EXPECT_EQ(38, sameName) << "the library's declared-only classes in the second set";
 }
 
 QApplication& Application() {
