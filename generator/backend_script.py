@@ -1,7 +1,7 @@
 """Back-end: declarations + catalogue -> the member table of script hosts.
 
 Usage: generate.py script --declarations FILE --catalogue DIR --out FILE.cpp
-                          [--constructors FILE]
+                          [--constructors FILE] [--table-name More]
 
 The type library tells a script host a member's Automation types, but not
 the C++ types behind them: a `long` may be a bool or an enumeration, an
@@ -41,6 +41,8 @@ root, with a function that turns a pointer to the class into one to the
 base: a host composes what the library's composition list leaves out.
 
 The interfaces are sorted by name, so a host finds one by binary search.
+The table is kInterfaces/kInterfaceCount; --table-name More names a second
+one kMoreInterfaces/kMoreInterfaceCount (kwscript's second wrappers set).
 """
 
 import json
@@ -160,7 +162,7 @@ DIRECT_ARGUMENT_ROWS = (marshalling.BOOL, marshalling.ENUM, marshalling.NUMBER, 
 
 
 # Classes Qt's public headers name only as incomplete types.
-INCOMPLETE_CLASSES = ("QTextEngine", "QWindowSurface")
+INCOMPLETE_CLASSES = ("QTextEngine", "QWindowSurface", "QGraphicsEffectSource")
 
 
 def _public_class(node):
@@ -168,7 +170,7 @@ def _public_class(node):
     of a public header, not a private one, not a container of one."""
     name = typenames.spell(node)
     return (name.startswith("Q") and "Private" not in name and "Data" not in name and "std::" not in name
-            and name not in INCOMPLETE_CLASSES)
+            and "::internal::" not in name and name not in INCOMPLETE_CLASSES)
 
 
 def _list_element(node):
@@ -387,20 +389,26 @@ def destroy_function(itf, records, unreachable, abstract, helpers):
         return "nullptr"
     if any(m.decl["kind"] == "method" and m.decl["name"] == "qt_metacast" for m in itf.members):
         return "nullptr"
-    index = len(helpers)
-    helpers.append("void Destroy%d(void* value) { delete static_cast<%s*>(value); }" % (index, own))
-    return "&Destroy%d" % index
+    return "DestroyOf<%s>()" % own
 
 
-def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None):
+def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None, table_name=""):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
+           "#include <type_traits>", "",
            "#include <QtCore/QtCore>",
            "#include <QtGui/QtGui>", "", "namespace kwscript {", "namespace {", "",
            "// The class's staticMetaObject where it has one (a QObject class or a Q_GADGET), else null.",
            "template <class T>",
            "const QMetaObject* StaticMetaOf(decltype(&T::staticMetaObject)) { return &T::staticMetaObject; }",
            "template <class T>",
-           "const QMetaObject* StaticMetaOf(...) { return nullptr; }", ""]
+           "const QMetaObject* StaticMetaOf(...) { return nullptr; }",
+           "// Frees a heap copy of T, where T's destructor is public; else null.",
+           "template <class T>",
+           "void DeleteValue(void* value) { delete static_cast<T*>(value); }",
+           "template <class T>",
+           "constexpr void (*DestroyOf())(void*) {",
+           "  if constexpr (std::is_destructible<T>::value) return &DeleteValue<T>; else return nullptr;",
+           "}", ""]
     rows = []
     helpers = []
     body = []
@@ -424,17 +432,23 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
                      len(bases), itf.entry.type_name, makers_array, len(makers),
                      destroy_function(itf, records, unreachable, abstract, helpers), enumerations_meta(itf, records)))
     out += helpers + [""] + body
-    out += ["", "}  // namespace", "", "const InterfaceInfo kInterfaces[] = {"]
+    out += ["", "}  // namespace", ""]
+    if table_name:  # MemberTable.h declares the first table only; this one is external too
+        out += ["extern const InterfaceInfo k%sInterfaces[];" % table_name,
+                "extern const std::size_t k%sInterfaceCount;" % table_name]
+    out += ["const InterfaceInfo k%sInterfaces[] = {" % table_name]
     out += ["    {%s, %s, %d, %s, %s, %d, %s, %s, %d, %s, %s}," % (
         c_string(name), array, count, meta, bases, nbases, c_string(type_name), makers, nmakers, destroy, enums)
         for name, array, count, meta, bases, nbases, type_name, makers, nmakers, destroy, enums in rows]
-    out += ["};", "const std::size_t kInterfaceCount = %d;" % len(rows), "", "}  // namespace kwscript"]
+    out += ["};", "const std::size_t k%sInterfaceCount = %d;" % (table_name, len(rows)), "",
+            "}  // namespace kwscript"]
     return out
 
 
 def add_arguments(ap):
     ap.add_argument("--out", required=True)
     ap.add_argument("--constructors", help="the value classes' constructors (scan_constructors.py)")
+    ap.add_argument("--table-name", default="", help="k<NAME>Interfaces, k<NAME>InterfaceCount")
 
 
 def read_constructors(path):
@@ -456,5 +470,6 @@ def write(library, args):
     unreachable = frozenset(rec["type"] for rec in library.classes.values() if rec.get("nested_access"))
     abstract = frozenset(rec["type"] for rec in library.classes.values() if rec.get("abstract"))
     constructors = read_constructors(args.constructors)
-    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract, constructors)) + "\n")
+    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract, constructors,
+                                                 args.table_name)) + "\n")
     return 0

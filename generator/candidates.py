@@ -118,6 +118,23 @@ class Members:
         self._memo[key] = result
         return result
 
+    def copy_constructible(self, cls):
+        """Whether a copy of cls can be made: not when cls or a base or
+        member class declares its copy constructor out of reach
+        (Q_DISABLE_COPY in QDataStream, QTextStream, QObject)."""
+        key = (cls.get("id"), "copyable")
+        if key in self._memo:
+            return self._memo[key]
+        self._memo[key] = True
+        own = [m for m in self.functions(cls) if m.get("artificial") != "1"
+               and m.tag == "Constructor" and self._is_copy_parameter(m, cls)]
+        if own:
+            result = all(m.get("access") == "public" for m in own)
+        else:
+            result = all(self.copy_constructible(p) for p in self.subobject_classes(cls))
+        self._memo[key] = result
+        return result
+
     def _is_copy_parameter(self, m, cls):
         """Whether m takes one argument of its own class (X, X & or
         const X &): a copy assignment rather than one from another type."""
@@ -261,7 +278,10 @@ def collect_members(cx, cls, slots, members, instantiated=(), used_by_sources=No
     return out
 
 
-def class_record(cx, cls, entry):
+def class_record(cx, cls, entry, members=None):
+    """The class line of the declarations file. With `members` (a Members)
+    a class that cannot be copied says so ("copyable": false): a value
+    result of it cannot be handed over."""
     bases = []
     for b in cls.findall("Base"):
         bases.append({"type": cx.spell(b.get("type"))[1],
@@ -275,4 +295,6 @@ def class_record(cx, cls, entry):
         # Nested out of reach (QList<T>::Node): code outside the enclosing
         # class cannot name it.
         rec["nested_access"] = cls.get("access")
+    if members is not None and not members.copy_constructible(cls):
+        rec["copyable"] = False
     return rec

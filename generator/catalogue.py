@@ -20,8 +20,16 @@ Entry = namedtuple("Entry", "place half group members wrapped type_name flat")
 
 
 class Catalogue:
-    def __init__(self, entries, compositions, known_names, targets):
+    def __init__(self, entries, compositions, known_names, targets, also_nameable=(), iid_namespace=None):
         self.entries = entries
+        # The namespace of the interfaces' name-based IIDs when it is not
+        # the library's (interface_namespace.txt): a second DLL's interface
+        # of a class the library also declares must not share its IID.
+        self.iid_namespace = iid_namespace
+        # Classes another wrappers DLL wraps (also_nameable.txt): a result
+        # of one goes to this DLL's manager under its name, and the host's
+        # dispatch sink hands it to the DLL that knows it.
+        self.also_nameable = list(also_nameable)
         self.compositions = compositions
         self.known_names = known_names
         self.targets = targets
@@ -36,7 +44,7 @@ class Catalogue:
         declared-only runtime entries are excepted: they are another
         compiler's library classes, not this compiler's classes of the same
         name."""
-        return set(self.known_names) | {
+        return set(self.known_names) | set(self.also_nameable) | {
             e.type_name for e in self.entries
             if not e.wrapped and e.group != "runtime"}
 
@@ -79,4 +87,8 @@ def load(folder):
         for row in _rows(path):
             key, value = row[0].split("=", 1)
             targets[key.strip()] = int(value.strip(), 0)
-    return Catalogue(entries, compositions, known, targets)
+    path = os.path.join(folder, "also_nameable.txt")
+    also = read_list(path) if os.path.exists(path) else []
+    path = os.path.join(folder, "interface_namespace.txt")
+    namespace = read_list(path)[0] if os.path.exists(path) else None
+    return Catalogue(entries, compositions, known, targets, also, namespace)

@@ -14,6 +14,9 @@ private nested class    a class nested privately in another, which the wrapper c
                         cannot name (layout, from the declarations' nested_access)
 abstract value result   a class result that would have to be copied, of an abstract class
                         (layout, from the declarations' abstract flag)
+uncopyable value result a class result that would have to be copied, of a class whose
+                        copy constructor is out of reach (layout, from the declarations'
+                        copyable flag)
 not exported by Qt      the body needs a symbol the wrapped DLLs do not export
                         (layout, from unexported.txt written by scan_exports.py)
 unreadable type         a declared type the type parser cannot read (typenames)
@@ -23,10 +26,12 @@ NO_AUTOMATION_FORM = "no Automation form"
 NO_WRAPPER_CLASS = "no wrapper class"
 PRIVATE_NESTED = "private nested class"
 ABSTRACT_RESULT = "abstract value result"
+UNCOPYABLE_RESULT = "uncopyable value result"
 NOT_EXPORTED = "not exported by Qt"
 UNREADABLE_TYPE = "unreadable type"
 
-KINDS = (NO_AUTOMATION_FORM, NO_WRAPPER_CLASS, PRIVATE_NESTED, ABSTRACT_RESULT, NOT_EXPORTED, UNREADABLE_TYPE)
+KINDS = (NO_AUTOMATION_FORM, NO_WRAPPER_CLASS, PRIVATE_NESTED, ABSTRACT_RESULT, UNCOPYABLE_RESULT, NOT_EXPORTED,
+         UNREADABLE_TYPE)
 
 
 class Drop(Exception):

@@ -11,6 +11,13 @@ Usage:
   frontend.py --qt-source DIR [--out FILE] [--castxml castxml]
               [--cc x86_64-w64-mingw32-g++] [--keep-work DIR]
   frontend.py --include-dir DIR --config-dir DIR --catalogue DIR --out FILE
+  frontend.py --qt-sdk DIR --config-dir DIR --catalogue DIR --out FILE
+
+The third form reads an installed Qt 4.8 SDK for Windows x64 (include/
+with the SDK's own qconfig.h, mkspecs/default) as a client of the shared
+Qt sees it, in place of a source tree: the config folder's headers.txt
+names headers relative to include/ ("QtGui/qplaintextedit.h"), and
+locations are written relative to the SDK ("include/QtGui/...").
 
 The second form reads another library's headers as they stand (no Qt
 include tree, no Qt configuration): the config folder's headers.txt names
@@ -115,12 +122,16 @@ def main(argv=None):
     src = ap.add_mutually_exclusive_group(required=True)
     src.add_argument("--qt-source")
     src.add_argument("--include-dir", help="headers of a library other than Qt")
+    src.add_argument("--qt-sdk", help="an installed Qt 4.8 SDK (include/, mkspecs/default)")
     ap.add_argument("--out", default=DEFAULT_OUT)
     ap.add_argument("--config-dir", default=DEFAULT_CONFIG_DIR)
     ap.add_argument("--catalogue", default=os.path.join(REPO, "typelib", "catalogue"))
     ap.add_argument("--castxml", default="castxml")
     ap.add_argument("--cc", default="x86_64-w64-mingw32-g++")
     ap.add_argument("--keep-work")
+    ap.add_argument("--record-copyable", action="store_true",
+                    help='mark classes that cannot be copied ("copyable": false); the library\'s '
+                         'declarations are written without it, the second set\'s with it')
     ap.add_argument("--include-tree", metavar="DIR",
                     help="only lay out the Qt include tree in DIR and print its include folders")
     ap.add_argument("--std", default="gnu++98",
@@ -136,6 +147,10 @@ def main(argv=None):
     if args.include_dir:
         if not os.path.isdir(args.include_dir):
             print("frontend: no include folder %s" % args.include_dir)
+            return 2
+    elif args.qt_sdk:
+        if not os.path.isfile(os.path.join(args.qt_sdk, "include", "QtCore", "qglobal.h")):
+            print("frontend: no Qt SDK at %s; declarations not regenerated (skipped)" % args.qt_sdk)
             return 2
     elif not os.path.isfile(os.path.join(args.qt_source, "src", "corelib", "global", "qglobal.h")):
         print("frontend: no Qt source at %s; declarations not regenerated (skipped)"
@@ -157,6 +172,8 @@ def main(argv=None):
     try:
         if args.include_dir:
             includes = [os.path.abspath(args.include_dir)]
+        elif args.qt_sdk:
+            includes = sdk_include_folders(os.path.abspath(args.qt_sdk))
         else:
             includes = make_include_tree(args.qt_source, work, os.path.abspath(args.config_dir))
         tu = os.path.join(work, "tu.cpp")
@@ -187,7 +204,7 @@ def main(argv=None):
             print("frontend: castxml kept failing")
             return 1
 
-        cx = Castxml(xml_out, args.include_dir or args.qt_source)
+        cx = Castxml(xml_out, args.include_dir or args.qt_sdk or args.qt_source)
         classes = find_classes(cx)
         symbols = emitted_symbols(args.cc, includes, tu, work, args.std)
         if symbols is None:
@@ -199,7 +216,7 @@ def main(argv=None):
         slots = SlotFinder()
         out_lines = []
         header = {"format": FORMAT,
-                  "qt": None if args.include_dir else qt_version(args.qt_source),
+                  "qt": None if args.include_dir else qt_version(args.qt_sdk or args.qt_source),
                   "compiler": args.cc, "std": args.std,
                   "headers": headers,
                   "headers_not_compiling": sorted(dropped_headers),
@@ -216,7 +233,7 @@ def main(argv=None):
                                              "reason": reason}))
                 continue
             found += 1
-            rec = class_record(cx, cls, entry)
+            rec = class_record(cx, cls, entry, members if args.record_copyable else None)
             rec["members"] = collect_members(cx, cls, slots, members, instantiated,
                                              used_by_sources)
             out_lines.append(json.dumps(rec))
@@ -232,8 +249,18 @@ def main(argv=None):
             shutil.rmtree(work, ignore_errors=True)
 
 
-def qt_version(qt_source):
-    path = os.path.join(qt_source, "src", "corelib", "global", "qglobal.h")
+def sdk_include_folders(sdk):
+    """The folders an installed Qt puts on a client's include path, as
+    cmake/QtCatalogue.cmake gives them to the wrappers."""
+    return [os.path.join(sdk, *p) for p in (("include",), ("include", "QtCore"),
+                                               ("include", "QtGui"), ("mkspecs", "default"))]
+
+
+def qt_version(qt_tree):
+    """QT_VERSION_STR of a source tree or an installed SDK."""
+    path = os.path.join(qt_tree, "src", "corelib", "global", "qglobal.h")
+    if not os.path.isfile(path):
+        path = os.path.join(qt_tree, "include", "QtCore", "qglobal.h")
     with open(path, encoding="latin-1") as f:
         m = re.search(r'#define QT_VERSION_STR\s+"([^"]+)"', f.read())
     return m.group(1) if m else "unknown"

@@ -8,6 +8,7 @@ type library and the wrapper classes agree on names, numbers and order.
 
 import json
 import os
+import uuid
 from collections import namedtuple
 
 import automation
@@ -137,17 +138,21 @@ def _require_wrapper(node, known, unreachable):
         raise Drop(drops.PRIVATE_NESTED, name)
 
 
-def _require_copyable_result(result, abstract):
+def _require_copyable_result(result, abstract, uncopyable=frozenset()):
     """A class result is copied to the heap for the host; an abstract class
-    cannot be, and handing over the referenced object itself would give the
-    host a second wrapper of it."""
+    cannot be, nor one whose copy constructor is out of reach, and handing
+    over the referenced object itself would give the host a second wrapper
+    of it."""
     if result.row in marshalling.VALUE_RESULT_ROWS:
         name = typenames.result_type_name(result.node)
         if name in abstract:
             raise Drop(drops.ABSTRACT_RESULT, name)
+        if name in uncopyable:
+            raise Drop(drops.UNCOPYABLE_RESULT, name)
 
 
-def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset(), abstract=frozenset()):
+def _express(member, decl, known, unreachable=frozenset(), template_args=frozenset(), abstract=frozenset(),
+             uncopyable=frozenset()):
     """Fill params and result, or give the member its drop.
 
     known is the set of classes members may take or give, or None for a class
@@ -157,7 +162,8 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
     argument declared as a pointer to one of them (QPointer<QObject>'s
     operator=(QObject *)) stands for the template's parameter, which any
     wrapped object the host passes can fill. abstract: the classes that
-    cannot be copied into a value result."""
+    cannot be copied into a value result; uncopyable: the classes whose
+    copy constructor is out of reach."""
     try:
         params = []
         for i, p in enumerate(decl["params"]):
@@ -172,7 +178,7 @@ def _express(member, decl, known, unreachable=frozenset(), template_args=frozens
         if result.row is not marshalling.VOID:
             # Only a class-typed result names a class; others pass.
             _require_wrapper(result.node, known, unreachable)
-            _require_copyable_result(result, abstract)
+            _require_copyable_result(result, abstract, uncopyable)
     except Drop as drop:
         member.drop = drop
         return
@@ -228,11 +234,17 @@ def build(catalogue, classes, unexported=None):
     unreachable = frozenset(rec["type"] for rec in classes.values()
                             if rec.get("nested_access"))
     abstract = frozenset(rec["type"] for rec in classes.values() if rec.get("abstract"))
+    uncopyable = frozenset(rec["type"] for rec in classes.values() if rec.get("copyable") is False)
+    if catalogue.iid_namespace:
+        namespace = uuid.UUID(catalogue.iid_namespace)
+        interface_iid = lambda name: identifiers.interface_iid(name, namespace, fixed={})
+    else:
+        interface_iid = identifiers.interface_iid
     for half in catalogue.halves():
         counter = identifiers.DISPID_BASE
         for entry in half:
             rec = classes.get(entry.place)
-            iid = identifiers.interface_iid(naming.interface_name(entry.flat))
+            iid = interface_iid(naming.interface_name(entry.flat))
             if rec is None or not rec.get("found"):
                 reason = rec.get("reason") if rec else "no declarations"
                 out.append(Interface(entry, iid, [], False, reason))
@@ -251,7 +263,7 @@ def build(catalogue, classes, unexported=None):
             for i, (decl, name) in enumerate(zip(decls, names)):
                 m = Member(decl, name, counter)
                 counter += 1
-                _express(m, decl, check, unreachable, template_args, abstract)
+                _express(m, decl, check, unreachable, template_args, abstract, uncopyable)
                 m.detaches = i in detaching
                 symbols = unexported.get((entry.flat, name))
                 if m.kept and symbols:

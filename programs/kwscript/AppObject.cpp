@@ -247,19 +247,7 @@ CAppObject::~CAppObject() { delete m_calls; }  // calls not yet made are dropped
 
 int CAppObject::PendingCalls() const { return static_cast<PostedCalls*>(m_calls)->pending; }
 
-IDispatch* CAppObject::Wrap(QObject* object) {
-  for (const QMetaObject* meta = object != nullptr ? object->metaObject() : nullptr; meta != nullptr;
-       meta = meta->superClass()) {
-    IDispatch* exposer = nullptr;
-    const std::wstring type = QString(meta->className()).toStdWString();
-    if (m_context->manager->CreateWrapper(type.c_str(), object, &exposer) == S_OK) {
-      IDispatch* wrapped = CScriptObject::Wrap(exposer, m_context, object);
-      exposer->Release();
-      return wrapped;
-    }
-  }
-  return nullptr;
-}
+IDispatch* CAppObject::Wrap(QObject* object) { return WrapObject(object, m_context); }
 
 IDispatch* CAppObject::Find(const QString& name) {
   foreach (QWidget* top, QApplication::topLevelWidgets()) {
@@ -433,8 +421,12 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
         return S_OK;
       }
       IDispatch* exposer = nullptr;
-      HRESULT hr = m_context->manager->CreateWrapper(L"QString", new QString(text), &exposer);
-      if (FAILED(hr)) return hr;
+      QString* made = new QString(text);
+      HRESULT hr = MakeExposer(m_context, L"QString", made, &exposer);
+      if (FAILED(hr)) {
+        delete made;
+        return hr;
+      }
       ReturnObject(result, CScriptObject::Wrap(exposer, m_context, nullptr, true));
       exposer->Release();
       return S_OK;

@@ -1,7 +1,9 @@
 #include "kwscript/MemberTable.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cwctype>
+#include <string>
 
 namespace kwscript {
 
@@ -22,14 +24,32 @@ bool SameIgnoringCase(const wchar_t* wide, const char* narrow) {
   }
 }
 
-}  // namespace
-
-const InterfaceInfo* FindInterface(const wchar_t* name) {
-  const InterfaceInfo* end = kInterfaces + kInterfaceCount;
+// The interface of that name in one sorted table, or null.
+const InterfaceInfo* FindIn(const InterfaceInfo* table, std::size_t count, const wchar_t* name) {
+  const InterfaceInfo* end = table + count;
   const InterfaceInfo* found =
-      std::lower_bound(kInterfaces, end, name,
+      std::lower_bound(table, end, name,
                        [](const InterfaceInfo& info, const wchar_t* key) { return CompareName(key, info.name) > 0; });
   return found != end && CompareName(name, found->name) == 0 ? found : nullptr;
+}
+
+}  // namespace
+
+// The library's table first: an interface both sets have (a class the
+// library only declares, such as QGraphicsView) has members in the second
+// set's table only, since the library's lists wrapped interfaces alone.
+const InterfaceInfo* FindInterface(const wchar_t* name) {
+  if (const InterfaceInfo* found = FindIn(kInterfaces, kInterfaceCount, name)) return found;
+  return FindIn(kMoreInterfaces, kMoreInterfaceCount, name);
+}
+
+const InterfaceInfo* FindInterfaceOfType(const char* typeName) {
+  // Interface names spell the type name with every character that cannot
+  // stand in an identifier as "_".
+  std::wstring name = L"Iwrp_";
+  for (const char* c = typeName; *c != '\0'; ++c)
+    name += std::isalnum(static_cast<unsigned char>(*c)) ? static_cast<wchar_t>(*c) : L'_';
+  return FindInterface(name.c_str());
 }
 
 const MemberInfo* FindMember(const InterfaceInfo& table, const wchar_t* name) {

@@ -71,12 +71,17 @@ struct InterfaceInfo {
   const QMetaObject* enumerations;
 };
 
-// Every wrapped interface, sorted by name.
+// Every wrapped interface, sorted by name: the library's, and the second
+// wrappers set's (MoreWrappers.h).
 extern const InterfaceInfo kInterfaces[];
 extern const std::size_t kInterfaceCount;
+extern const InterfaceInfo kMoreInterfaces[];
+extern const std::size_t kMoreInterfaceCount;
 
 // The interface of that name, or null.
 const InterfaceInfo* FindInterface(const wchar_t* name);
+// The interface of the class of that type name ("QWidget"), or null.
+const InterfaceInfo* FindInterfaceOfType(const char* typeName);
 // The member of that name (any case, as dispatch matches it), or null.
 const MemberInfo* FindMember(const InterfaceInfo& table, const wchar_t* name);
 

@@ -94,7 +94,7 @@ HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT
   void* copy = QMetaType::construct(value.userType(), value.constData());
   IDispatch* exposer = nullptr;
   const std::wstring wrapperType = QString::fromLatin1(typeName).toStdWString();
-  if (copy == nullptr || context->manager->CreateWrapper(wrapperType.c_str(), copy, &exposer) != S_OK) {
+  if (copy == nullptr || MakeExposer(context, wrapperType.c_str(), copy, &exposer) != S_OK) {
     if (copy != nullptr) QMetaType::destroy(value.userType(), copy);
     *why = QString("%1 is a %2, which scripts cannot hold").arg(Describe(object, property), typeName.constData());
     return DISP_E_TYPEMISMATCH;

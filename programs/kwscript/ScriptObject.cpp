@@ -5,6 +5,7 @@
 #include "host/ManagerHost.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/DirectCall.h"
+#include "kwscript/MoreWrappers.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/PlainNames.h"
 #include "kwscript/Properties.h"
@@ -50,12 +51,6 @@ QObject* ObjectBehind(void* instance, const std::vector<const InterfaceInfo*>& i
   return nullptr;
 }
 
-// The index of `typeName` among the bases of `own`, or -1.
-int BaseIndex(const InterfaceInfo* own, const char* typeName) {
-  for (std::size_t i = 0; own != nullptr && i < own->baseCount; ++i)
-    if (std::strcmp(own->bases[i].typeName, typeName) == 0) return static_cast<int>(i);
-  return -1;
-}
 
 // A member that failed reaches the engine as DISP_E_EXCEPTION with its own
 // HRESULT in the EXCEPINFO; the description says both, and which Qt
@@ -76,7 +71,7 @@ void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
 }  // namespace
 
 HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* instance, IDispatch** exposer) {
-  return context->manager->CreateWrapper(typeName, instance, exposer);
+  return CreateExposer(context->manager, typeName, instance, exposer);
 }
 
 BSTR NewBstr(const QString& text) {
@@ -146,18 +141,45 @@ bool CScriptObject::Gone(QString* why) const {
   return false;
 }
 
+const std::vector<CScriptObject::Base>& CScriptObject::Chain() const {
+  if (m_chained || m_own == nullptr) return m_chain;
+  m_chained = true;
+  // Its own class's bases, then the bases the tables give for each of those
+  // that the own class's list does not reach (a class of the second set
+  // whose chain goes on in the library's), each with its part of the object.
+  auto listed = [this](const char* typeName) {
+    for (const Base& base : m_chain)
+      if (std::strcmp(base.typeName, typeName) == 0) return true;
+    return std::strcmp(m_own->typeName, typeName) == 0;
+  };
+  for (std::size_t i = 0; i < m_own->baseCount; ++i)
+    m_chain.push_back(Base{m_own->bases[i].typeName, m_own->bases[i].up(m_instance)});
+  for (std::size_t k = 0; k < m_chain.size(); ++k) {
+    const InterfaceInfo* info = FindInterfaceOfType(m_chain[k].typeName);
+    for (std::size_t i = 0; info != nullptr && i < info->baseCount; ++i)
+      if (!listed(info->bases[i].typeName))
+        m_chain.push_back(Base{info->bases[i].typeName, info->bases[i].up(m_chain[k].part)});
+  }
+  return m_chain;
+}
+
+int CScriptObject::ChainIndex(const char* typeName) const {
+  const std::vector<Base>& chain = Chain();
+  for (std::size_t i = 0; i < chain.size(); ++i)
+    if (std::strcmp(chain[i].typeName, typeName) == 0) return static_cast<int>(i);
+  return -1;
+}
+
 void CScriptObject::ComposeWholeClass() {
   if (m_whole || m_own == nullptr) return;
   m_whole = true;
-  const InterfaceInfo* own = m_own;
   auto composed = [this](const char* typeName) {
     for (const InterfaceInfo* info : m_interfaces)
       if (std::strcmp(info->typeName, typeName) == 0) return true;
     return false;
   };
-  for (std::size_t i = 0; i < own->baseCount; ++i) {
-    const BaseInfo& base = own->bases[i];
-    if (composed(base.typeName)) continue;
+  for (std::size_t i = 0; i < Chain().size(); ++i) {
+    if (composed(m_chain[i].typeName)) continue;
     IDispatch* extra = BaseExposer(i);
     if (extra == nullptr) continue;
     for (const std::wstring& name : kwhost::ComposedInterfaces(extra)) {
@@ -169,8 +191,10 @@ void CScriptObject::ComposeWholeClass() {
   }
   // Bases first, the farthest first; its own class last. Interfaces that
   // are no base of it keep their places in front.
-  auto rank = [own](const InterfaceInfo* info) {
-    return info == own ? -1 : BaseIndex(own, info->typeName) >= 0 ? BaseIndex(own, info->typeName) : 1 << 20;
+  const InterfaceInfo* own = m_own;
+  auto rank = [this, own](const InterfaceInfo* info) {
+    const int index = info == own ? -1 : ChainIndex(info->typeName);
+    return info == own ? -1 : index >= 0 ? index : 1 << 20;
   };
   std::vector<std::size_t> order(m_interfaces.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
@@ -189,28 +213,25 @@ void CScriptObject::ComposeWholeClass() {
 bool CScriptObject::IsA(const char* typeName) const {
   for (const InterfaceInfo* info : m_interfaces)
     if (std::strcmp(info->typeName, typeName) == 0) return true;
-  if (BaseIndex(m_own, typeName) >= 0) return true;
+  if (ChainIndex(typeName) >= 0) return true;
   return m_object != nullptr && m_object->inherits(typeName);
 }
 
 IDispatch* CScriptObject::BaseExposer(std::size_t index) {
-  const BaseInfo& base = m_own->bases[index];
-  for (const auto& known : m_baseExposers)
-    if (known.first == base.typeName) return known.second;
-  IDispatch* exposer = nullptr;
+  Base& base = m_chain[index];
+  if (base.asked) return base.exposer;
+  base.asked = true;
   const std::wstring type = QString::fromLatin1(base.typeName).toStdWString();
-  if (FAILED(MakeExposer(m_context, type.c_str(), base.up(m_instance), &exposer))) exposer = nullptr;
-  if (exposer != nullptr) m_extra.push_back(exposer);
-  m_baseExposers.emplace_back(base.typeName, exposer);  // null: the library knows no such type
-  return exposer;
+  if (FAILED(MakeExposer(m_context, type.c_str(), base.part, &base.exposer))) base.exposer = nullptr;
+  if (base.exposer != nullptr) m_extra.push_back(base.exposer);  // null: neither set knows the type
+  return base.exposer;
 }
 
 IDispatch* CScriptObject::ExposerFor(const char* typeName) {
-  const InterfaceInfo* own = m_own;
-  const int index = BaseIndex(own, typeName);
+  const int index = ChainIndex(typeName);
   if (index < 0) return IsA(typeName) ? m_exposer : nullptr;  // its own class, or a QObject class at its start
   if (IDispatch* exposer = BaseExposer(index)) return exposer;
-  return own->bases[index].up(m_instance) == m_instance ? m_exposer : nullptr;
+  return m_chain[index].part == m_instance ? m_exposer : nullptr;
 }
 
 void DisconnectFacades(ScriptContext* context) {
@@ -546,11 +567,6 @@ HRESULT Deliver(const MemberInfo& member, DirectResult& out, ScriptContext* cont
   return S_OK;
 }
 
-const InterfaceInfo* InterfaceOfType(const QString& type) {
-  for (std::size_t i = 0; i < kInterfaceCount; ++i)
-    if (type == QLatin1String(kInterfaces[i].typeName)) return &kInterfaces[i];
-  return nullptr;
-}
 
 }  // namespace
 
@@ -567,12 +583,14 @@ HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, 
 
 HRESULT MakeValue(ScriptContext* context, const QString& type, const DISPPARAMS& params, VARIANT* result,
                   EXCEPINFO* exception) {
-  const InterfaceInfo* info = InterfaceOfType(type);
+  const InterfaceInfo* info = FindInterfaceOfType(type.toLatin1().constData());
   const OverloadGroup* group = info != nullptr ? ConstructorOverloads(*info) : nullptr;
   if (group == nullptr) {
     QStringList values;
     for (std::size_t i = 0; i < kInterfaceCount; ++i)
       if (kInterfaces[i].makerCount > 0) values << kInterfaces[i].typeName;
+    for (std::size_t i = 0; i < kMoreInterfaceCount; ++i)
+      if (kMoreInterfaces[i].makerCount > 0) values << kMoreInterfaces[i].typeName;
     return Refuse(exception, E_INVALIDARG,
                   QString("app.value: \"%1\" is no value class a script can make; the nearest: %2")
                       .arg(type, NearestNames({}, values, type, 5).join(", ")));

@@ -37,8 +37,8 @@ struct ScriptContext {
   std::set<IDispatch*> facades;
 };
 
-// An exposer for `instance` under `typeName` from the library, or the
-// manager's failure.
+// An exposer for `instance` under `typeName` from the library or the second
+// wrappers set (MoreWrappers.h), or the library's failure.
 HRESULT MakeExposer(ScriptContext* context, const wchar_t* typeName, void* instance, IDispatch** exposer);
 
 // `object` as a new facade under the most derived class of its own that
@@ -134,9 +134,20 @@ class CScriptObject final : public CountedDispatch {
   // through an exposer of its own over its part of the object, so that
   // the facade answers the members of the whole class chain.
   void ComposeWholeClass();
-  // A new exposer under the type name of base `index` of its own class,
-  // over that base's part of the object; made once, null when the library
-  // knows no such type.
+  // A base of its class and where that base's part of the object is.
+  struct Base {
+    const char* typeName;
+    void* part;
+    IDispatch* exposer = nullptr;  // made once asked for; null when no set knows the type
+    bool asked = false;
+  };
+  // Every public base of its class, nearest first, as far as the tables
+  // of both sets reach; made once.
+  const std::vector<Base>& Chain() const;
+  int ChainIndex(const char* typeName) const;
+  // A new exposer under the type name of base `index` of the chain, over
+  // that base's part of the object; made once, null when neither set knows
+  // the type.
   IDispatch* BaseExposer(std::size_t index);
   const MemberInfo* FindMember(const wchar_t* name, IDispatch** exposer) const;
   IDispatch* ExposerOfMember(const MemberInfo* member) const;
@@ -170,7 +181,8 @@ class CScriptObject final : public CountedDispatch {
   std::vector<IDispatch*> m_answering;
   const InterfaceInfo* m_own = nullptr;  // its own class's
   std::vector<IDispatch*> m_extra;  // exposers over the bases added
-  std::vector<std::pair<const char*, IDispatch*>> m_baseExposers;  // by base type name, for arguments
+  mutable std::vector<Base> m_chain;
+  mutable bool m_chained = false;
   bool m_whole = false;
   std::vector<Route> m_routes;  // DISPID kRouteBase + index
   // Every name asked for, in any case, as names are matched.

@@ -32,6 +32,7 @@
 #include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
+#include "kwscript/MoreWrappers.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -80,6 +81,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   DemoForm form;
   form.show();
   QApplication::processEvents();
+  kwscript::MoreWrappers more(host);
   kwscript::ScriptContext context;
   context.manager = host.manager();
   context.folder = QDir::currentPath();
@@ -105,6 +107,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   QApplication::processEvents();
   std::printf("form: %s\n", form.Describe().toUtf8().constData());
   std::printf("script objects left after the engine closed: %ld\n", static_cast<long>(context.facades.size()));
+  more.Unload();
   host.Unload();
   return succeeded ? 0 : 1;
 }
@@ -181,7 +184,8 @@ int main(int argc, char** argv) {
       return 2;
     }
     const bool json = args.value(2) == "--json";
-    return kwscript::ListMembers(host.manager(), args.value(1), json);
+    kwscript::MoreWrappers more(host);  // the classes of both sets
+    return kwscript::ListMembers(more.either(), args.value(1), json);
   }
   kwscript::ReportUnhandledExceptions(&kwscript::PrintLine, &kwscript::ScriptRunner::GiveCrashToScript);
   return RunOnDemoForm(application, args.first(), timeout);

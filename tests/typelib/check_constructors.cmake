@@ -1,6 +1,7 @@
 # Rescans the constructors into the build tree and compares with the committed file.
 execute_process(COMMAND ${PYTHON} ${SOURCE}/generator/scan_constructors.py --sdk ${SDK}
                         --type-names ${SOURCE}/typelib/catalogue/known_type_names.txt
+                        --type-names ${SOURCE}/typelib/qt48more/catalogue/known_type_names.txt
                         --out ${WORK}/constructors.jsonl
                 RESULT_VARIABLE status)
 if(status EQUAL 2)

@@ -30,6 +30,7 @@
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/CrashReport.h"
+#include "kwscript/MoreWrappers.h"
 #include "kwscript/ObjectQuery.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptRunner.h"
@@ -143,6 +144,7 @@ class AgentRequest : public QObject {
     if (m_app != nullptr && m_app->PendingCalls() > 0) return;
     killTimer(m_cleanupTimer);
     m_app.reset();
+    m_more.reset();
     m_host.reset();
     if (m_comStarted) CoUninitialize();
     deleteLater();
@@ -171,6 +173,7 @@ class AgentRequest : public QObject {
       PrintLine("kwscript: the agent cannot load kwQtWrappers.dll beside it");
       return Finish(kCannotRun);
     }
+    m_more.reset(new kwscript::MoreWrappers(*m_host));
     m_context.manager = m_host->manager();
     m_app.reset(new kwscript::CAppObject(&m_context));
     if (m_command == "publish") return Publish();
@@ -228,6 +231,7 @@ class AgentRequest : public QObject {
   int m_cleanupTimer = 0;
   kwscript::ScriptContext m_context;
   std::unique_ptr<kwhost::ManagerHost> m_host;
+  std::unique_ptr<kwscript::MoreWrappers> m_more;  // unloaded before the library
   std::unique_ptr<kwscript::CAppObject> m_app;
 };
 
