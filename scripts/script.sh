@@ -22,7 +22,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 [[ $# -ge 1 ]] || { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
-if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
+if ! "$root/scripts/has-target.sh" "$build" kwscript; then
   echo "kwscript needs a Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)" >&2
   exit 2
 fi
