@@ -5,7 +5,8 @@
 #   ./scripts/script.sh --launch APP.exe [ARGS...] [--keep] -- FILE
 #                                                   starts APP (on a virtual display
 #                                                   when none is set), runs FILE in it,
-#                                                   ends APP afterwards unless --keep
+#                                                   ends APP afterwards unless --keep,
+#                                                   which prints how to attach and end it
 #   ./scripts/script.sh --attach PID|IMAGE.exe FILE inside a running application of
 #                                                   the Wine prefix $WINEPREFIX
 #   ./scripts/script.sh --tree [--json] (--launch APP.exe [ARGS...] | --attach PID|IMAGE.exe)
@@ -19,7 +20,7 @@
 # --timeout SECONDS before the mode stops a script that runs longer (default 300).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,20p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! "$root/scripts/has-target.sh" "$build" kwscript; then
