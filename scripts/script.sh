@@ -45,5 +45,7 @@ if [[ -n $attach && -n ${WINEPREFIX:-} ]]; then
   export WINEDEBUG=${WINEDEBUG:--all}
   exec "$(command -v wine64 || command -v wine)" "$build/bin/kwscript.exe" "${args[@]}"
 fi
-KW_WINE_ROOT="$build/wine" exec "$root/cmake/wine-run.sh" --prefix script --display-if-none \
+# Its own Wine prefix "script", under the build tree unless KW_WINE_ROOT names
+# another folder for the prefixes.
+KW_WINE_ROOT="${KW_WINE_ROOT:-$build/wine}" exec "$root/cmake/wine-run.sh" --prefix script --display-if-none \
   "$build/bin/kwscript.exe" "${args[@]}"

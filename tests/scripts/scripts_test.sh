@@ -6,20 +6,27 @@ case_name=$1 root=$2 build=$3 apps=${4:-}
 here=$(cd "$(dirname "$0")" && pwd)
 fail=0
 failed() { echo "FAIL: $*"; fail=1; }
-# script.sh as a user runs it, without a display of
-# their own, in the build tree under test. Output through a file: an
-# application kept running holds its output handles open.
+# script.sh as a user runs it, without a display of their own, in the build
+# tree under test; its Wine prefix apart from the one the script_* tests
+# share, so that only this test's programs keep it and its display. Output
+# through a file: an application kept running holds its output handles open.
 work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
+wine_root=$build/wine/scripts_test
 script_sh() {
-  (cd "$work" && env -u DISPLAY -u WINEPREFIX KW_BUILD_DIR="$build" "$root/scripts/script.sh" "$@") >"$work/out.txt" 2>&1
+  (cd "$work" && env -u DISPLAY -u WINEPREFIX KW_BUILD_DIR="$build" KW_WINE_ROOT="$wine_root" \
+    "$root/scripts/script.sh" "$@") >"$work/out.txt" 2>&1
   local status=$?
   output=$(tr -d '\r' <"$work/out.txt")
   echo "\$ script.sh $*"; echo "$output"
   return $status
 }
 # Waits until every Wine program of the prefix has ended, then gives what
-# they wrote last the time to arrive.
-prefix_ended() { WINEPREFIX=$1 wineserver -w; sleep 1; }
+# they wrote last, and the display's end, the time to arrive.
+prefix_ended() {
+  WINEPREFIX=$1 wineserver -w
+  for _ in $(seq 50); do [[ -e $1/.kw-display ]] || break; sleep 0.2; done
+  sleep 0.5
+}
 no_x_noise() {
   local text
   text=$(tr -d '\r' <"$work/out.txt")
@@ -42,7 +49,7 @@ case $case_name in
     script_sh --launch "$calculator" -- "$root/programs/examples/calculator.js" ||
       failed "the launched run exited with $?"
     grep -q "^12 × 7 = 84$" <<<"$output" || failed "the launched run did not compute 84"
-    prefix_ended "$build/wine/script"
+    prefix_ended "$wine_root/script"
     no_x_noise "a launched run"
 
     # --keep: the application and its display stay; kwscript says how to run
@@ -61,7 +68,7 @@ case $case_name in
     cat "$work/out.txt"
     grep -q "^the display reads: 84" "$work/out.txt" || failed "the kept application did not answer"
     [[ -n $end ]] && (cd "$root" && eval "$end") >/dev/null 2>&1 || failed "ending it as printed failed"
-    prefix_ended "$build/wine/script"
+    prefix_ended "$wine_root/script"
     [[ -n $display && ! -e /tmp/.X$display-lock ]] || failed "the display :$display did not end with the application"
     [[ -n $attach ]] && (cd "$root" && export KW_BUILD_DIR="$build" && eval "$attach $here/read_display.js") >"$work/out.txt" 2>&1
     grep -q "no process matches \"$pid\"" "$work/out.txt" || failed "the application did not end"
