@@ -10,8 +10,10 @@ failed() { echo "FAIL: $*"; fail=1; }
 # tree under test; its Wine prefix apart from the one the script_* tests
 # share, so that only this test's programs keep it and its display. Output
 # through a file: an application kept running holds its output handles open.
-work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
 wine_root=$build/wine/scripts_test
+work=$(mktemp -d)
+# Whatever a failed case left running in the test's own prefix ends with it.
+trap 'rm -rf "$work"; [[ ! -d $wine_root/script ]] || WINEPREFIX=$wine_root/script wineserver -k 2>/dev/null' EXIT
 script_sh() {
   (cd "$work" && env -u DISPLAY -u WINEPREFIX KW_BUILD_DIR="$build" KW_WINE_ROOT="$wine_root" \
     "$root/scripts/script.sh" "$@") >"$work/out.txt" 2>&1
@@ -26,6 +28,11 @@ prefix_ended() {
   WINEPREFIX=$1 wineserver -w
   for _ in $(seq 50); do [[ -e $1/.kw-display ]] || break; sleep 0.2; done
   sleep 0.5
+}
+# A command line kwscript printed, run from the checkout as a user would.
+as_printed() {
+  [[ -n $1 ]] || return 1
+  (cd "$root" && export KW_BUILD_DIR="$build" && eval "$1") >"$work/out.txt" 2>&1
 }
 no_x_noise() {
   local text
@@ -64,13 +71,14 @@ case $case_name in
     [[ $end == *"WINEPREFIX="*" $pid" ]] || failed "no command that ends it printed"
     display=$(sed -n 's/.*DISPLAY=:\([0-9]*\) .*/\1/p' <<<"$attach")
     sleep 5  # longer than the Wine prefix lingers once kwscript is gone
-    [[ -n $attach ]] && (cd "$root" && export KW_BUILD_DIR="$build" && eval "$attach $here/read_display.js") >"$work/out.txt" 2>&1 || failed "attaching as printed failed"
+    as_printed "${attach:+$attach $here/read_display.js}" || failed "attaching as printed failed"
     cat "$work/out.txt"
     grep -q "^the display reads: 84" "$work/out.txt" || failed "the kept application did not answer"
-    [[ -n $end ]] && (cd "$root" && eval "$end") >/dev/null 2>&1 || failed "ending it as printed failed"
+    no_x_noise "attaching to the kept application"
+    as_printed "$end" || failed "ending it as printed failed"
     prefix_ended "$wine_root/script"
     [[ -n $display && ! -e /tmp/.X$display-lock ]] || failed "the display :$display did not end with the application"
-    [[ -n $attach ]] && (cd "$root" && export KW_BUILD_DIR="$build" && eval "$attach $here/read_display.js") >"$work/out.txt" 2>&1
+    as_printed "${attach:+$attach $here/read_display.js}"
     grep -q "no process matches \"$pid\"" "$work/out.txt" || failed "the application did not end"
     ;;
   *) echo "unknown case $case_name"; exit 2 ;;
