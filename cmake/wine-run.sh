@@ -1,13 +1,43 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine in a prefix kept under the build tree.
 #   wine-run.sh [--prefix NAME] [--display | --display-if-none] program.exe [args...]
-# --display gives the program a virtual X display of its own (xvfb-run), for
+# --display runs the program on the prefix's virtual X display (Xvfb), for
 # programs that show windows; --display-if-none does so only when no DISPLAY
 # is set, and uses the one that is otherwise.
+# A prefix has one virtual display at a time, shared by every program that
+# asks for one while it runs: Wine keeps one desktop per prefix, and a window
+# of it on another X server fails with BadWindow. The display starts with the
+# first such program and ends once the prefix's wineserver has ended, that is
+# once the prefix's last Wine program is gone: an application left running
+# keeps it, and no program ever loses its X server while it runs (which Xlib
+# reports as "X connection to :N broken").
 # The prefix <build>/wine/NAME (default "shared") is created once, under a lock,
 # so parallel test processes never race on its creation. Programs that change
 # the registry use a prefix of their own so that no other process sees it.
 set -euo pipefail
+
+# wine-run.sh --end-display LOCK RECORD: run, detached, by the program that
+# started a prefix's display (WINEPREFIX is the prefix's); ends the display
+# once the prefix's wineserver has ended and no run that took the display is
+# still starting its program.
+if [[ ${1:-} == --end-display ]]; then
+  lock=$2 record=$3
+  while :; do
+    wineserver -w
+    exec 8>"$lock" 7>"$lock.users"
+    flock 8  # no run takes the display now
+    # Ended when no run that took it is still running its program and the
+    # prefix has no server (none came up since the wait).
+    if flock -x -n 7 && timeout 1 wineserver -w; then
+      read -r _ pid <"$record"
+      kill "$pid" 2>/dev/null || true
+      rm -f "$record"
+      exit 0
+    fi
+    exec 8>&- 7>&-  # a program started meanwhile: wait for it too
+    sleep 0.2
+  done
+fi
 
 prefix_name=shared
 if [[ "${1:-}" == --prefix ]]; then prefix_name=$2; shift 2; fi
@@ -43,7 +73,56 @@ wine_bin=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
   fi
 ) 9>"$build_root/.$prefix_name.lock"
 
-if [[ -n $display ]]; then
-  exec xvfb-run -a -s "-screen 0 1280x1024x24" "$wine_bin" "$program" "$@"
-fi
+# Starts Xvfb on the first free display number from 100 on, in a session of
+# its own (a Ctrl+C in the terminal is not for it) and apart from this
+# script's output; sets DISPLAY and xvfb_pid. A number is free when no server
+# holds its lock file; should another server take it first, the next one is
+# tried.
+start_display() {
+  local number launched
+  for ((number = 100; number < 500; ++number)); do
+    [[ -e /tmp/.X$number-lock || -e /tmp/.X11-unix/X$number ]] && continue
+    setsid Xvfb ":$number" -screen 0 1280x1024x24 -nolisten tcp </dev/null >/dev/null 2>&1 7>&- 8>&- &
+    launched=$!
+    for _ in $(seq 200); do
+      kill -0 "$launched" 2>/dev/null || break  # another server took the number
+      # Ours once its lock file names it and its socket is there.
+      if [[ $(tr -dc 0-9 2>/dev/null <"/tmp/.X$number-lock") == "$launched" && -S /tmp/.X11-unix/X$number ]]; then
+        xvfb_pid=$launched
+        export DISPLAY=:$number
+        return 0
+      fi
+      sleep 0.05
+    done
+    kill "$launched" 2>/dev/null || true
+  done
+  echo "wine-run: no virtual display could be started" >&2
+  exit 1
+}
+
+# Runs the program on the prefix's virtual display, started when it has none
+# (its record, "<number> <Xvfb pid>", is read and written under the display
+# lock). The run holds the users' lock, shared, until its program has ended,
+# so the watcher never ends a display whose program has yet to connect.
+run_on_prefix_display() {
+  local lock="$build_root/.$prefix_name.display.lock" record="$WINEPREFIX/.kw-display"
+  local number= pid=
+  exec 8>"$lock" 7>"$lock.users"
+  flock 8
+  [[ -f $record ]] && read -r number pid <"$record"
+  if [[ -n $pid ]] && kill -0 "$pid" 2>/dev/null && [[ -S /tmp/.X11-unix/X$number ]]; then
+    export DISPLAY=:$number
+  else
+    start_display
+    echo "${DISPLAY#:} $xvfb_pid" >"$record"
+    setsid "$0" --end-display "$lock" "$record" </dev/null >/dev/null 2>&1 7>&- 8>&- &
+  fi
+  flock -s 7
+  exec 8>&-
+  local status=0
+  "$wine_bin" "$program" "$@" 7>&- || status=$?
+  exit $status
+}
+
+[[ -n $display ]] && run_on_prefix_display "$@"
 exec "$wine_bin" "$program" "$@"

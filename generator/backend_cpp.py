@@ -209,10 +209,15 @@ def exposers_file(exposers, wrapped):
         out.append(" public:")
         out.append("  HRESULT Init(void* instance, CStaticWrappersManager* manager) override {")
         out.append("    static const WrapperFactory factories[] = {%s};" % factories)
-        out.append("    static CMemberNameTable names;")
-        out.append("    return InitComposed(instance, manager, factories, %d, &names);" % len(composed))
+        out.append("    return InitComposed(instance, manager, factories, %d, &s_names);" % len(composed))
         out.append("  }")
+        out.append("")
+        out.append(" private:")
+        # Made at load: a function's own static would pass the runtime's thread-safe
+        # guard, whose pthreads emulation leaves two handles per thread behind at unload.
+        out.append("  static CMemberNameTable s_names;")
         out.append("};")
+        out.append("CMemberNameTable %s::s_names;" % cls)
         out.append("")
         out += factory_definition(cls)
     return out

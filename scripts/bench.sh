@@ -13,7 +13,7 @@ build=$("$root/scripts/configure.sh" | tail -n 1)
 export KW_WINE_ROOT="$build/wine"
 targets=(kwbench_host)
 qt=
-if cmake --build "$build" --target help | grep '^kwqt_bench:' >/dev/null; then
+if "$root/scripts/has-target.sh" "$build" kwqt_bench; then
   targets+=(kwqt_bench)
   qt=1
 fi

@@ -10,7 +10,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 export KW_WINE_ROOT="$build/wine"
-if cmake --build "$build" --target help | grep -q '^kwqt_demo:'; then
+if "$root/scripts/has-target.sh" "$build" kwqt_demo; then
   cmake --build "$build" --target kwqt_demo
   (cd "$build" && "$root/cmake/wine-run.sh" --prefix demo --display "$build/bin/kwqt_demo.exe")
   echo "Pictures of the window: $build/qt_demo_before.png, $build/qt_demo_after.png"
@@ -23,7 +23,7 @@ cmake --build "$build" --target kwQtWrappers kwSampleWrappers kwdemo_host
 "$root/cmake/wine-run.sh" "$build/bin/kwdemo_host.exe"
 
 apps=$(sed -n 's/^KW_QT_APPS:PATH=//p' "$build/CMakeCache.txt")
-if [[ -f $apps/calculator.exe ]] && cmake --build "$build" --target help | grep -q '^kwscript:'; then
+if [[ -f $apps/calculator.exe ]] && "$root/scripts/has-target.sh" "$build" kwscript; then
   echo
   echo "Qt's calculator example, started and driven from outside by kwscript:"
   cmake --build "$build" --target kwscript

@@ -5,7 +5,8 @@
 #   ./scripts/script.sh --launch APP.exe [ARGS...] [--keep] -- FILE
 #                                                   starts APP (on a virtual display
 #                                                   when none is set), runs FILE in it,
-#                                                   ends APP afterwards unless --keep
+#                                                   ends APP afterwards unless --keep,
+#                                                   which prints how to attach and end it
 #   ./scripts/script.sh --attach PID|IMAGE.exe FILE inside a running application of
 #                                                   the Wine prefix $WINEPREFIX
 #   ./scripts/script.sh --tree [--json] (--launch APP.exe [ARGS...] | --attach PID|IMAGE.exe)
@@ -19,10 +20,10 @@
 # --timeout SECONDS before the mode stops a script that runs longer (default 300).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,20p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
-if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
+if ! "$root/scripts/has-target.sh" "$build" kwscript; then
   echo "kwscript needs a Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)" >&2
   exit 2
 fi
@@ -44,5 +45,7 @@ if [[ -n $attach && -n ${WINEPREFIX:-} ]]; then
   export WINEDEBUG=${WINEDEBUG:--all}
   exec "$(command -v wine64 || command -v wine)" "$build/bin/kwscript.exe" "${args[@]}"
 fi
-KW_WINE_ROOT="$build/wine" exec "$root/cmake/wine-run.sh" --prefix script --display-if-none \
+# Its own Wine prefix "script", under the build tree unless KW_WINE_ROOT names
+# another folder for the prefixes.
+KW_WINE_ROOT="${KW_WINE_ROOT:-$build/wine}" exec "$root/cmake/wine-run.sh" --prefix script --display-if-none \
   "$build/bin/kwscript.exe" "${args[@]}"

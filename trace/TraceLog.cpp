@@ -159,11 +159,15 @@ char* ToUtf8(const wchar_t* text) {
   return utf8;
 }
 
-void WriteLine(wchar_t* message) {
+// The message without carriage returns, then a lone line feed.
+void SendToDebugger(wchar_t* message) {
   RemoveCarriageReturns(message);
-
   OutputDebugStringW(message);
   OutputDebugStringW(L"\n");
+}
+
+void WriteLine(wchar_t* message) {
+  SendToDebugger(message);
 
   char* utf8 = ToUtf8(message);
   if (!utf8) utf8 = ToUtf8(kInvalidText);
@@ -271,5 +275,15 @@ void TraceWrite(const wchar_t* format, ...) {
   va_end(args);
   if (!message) return;  // not even "<Invalid string data>" could be allocated
   WriteLine(message);
+  free(message);
+}
+
+void DebugWrite(const wchar_t* format, ...) {
+  va_list args;
+  va_start(args, format);
+  wchar_t* message = FormatText(format, args);
+  va_end(args);
+  if (!message) return;
+  SendToDebugger(message);
   free(message);
 }

@@ -4,7 +4,10 @@
 // registry (value "DebugTraceFolder" under HKCU or HKLM "SOFTWARE\Quillmoor").
 // The file gets a header describing the process and the library, one
 // time-stamped UTF-8 line per TraceWrite call, and a closing line at unload.
-// Every message also goes to the debugger output.
+// Every message also goes to the debugger output. The file holds nothing
+// but the header, the stub manager's two reports and the closing line:
+// whatever else a developer may want to see goes through DebugWrite, to the
+// debugger output alone.
 #pragma once
 
 // Opens the trace file if a folder is configured. Called once, first of all,
@@ -20,3 +23,8 @@ void CloseTraceLog();
 // %s is a wide string, %p prints the full pointer in upper-case hex) and
 // writes it as one line. Does nothing when no trace file is open.
 void TraceWrite(const wchar_t* format, ...);
+
+// Formats a message as TraceWrite does and sends it to the debugger output
+// only (OutputDebugStringW), whether or not a trace file is open; it never
+// reaches the trace file.
+void DebugWrite(const wchar_t* format, ...);

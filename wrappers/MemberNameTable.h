@@ -1,7 +1,7 @@
 // The member names an exposer class answers, resolved once per class and
 // shared by all its objects: for each name, the first composed wrapper whose
 // type information knows it (ITypeInfo's case-insensitive match) and the
-// DISPID it has there. Each exposer class keeps one as a static of its Init.
+// DISPID it has there. Each exposer class keeps one as a static member.
 // Once built, lookups take no lock, one hash probe and allocate nothing.
 #pragma once
 

@@ -239,7 +239,7 @@ HRESULT CBaseWrapperExposer::Invoke(DISPID dispId, REFIID iid, LCID lcid, WORD f
     SetRoute(dispId, index);
     return hr;
   }
-  TraceWrite(L"Invoke: no composed wrapper of the exposer 0x%p answers DISPID 0x%08X (flags 0x%X)",
+  DebugWrite(L"Invoke: no composed wrapper of the exposer 0x%p answers DISPID 0x%08X (flags 0x%X)",
              static_cast<IDispatch*>(this), static_cast<unsigned>(dispId), static_cast<unsigned>(flags));
   return DISP_E_MEMBERNOTFOUND;
 }

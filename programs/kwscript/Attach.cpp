@@ -396,6 +396,28 @@ QString Quoted(const QString& argument) {
   return '"' + out.replace('"', "\\\"") + '"';
 }
 
+// `text` as one word of a shell command line: quoted when it holds
+// anything but plain path characters.
+QString ShellWord(const QString& text) {
+  if (!text.isEmpty() && !text.contains(QRegExp("[^A-Za-z0-9_./:+=-]"))) return text;
+  return '\'' + QString(text).replace("'", "'\\''") + '\'';
+}
+
+// What a user needs to reach an application left running: its id, how to
+// run another script in it and how to end it, with the display and the Wine
+// prefix both need (kwscript runs with the ones the application got).
+void SayHowToReach(DWORD pid) {
+  const QString display = QString::fromLocal8Bit(qgetenv("DISPLAY"));
+  const QString prefix = QString::fromLocal8Bit(qgetenv("WINEPREFIX"));
+  const QString inPrefix = prefix.isEmpty() ? QString() : "WINEPREFIX=" + ShellWord(prefix) + ' ';
+  const QString onDisplay = display.isEmpty() ? QString() : "DISPLAY=" + ShellWord(display) + ' ';
+  Say(QString("the application keeps running as process %1").arg(pid));
+  Say(QString("run a script in it: %1%2./scripts/script.sh --attach %3 FILE").arg(onDisplay, inPrefix).arg(pid));
+  Say(QString("end it: %1wine taskkill /f /pid %2 (its display ends with the prefix's last program)")
+          .arg(inPrefix)
+          .arg(pid));
+}
+
 }  // namespace
 
 int AttachAndRun(const QString& target, const AgentRequestText& request) {
@@ -452,7 +474,7 @@ int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep
     status = RunIn(started.dwProcessId, process.get(), request);
   }
   if (keep) {
-    Say(QString("the application keeps running as process %1").arg(started.dwProcessId));
+    SayHowToReach(started.dwProcessId);
   } else if (WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT) {
     TerminateProcess(process.get(), 0);
     WaitForSingleObject(process.get(), 5000);

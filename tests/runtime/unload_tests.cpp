@@ -6,9 +6,11 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
+#include "../trace/DebugOutputCapture.h"
 #include "FixtureHost.h"
 
 using namespace fxtest;
@@ -47,6 +49,35 @@ struct UnreadableEntryObject {
   }
   IUnknown* get() { return reinterpret_cast<IUnknown*>(&object); }
 };
+
+// The messages of a trace file's lines, in order (the blank lines that
+// separate blocks left out).
+std::vector<std::string> TraceMessages(const fs::path& file) {
+  static const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+   (.*))");
+  std::vector<std::string> messages;
+  std::ifstream in(file);
+  for (std::string text; std::getline(in, text);) {
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    if (text.empty()) continue;
+    std::smatch match;
+    messages.push_back(std::regex_match(text, match, line) ? match[1].str() : "not a trace line: " + text);
+  }
+  return messages;
+}
+
+// Whether the trace file may hold the message: a header line, the closing
+// line or one of the stub manager's two reports. Nothing else belongs there.
+bool BelongsInTraceFile(const std::string& message) {
+  static const char* const header[] = {"The beginning of the trace file.", "Process information:", "    Name:     ",
+                                       "    PID:      ", "    Priority: ", "    Session:  ", "    Host:     ",
+                                       "    CmdLine:  ", "    OS:       ", "Module information:", "    Path:     "};
+  for (const char* start : header)
+    if (message.rfind(start, 0) == 0 && (start[0] == ' ' || message == start)) return true;
+  static const std::regex report(
+      "The end of the trace file\\.|Exception in SafeCoDisconnectObject, pUnk = 0x[0-9A-F]{16}|"
+      "WARNING! \\d+ object are not removed from stub manager during \\d+ ms!");
+  return std::regex_match(message, report);
+}
 
 // The library loaded with tracing into a folder of its own.
 class UnloadTest : public ::testing::Test {
@@ -104,8 +135,19 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
     V_UNKNOWN(&argument) = object;
     ASSERT_EQ(S_OK, CallByName(keptBase, L"FxBase_register", {argument}));
   }
-  // A DISPID no composed wrapper answers is named in the trace.
+  // A DISPID no composed wrapper answers is told to the debugger, and the
+  // trace file does not grow by it.
+  const std::vector<fs::path> logs{fs::directory_iterator(folder_), fs::directory_iterator()};
+  ASSERT_EQ(1u, logs.size()) << "one trace file per load";
+  const auto traceBytes = fs::file_size(logs[0]);
+  tracetest::DebugOutputCapture debugger;
   EXPECT_EQ(DISP_E_MEMBERNOTFOUND, InvokeWith(keptBase, 4711, DISPATCH_METHOD, {}));
+  const std::vector<tracetest::DebugText> heard = debugger.Stop();
+  EXPECT_EQ(traceBytes, fs::file_size(logs[0])) << "a dispatch miss wrote to the trace file";
+  std::vector<std::string> misses;
+  for (const auto& text : heard)
+    if (text.text.find("Invoke: ") != std::string::npos) misses.push_back(text.text.substr(text.text.find("answers")));
+  EXPECT_EQ(std::vector<std::string>{"answers DISPID 0x00001267 (flags 0x1)"}, misses);
   old->~CountingObject<1>();
   new (memory) CountingObject<2>(&callsToNew);
   callsToLive = callsToOld = 0;
@@ -130,20 +172,21 @@ TEST_F(UnloadTest, StubHeldExposersGoDeadAddressesAreSkippedAndTheRestIsReported
   EXPECT_EQ(0, callsToOld);
   EXPECT_EQ(0, callsToNew) << "an address that no longer holds its object must not be called";
 
-  // The one trace file of the load reports the kept exposers and the live
-  // object, which never leave by themselves; the dead entry was dropped
-  // before the wait.
-  const std::vector<fs::path> logs{fs::directory_iterator(folder_), fs::directory_iterator()};
-  ASSERT_EQ(1u, logs.size()) << "one trace file per load";
-  std::vector<std::string> warnings, misses;
-  std::ifstream trace(logs[0]);
-  for (std::string line; std::getline(trace, line);) {
-    if (line.find("WARNING!") != std::string::npos) warnings.push_back(line.substr(line.find("WARNING!")));
-    if (line.find("Invoke: ") != std::string::npos) misses.push_back(line.substr(line.find("answers DISPID")));
-    EXPECT_EQ(std::string::npos, line.find("Exception in SafeCoDisconnectObject")) << line;
+  // The one trace file of the load holds its header, the report of the
+  // kept exposers and the live object, which never leave by themselves (the
+  // dead entry was dropped before the wait), and the closing line: nothing
+  // else.
+  const std::vector<std::string> messages = TraceMessages(logs[0]);
+  std::vector<std::string> warnings;
+  for (const std::string& message : messages) {
+    EXPECT_TRUE(BelongsInTraceFile(message)) << "does not belong in the trace file: " << message;
+    if (message.rfind("WARNING!", 0) == 0) warnings.push_back(message);
+    EXPECT_EQ(std::string::npos, message.find("Exception in SafeCoDisconnectObject")) << message;
   }
   EXPECT_EQ(std::vector<std::string>{"WARNING! 3 object are not removed from stub manager during 1000 ms!"}, warnings);
-  EXPECT_EQ(std::vector<std::string>{"answers DISPID 0x00001267 (flags 0x1)"}, misses);
+  ASSERT_FALSE(messages.empty());
+  EXPECT_EQ("The beginning of the trace file.", messages.front());
+  EXPECT_EQ("The end of the trace file.", messages.back());
 }
 
 // Open handles of the process. Wine's handle count answers 0, so each
