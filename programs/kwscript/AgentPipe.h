@@ -2,7 +2,8 @@
 // over a named pipe: messages of a 4-byte length (little-endian) and that
 // many bytes of UTF-8.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
-//                      "publish"), the script's file name, its text, the
+//                      "publish"), the script's file name, its text (for a
+//                      tree: the most items listed per item view), the
 //                      folder kwscript runs in, then the time limit in
 //                      seconds (0: none)
 //   agent -> kwscript: "out " and a line of output, any number of times,

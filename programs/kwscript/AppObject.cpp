@@ -22,6 +22,7 @@
 #include "kwscript/ObjectQuery.h"
 #include "kwscript/ScriptDispatch.h"
 #include "kwscript/ScriptRunner.h"
+#include "kwscript/ValueText.h"
 
 namespace kwscript {
 
@@ -409,7 +410,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return Act(id, params, exception);
     case kEcho: {
       QStringList parts;
-      for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << TextOfVariant(Argument(params, i));
+      for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << ValueText(Argument(params, i));
       PrintLine(parts.join(" "));
       return S_OK;
     }

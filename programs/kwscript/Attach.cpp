@@ -26,9 +26,11 @@ constexpr DWORD kStartLimitMs = 30000;
 // compiler (mingw-w64's g++: the Itanium C++ ABI): QString::fromUtf8(const char*, int).
 const char kAbiProbe[] = "_ZN7QString8fromUtf8EPKci";
 
+// kwscript's own words go to standard error: standard output carries only
+// what the agent sends (a script's output, an object tree in JSON).
 void Say(const QString& text) {
-  std::printf("kwscript: %s\n", text.toUtf8().constData());
-  std::fflush(stdout);
+  std::fprintf(stderr, "kwscript: %s\n", text.toUtf8().constData());
+  std::fflush(stderr);
 }
 
 // Closes a Win32 handle when it goes out of scope.

@@ -16,8 +16,14 @@ void SetOutputSink(OutputSink sink, void* context);
 // Prints one line through the current sink.
 void PrintLine(const QString& line);
 
-// `text` as a JSON string literal (in double quotes, with \\, \" and \n
-// escaped), as the object tree and the members list print it.
+// `text` as a JSON string literal (in double quotes, with \\, \" and the
+// control characters escaped), as the object tree and the members list
+// print it.
 QString Quoted(const QString& text);
+
+// Lines end with LF alone on standard output and standard error when they
+// are a pipe or a file (the C runtime's text mode would write CR LF); a
+// console keeps its own line ends.
+void UseLineFeedsWhenRedirected();
 
 }  // namespace kwscript

@@ -9,6 +9,7 @@
 
 #include "host/HostSupport.h"
 #include "kwscript/Output.h"
+#include "kwscript/ValueText.h"
 
 namespace kwscript {
 
@@ -155,6 +156,7 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;
   }
+  SetScriptLanguage(vbscript ? ScriptLanguage::kVBScript : ScriptLanguage::kJScript);
   CScriptSite site(path, app);
   IActiveScriptParse* parser = nullptr;
   engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));

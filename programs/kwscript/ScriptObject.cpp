@@ -7,6 +7,7 @@
 #include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
+#include "kwscript/ValueText.h"
 
 #include <QtCore/QMetaProperty>
 #include <QtCore/QString>
@@ -281,6 +282,7 @@ STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
   if (m_destroyed)
     return Refuse(exception, RPC_E_DISCONNECTED,
                   QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName()));
+  if (id == DISPID_VALUE) return AnswerDefaultValue(*this, flags, params, result);
   if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size()) {
     DISPPARAMS none{};
     return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);

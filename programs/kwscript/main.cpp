@@ -12,6 +12,7 @@
 //                                          GetObject, the Running Object Table)
 //                                          until kwscript's input ends
 //   kwscript --members TYPE [--json]       what a script can call on a TYPE object
+//   --max-items N (with --tree)            lists up to N rows of each item view
 // The exit status is 0 when the script succeeded, 1 when it failed; the
 // attach modes' own statuses are in Attach.h.
 #include <windows.h>
@@ -32,6 +33,7 @@
 #include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
+#include "kwscript/ObjectTree.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -44,7 +46,8 @@ const char kUsage[] =
     "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --members TYPE [--json]\n"
-    "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n";
+    "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n"
+    "--max-items N (with --tree) lists up to N rows of each list, table or tree (default 50)\n";
 
 // Asks the script to stop once `seconds` have passed before the run ends,
 // and ends kwscript if it does not stop.
@@ -145,29 +148,46 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
                 : kwscript::AttachAndRun(rest.first(), request);
 }
 
+// Takes "NAME VALUE" out of `args`: false when NAME is there without a
+// value; `value` stays as it is when NAME is not there.
+bool TakeOption(QStringList* args, const QString& name, QString* value) {
+  const int at = args->indexOf(name);
+  if (at < 0) return true;
+  if (at + 1 >= args->size()) return false;
+  *value = args->at(at + 1);
+  args->removeAt(at);
+  args->removeAt(at);
+  return true;
+}
+
+// Takes "NAME N" out of `args`, N a whole number from `least` on.
+bool TakeNumberOption(QStringList* args, const QString& name, int least, int* value) {
+  QString text = QString::number(*value);
+  bool ok = false;
+  if (!TakeOption(args, name, &text)) return false;
+  *value = text.toInt(&ok);
+  return ok && *value >= least;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  kwscript::UseLineFeedsWhenRedirected();
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
-  int timeout = kDefaultTimeoutSeconds;
-  const int timeoutAt = args.indexOf("--timeout");
-  if (timeoutAt >= 0) {
-    bool ok = false;
-    timeout = args.value(timeoutAt + 1).toInt(&ok);
-    if (!ok || timeout < 0) {
-      std::printf("%s", kUsage);
-      return 2;
-    }
-    args.removeAt(timeoutAt);
-    args.removeAt(timeoutAt);
+  int timeout = kDefaultTimeoutSeconds, maxItems = kwscript::kDefaultMaxItems;
+  if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems)) {
+    std::printf("%s", kUsage);
+    return 2;
   }
   const QString mode = args.value(0);
-  if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", "", timeout}, true);
+  if (mode == "--launch" || mode == "--attach")
+    return RunInApplication(args, {"run", "", "", timeout}, true);
   if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
-    return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", "", timeout}, false);
+    return RunInApplication(args.mid(json ? 2 : 1),
+                            {json ? "tree-json" : "tree", "", QString::number(maxItems), timeout}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
     std::printf("%s", kUsage);

@@ -30,7 +30,7 @@
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/CrashReport.h"
-#include "kwscript/ObjectQuery.h"
+#include "kwscript/ObjectTree.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -162,7 +162,8 @@ class AgentRequest : public QObject {
       return Finish(kCannotRun);
     }
     if (m_command == "tree" || m_command == "tree-json") {
-      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json")) PrintLine(line);
+      const int maxItems = m_code.isEmpty() ? kwscript::kDefaultMaxItems : m_code.toInt();
+      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
       return Finish(0);
     }
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
