@@ -7,7 +7,8 @@
 //                      folder kwscript runs in, then the time limit in
 //                      seconds (0: none)
 //   agent -> kwscript: "out " and a line of output, any number of times,
-//                      then "end " and the exit status
+//                      after a script "checks " and its checks
+//                      (CheckLog::Serialized), then "end " and the exit status
 // A publishing agent sends "pub" once its object is registered and waits
 // for kwscript's "stop" (or a broken pipe) before it unpublishes and ends.
 #pragma once

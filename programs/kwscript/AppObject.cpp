@@ -16,6 +16,7 @@
 
 #include <vector>
 
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/InputEvents.h"
 #include "kwscript/ObjectList.h"
@@ -177,6 +178,7 @@ STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
 }
 
 STDMETHODIMP CAppObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+  if (count == 1 && names != nullptr && ids != nullptr && CheckMemberId(names[0], ids)) return S_OK;
   return IdsOfFixedNames(kMethods, kLastMethod, names, count, ids);
 }
 
@@ -339,6 +341,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
   if (result != nullptr) VariantInit(result);
   QString stop;
   if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
+  if (IsCheckMember(id)) return InvokeCheck(id, params, result, exception);
   const VARIANT* first = Argument(params, 0);
   switch (id) {
     case kFind:

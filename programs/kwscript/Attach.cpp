@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kwscript/AgentPipe.h"
+#include "kwscript/Checks.h"
 
 namespace kwscript {
 
@@ -313,6 +314,8 @@ int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
       ReportFirstOutput();
       std::printf("%s\n", message.constData() + 4);
       std::fflush(stdout);
+    } else if (message.startsWith("checks ")) {
+      CurrentChecks() = CheckLog::Deserialized(message.mid(7));
     } else if (message == "pub") {
       WaitForInputToEnd();
       WriteMessage(pipe, "stop");

@@ -130,6 +130,7 @@ QObject* ObjectBehind(void* instance, const std::vector<const InterfaceInfo*>& i
 // HRESULT in the EXCEPINFO; the description says both, and which Qt
 // declaration it was, also where the engine would give none.
 void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
+  if (exception->bstrSource == nullptr) exception->bstrSource = SysAllocString(L"kwscript");
   if (exception->bstrDescription != nullptr && SysStringLen(exception->bstrDescription) > 0) return;
   const HRESULT code = exception->scode;
   const char* name = HResultName(code);

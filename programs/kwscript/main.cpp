@@ -12,9 +12,11 @@
 //                                          GetObject, the Running Object Table)
 //                                          until kwscript's input ends
 //   kwscript --members TYPE [--json]       what a script can call on a TYPE object
+//   --junit FILE (with a script)           writes a JUnit XML report of its checks
 //   --max-items N (with --tree)            lists up to N rows of each item view
-// The exit status is 0 when the script succeeded, 1 when it failed; the
-// attach modes' own statuses are in Attach.h.
+// The exit status is 0 when the script succeeded, 1 when it failed or a
+// check failed (the run then ends with "N passed, M failed"); the attach
+// modes' own statuses are in Attach.h.
 #include <windows.h>
 
 #include <QtCore/QDir>
@@ -29,6 +31,7 @@
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/Attach.h"
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
@@ -47,6 +50,7 @@ const char kUsage[] =
     "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --members TYPE [--json]\n"
     "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n"
+    "--junit FILE (with a script) writes a JUnit XML report of its checks and its error\n"
     "--max-items N (with --tree) lists up to N rows of each list, table or tree (default 50)\n";
 
 // Asks the script to stop once `seconds` have passed before the run ends,
@@ -176,13 +180,15 @@ int main(int argc, char** argv) {
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
   int timeout = kDefaultTimeoutSeconds, maxItems = kwscript::kDefaultMaxItems;
-  if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems)) {
+  QString junit;
+  if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems) ||
+      !TakeOption(&args, "--junit", &junit)) {
     std::printf("%s", kUsage);
     return 2;
   }
   const QString mode = args.value(0);
   if (mode == "--launch" || mode == "--attach")
-    return RunInApplication(args, {"run", "", "", timeout}, true);
+    return kwscript::FinishChecks(RunInApplication(args, {"run", "", "", timeout}, true), junit);
   if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
@@ -204,5 +210,5 @@ int main(int argc, char** argv) {
     return kwscript::ListMembers(host.manager(), args.value(1), json);
   }
   kwscript::ReportUnhandledExceptions(&kwscript::PrintLine, &kwscript::ScriptRunner::GiveCrashToScript);
-  return RunOnDemoForm(application, args.first(), timeout);
+  return kwscript::FinishChecks(RunOnDemoForm(application, args.first(), timeout), junit);
 }

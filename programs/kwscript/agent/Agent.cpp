@@ -5,7 +5,8 @@
 // application's Qt is one the library can call, and hands the request to the
 // application's GUI thread, where the script runs with the same "app" object
 // as in kwscript's own form. What the script prints and its exit status go
-// back through the pipe. The agent stays loaded; kwQtWrappers.dll is loaded
+// back through the pipe, and so do the script's checks (Checks.h), for
+// kwscript to sum up and report. The agent stays loaded; kwQtWrappers.dll is loaded
 // for one request and unloaded after it.
 // The "publish" request runs no script: it registers the "app" object in
 // the Running Object Table under the name PublishedName gives, for clients
@@ -29,6 +30,7 @@
 #include "host/ManagerHost.h"
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/ObjectTree.h"
 #include "kwscript/Output.h"
@@ -255,6 +257,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     return kAlreadyAttached;
   }
   kwscript::SetOutputSink(&SendLine, pipe);
+  kwscript::CurrentChecks() = kwscript::CheckLog();  // none from an earlier request
   g_pipe = pipe;
   kwscript::ReportUnhandledExceptions(&SendCrash, &kwscript::ScriptRunner::GiveCrashToScript);
   QCoreApplication* application = QCoreApplication::instance();
@@ -291,6 +294,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
       WaitForSingleObject(finished, INFINITE);  // every client cut off, the library unloaded
     }
     kwscript::SetOutputSink(nullptr, nullptr);
+    if (command == "run") kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
     kwscript::WriteMessage(pipe, "end " + QByteArray::number(status));
     WaitForSingleObject(finished, INFINITE);  // the request is gone, the library unloaded
     CloseHandle(scriptDone);
