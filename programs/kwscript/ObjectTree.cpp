@@ -5,6 +5,7 @@
 #include <QtGui/QAbstractItemView>
 #include <QtGui/QApplication>
 #include <QtGui/QHeaderView>
+#include <QtGui/QTreeView>
 #include <QtGui/QWidget>
 
 #include "kwscript/Output.h"
@@ -33,7 +34,8 @@ QString ShownText(const QObject* object, QString* which) {
 // The rows of an item view's model, depth first, at most `budget` of them.
 class ItemLister {
  public:
-  ItemLister(const QAbstractItemModel* model, int budget) : m_model(model), m_budget(budget) {}
+  ItemLister(const QAbstractItemView* view, int budget)
+      : m_model(view->model()), m_tree(qobject_cast<const QTreeView*>(view) != nullptr), m_budget(budget) {}
 
   bool complete() const { return m_complete; }
   int listed() const { return m_listed; }
@@ -72,11 +74,10 @@ class ItemLister {
   }
 
  private:
-  // Whether the row of `first` has rows under it: a flat model may answer
-  // its own row count for any parent, but its indexes have no parent.
-  bool HasChildRows(const QModelIndex& first) const {
-    return m_model->hasChildren(first) && m_model->parent(m_model->index(0, 0, first)) == first;
-  }
+  // Whether the row of `first` has rows under it that the view shows: only
+  // a tree view shows any (a table model may answer its row count for any
+  // parent, and a proxy over it makes up a parent for them).
+  bool HasChildRows(const QModelIndex& first) const { return m_tree && m_model->hasChildren(first); }
 
   QStringList Cells(const QModelIndex& parent, int row) const {
     QStringList cells;
@@ -86,6 +87,7 @@ class ItemLister {
   }
 
   const QAbstractItemModel* m_model;
+  bool m_tree;
   int m_budget;
   int m_listed = 0;
   bool m_complete = true;
@@ -99,7 +101,7 @@ void DescribeItems(const QAbstractItemView* view, int depth, bool json, int maxI
   if (model == nullptr || qobject_cast<const QHeaderView*>(view) != nullptr) return;
   const QModelIndex root = view->rootIndex();
   const int rows = model->rowCount(root), columns = model->columnCount(root);
-  ItemLister lister(model, maxItems);
+  ItemLister lister(view, maxItems);
   if (json) {
     const QString listed = lister.Json(root);
     out->last() += QString(", \"items\": {\"rows\": %1, \"columns\": %2, \"complete\": %3, \"listed\": %4}")
