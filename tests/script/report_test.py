@@ -1,0 +1,283 @@
+#!/usr/bin/env python3
+"""kwscript's reports as a user reads them: what it prints on standard output
+(through a pipe: LF line ends only), its exit status and its JUnit file.
+
+    report_test.py GROUP KWSCRIPT.exe WINE_RUN [APPLICATIONS_FOLDER]
+
+GROUP is one of
+  values   app.echo and "" + obj / CStr(obj) for a table of values, per engine
+  checks   app.check / app.checkEqual on the demo form: failure lines, the
+           summary, the status, the JUnit file, a thrown error by its message
+  json     --members --json: standard output is one JSON document
+  apps     Qt's address book and text editor: checks reported from inside an
+           application, then --tree (items of a table, a cut document, each
+           menu once) and --tree --json
+Prints every failed expectation and exits 1 when there is one.
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import xml.etree.ElementTree as ET
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+failures = []
+
+
+def expect(ok, what):
+    if not ok:
+        failures.append(what)
+        print("FAIL:", what)
+    return ok
+
+
+def windows(path):
+    """A Unix path as the Windows path Wine's Z: drive gives it."""
+    return "Z:" + os.path.abspath(path).replace("/", "\\")
+
+
+class Run:
+    def __init__(self, status, raw):
+        self.status = status
+        self.raw = raw
+        self.text = raw.decode("utf-8", "replace")
+        self.lines = self.text.splitlines()
+
+
+def kwscript(*args):
+    """Runs kwscript; its standard output is a file (an application launched
+    with --keep would hold a pipe open), which is not a console either."""
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        status = subprocess.call([WINE_RUN, "--prefix", "script", "--display-if-none", KWSCRIPT, *args],
+                                 stdout=out, stderr=err, timeout=280)
+        out.seek(0)
+        err.seek(0)
+        run = Run(status, out.read())
+        run.err = err.read().decode("utf-8", "replace")
+    print("$ kwscript", " ".join(args), "->", status)
+    print(run.text + run.err)
+    expect(b"\r" not in run.raw, "standard output has LF line ends only: " + " ".join(args))
+    return run
+
+
+def parsed(run, what):
+    """Standard output as one JSON document, or None after saying why not."""
+    try:
+        return json.loads(run.text)
+    except ValueError as error:
+        expect(False, "%s: standard output is not one JSON document (%s)" % (what, error))
+        return None
+
+
+def script_file(name, text):
+    path = os.path.join(WORK, name)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(text)
+    return path
+
+
+def kept_pid(run):
+    found = re.search(r"keeps running as process (\d+)", run.err)
+    return found.group(1) if found else None
+
+
+def end_application(pid):
+    if pid:
+        subprocess.call([WINE_RUN, "--prefix", "script", "C:\\windows\\system32\\taskkill.exe", "/F", "/PID", pid],
+                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+# --- values ----------------------------------------------------------------
+# (expression, what app.echo prints) per engine; "obj" is the OK button.
+JSCRIPT_VALUES = [
+    ("true", "true"), ("false", "false"), ("null", "null"), ("undefined", "undefined"),
+    ("123", "123"), ("-1.5", "-1.5"), ("0.1 + 0.2", "0.30000000000000004"), ("1 / 3", "0.3333333333333333"),
+    ("1e21", "1e+21"), ("123456789012345680000", "123456789012345680000"), ("0.000001", "0.000001"),
+    ("1e-7", "1e-7"), ("1 / 0", "Infinity"), ("0 / 0", "NaN"), ("'text'", "text"), ("[1, 'a']", "1,a"),
+    ("obj", 'QPushButton "okButton" "OK"'), ('"" + obj', 'QPushButton "okButton" "OK"'),
+    ("app.find('nameEdit')", 'QLineEdit "nameEdit"'), ("app.find('okButton').QAbstractButton_group()", "null"),
+    ("app.str('made here')", 'QString "made here"'),
+    ("app.find('okButton').parentWidget()", 'DemoForm "kwscript demo form"'),
+]
+VBSCRIPT_VALUES = [
+    ("True", "True"), ("False", "False"), ("Null", "Null"), ("Empty", "Empty"), ("Nothing", "Nothing"),
+    ("123", "123"), ("2.5", "2.5"), ('"text"', "text"),
+    ("obj", 'QPushButton "okButton" "OK"'), ("CStr(obj)", 'QPushButton "okButton" "OK"'),
+    ('"" & obj', 'QPushButton "okButton" "OK"'), ("app.find(\"nameEdit\")", 'QLineEdit "nameEdit"'),
+]
+
+
+def values_of(language, table):
+    if language == "js":
+        code = 'var obj = app.find("okButton");\n' + "".join("app.echo(%s);\n" % e for e, _ in table)
+    else:
+        code = 'Set obj = app.find("okButton")\n' + "".join("app.echo %s\n" % e for e, _ in table)
+    run = kwscript(windows(script_file("values." + language, code)))
+    expect(run.status == 0, "values.%s: exit status 0, not %d" % (language, run.status))
+    for (expression, printed), line in zip(table, run.lines):
+        expect(line == printed, "%s: app.echo(%s) printed %r, not %r" % (language, expression, line, printed))
+
+
+def test_values():
+    values_of("js", JSCRIPT_VALUES)
+    values_of("vbs", VBSCRIPT_VALUES)
+
+
+# --- checks ----------------------------------------------------------------
+# Both check scripts make the same checks: (line in the .js, line in the .vbs,
+# test case name, failure message or None).
+CHECKS = [
+    (4, 3, "the OK button is there", None),
+    (5, 4, "its text", None),
+    (7, 6, "the name typed", 'expected "Grace", got "Ada"'),
+    (8, 7, "a number is not a string", 'expected "3", got 3'),
+    (9, 8, None, "check failed"),
+    (10, 9, "one button, two facades", None),
+]
+THROWN_AT = {"js": "11:1", "vbs": "10:1"}
+
+
+def checks_of(language):
+    path = os.path.join(HERE, "report_checks." + language)
+    report = os.path.join(WORK, "checks_%s.xml" % language)
+    run = kwscript("--junit", windows(report), windows(path))
+    column = 0 if language == "js" else 1
+    shown = windows(path)
+    expect(run.status == 1, "report_checks.%s: exit status 1, not %d" % (language, run.status))
+    for check in CHECKS:
+        line, name, detail = check[column], check[2], check[3]
+        if detail is None:
+            continue
+        printed = "%s:%d: check failed" % (shown, line) + (": " + name if name else "") + \
+                  (": " + detail if detail != "check failed" else "")
+        expect(printed in run.lines, "%s: no line %r" % (language, printed))
+    thrown = "%s:%s: the script gives up here" % (shown, THROWN_AT[language])
+    expect(thrown in run.lines, "%s: the thrown error is not reported as %r" % (language, thrown))
+    expect(run.lines[-1:] == ["3 passed, 3 failed"], "%s: the run does not end with the summary" % language)
+    if not expect(os.path.exists(report), "%s: no JUnit file" % language):
+        return
+    suite = ET.parse(report).getroot().find("testsuite")
+    cases = suite.findall("testcase")
+    expect((suite.get("tests"), suite.get("failures"), suite.get("errors")) == ("7", "3", "1"),
+           "%s: the suite counts %s" % (language, suite.attrib))
+    for check, case in zip(CHECKS, cases):
+        line, name, detail = check[column], check[2], check[3]
+        failure = case.find("failure")
+        expect(case.get("name") == (name or "check at line %d" % line) and case.get("line") == str(line),
+               "%s: test case %s" % (language, case.attrib))
+        expect((failure.get("message") if failure is not None else None) == detail,
+               "%s: test case %s fails with %r" % (language, case.get("name"), detail))
+    error = cases[-1].find("error") if len(cases) == 7 else None
+    expect(error is not None and error.get("message") == thrown,
+           "%s: the script error is not the last test case" % language)
+
+
+def test_checks():
+    checks_of("js")
+    checks_of("vbs")
+    # Passing checks alone: status 0, and still the summary.
+    run = kwscript(windows(script_file("passing.js", 'app.check(true, "one");\napp.checkEqual(2, 2, "two");\n')))
+    expect(run.status == 0 and run.lines[-1:] == ["2 passed, 0 failed"], "passing checks: status 0 and the summary")
+
+
+# --- json ------------------------------------------------------------------
+def test_json():
+    run = kwscript("--members", "QPushButton", "--json")
+    expect(run.status == 0, "--members --json: exit status 0")
+    document = parsed(run, "--members --json")
+    expect(document is not None and document.get("type") == "QPushButton",
+           "--members --json: the document is about QPushButton")
+
+
+# --- apps ------------------------------------------------------------------
+def nodes(tree):
+    for node in tree:
+        yield node
+        yield from nodes(node.get("children", []))
+
+
+def test_address_book():
+    run = kwscript("--junit", windows(os.path.join(WORK, "addressbook.xml")),
+                   "--launch", windows(os.path.join(APPS, "addressbook.exe")), "--keep", "--",
+                   windows(os.path.join(HERE, "report_addressbook.js")))
+    pid = kept_pid(run)
+    try:
+        expect(run.status == 1, "address book: a check failed inside the application: status 1, not %d" % run.status)
+        expect(run.lines[-1:] == ["4 passed, 1 failed"], "address book: the counts crossed from the application")
+        suite = ET.parse(os.path.join(WORK, "addressbook.xml")).getroot().find("testsuite")
+        expect(suite.get("tests") == "5" and suite.get("failures") == "1", "address book: JUnit %s" % suite.attrib)
+        rows = ['row 0: "Ada Lovelace" | "1 Main Street"', 'row 1: "Bertrand Russell" | "2 Main Street"',
+                'row 2: "Claude Shannon" | "3 Main Street"']
+        # (--max-items, the rows listed, the rows left out)
+        for limit, listed, left in [(None, rows, []), ("2", rows[:2], rows[2:])]:
+            tree = kwscript("--tree", *(["--max-items", limit] if limit else []), "--attach", pid)
+            shown = [line.strip() for line in tree.lines]
+            expect("items: 3 rows \u00d7 2 columns" in shown, "address book: the table's items are counted")
+            for row in listed:
+                expect(row in shown, "address book: --max-items %s lists %s" % (limit, row))
+            for row in left:
+                expect(row not in shown, "address book: --max-items %s leaves out %s" % (limit, row))
+            expect(bool(left) == ("\u2026 2 rows listed (--max-items N lists more)" in shown),
+                   "address book: says when rows are left out")
+        tree = kwscript("--tree", "--json", "--attach", pid)
+        tables = [node for node in nodes(parsed(tree, "address book") or []) if node.get("items", {}).get("rows") == 3]
+        expect(len(tables) == 1 and [item["cells"] for item in tables[0]["items"]["listed"]] ==
+               [["Ada Lovelace", "1 Main Street"], ["Bertrand Russell", "2 Main Street"],
+                ["Claude Shannon", "3 Main Street"]], "address book: --tree --json lists the table's items")
+    finally:
+        end_application(pid)
+
+
+def test_text_editor():
+    document = "".join("Line %d of a long document.\n" % i for i in range(100))
+    cut = document[:60].replace("\n", "\\n") + "\u2026(%d chars)" % len(document)
+    run = kwscript("--launch", windows(os.path.join(APPS, "application.exe")), "--keep", "--",
+                   windows(os.path.join(HERE, "report_document.js")))
+    pid = kept_pid(run)
+    try:
+        expect(run.status == 0, "text editor: status 0, not %d" % run.status)
+        expect('QPlainTextEdit "%s"' % cut in run.lines, "text editor: app.echo(editor) cuts the document")
+        tree = kwscript("--tree", "--attach", pid)
+        expect(any(line.strip().startswith('QPlainTextEdit plainText="%s" ' % cut) for line in tree.lines),
+               "text editor: --tree cuts the document after 60 characters")
+        expect(max(map(len, tree.lines)) < 200, "text editor: no line of --tree is longer than 200 characters")
+        for menu in ["&File", "&Edit", "&Help"]:
+            count = sum(1 for line in tree.lines if line.strip().startswith('QMenu title="%s"' % menu))
+            expect(count == 1, "text editor: menu %s shown %d times in --tree" % (menu, count))
+        tree = kwscript("--tree", "--json", "--attach", pid)
+        found = list(nodes(parsed(tree, "text editor") or []))
+        for menu in ["&File", "&Edit", "&Help"]:
+            count = sum(1 for node in found if node["class"] == "QMenu" and node.get("title") == menu)
+            expect(count == 1, "text editor: menu %s shown %d times in --tree --json" % (menu, count))
+        expect([node.get("plainText") for node in found if node["class"] == "QPlainTextEdit"] ==
+               [document[:60] + "\u2026(%d chars)" % len(document)],
+               "text editor: --tree --json cuts the document")
+    finally:
+        end_application(pid)
+
+
+def test_apps():
+    # Wine processes of the prefix left from runs on other displays would
+    # mix their windows with this display's: their server ends first.
+    prefix = os.path.join(os.environ.get("KW_WINE_ROOT", os.path.join(os.path.dirname(KWSCRIPT), "..", "wine")),
+                          "script")
+    try:
+        subprocess.call(["wineserver", "-w"], env=dict(os.environ, WINEPREFIX=prefix), timeout=60)
+    except subprocess.TimeoutExpired:
+        print("the prefix's Wine server still runs; going on")
+    test_address_book()
+    test_text_editor()
+
+
+if __name__ == "__main__":
+    group, KWSCRIPT, WINE_RUN = sys.argv[1:4]
+    APPS = sys.argv[4] if len(sys.argv) > 4 else ""
+    if group == "apps" and not os.environ.get("DISPLAY"):
+        # One display for the application and every kwscript that attaches to it.
+        os.execvp("xvfb-run", ["xvfb-run", "-a", "-s", "-screen 0 1280x1024x24", sys.executable, *sys.argv])
+    with tempfile.TemporaryDirectory() as WORK:
+        {"values": test_values, "checks": test_checks, "json": test_json, "apps": test_apps}[group]()
+    print("%s: %d failed expectation(s)" % (group, len(failures)) if failures else "%s: all passed" % group)
+    sys.exit(1 if failures else 0)
