@@ -17,12 +17,14 @@
 #   ./scripts/script.sh --members TYPE [--json]     what a script can call on a TYPE object:
 #                                                   plain names, properties, Qt declarations
 # --timeout SECONDS before the mode stops a script that runs longer (default 300).
+# --junit FILE before the mode writes a JUnit XML report of the script's checks;
+# --max-items N before --tree lists up to N rows of each list, table or tree.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,21p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
-if ! cmake --build "$build" --target help | grep -q '^kwscript:'; then
+if ! cmake --build "$build" --target help | grep '^kwscript:' >/dev/null; then
   echo "kwscript needs a Qt 4.8 SDK (-DKW_QT_SDK=<folder> or ../shared/qt48-sdk)" >&2
   exit 2
 fi
