@@ -5,7 +5,9 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QXmlStreamWriter>
 
+#include <algorithm>
 #include <cmath>
+#include <cwchar>
 #include <cwctype>
 
 #include "kwscript/Output.h"
@@ -47,6 +49,42 @@ bool CheckCallAt(const std::wstring& code, std::size_t at, bool anyCase, std::si
   if (end < code.size() && IsNameChar(code[end])) return false;
   *nameEnd = end;
   return true;
+}
+
+// Where the member name of each check call ends in `code`, leaving out
+// string literals and comments.
+std::vector<std::size_t> CheckNameEnds(const std::wstring& code, bool vbscript) {
+  std::vector<std::size_t> ends;
+  wchar_t quote = 0;  // inside a string literal opened by it
+  bool lineComment = false, blockComment = false;
+  for (std::size_t i = 0; i < code.size(); ++i) {
+    const wchar_t c = code[i];
+    const wchar_t next = i + 1 < code.size() ? code[i + 1] : 0;
+    std::size_t end = 0;
+    if (c == L'\n') {
+      lineComment = false;
+      quote = 0;  // a string ends with its line (or the engine reports an error)
+    } else if (lineComment) {
+    } else if (blockComment) {
+      if (c == L'*' && next == L'/') blockComment = false;
+    } else if (quote != 0) {
+      if (!vbscript && c == L'\\')
+        ++i;  // an escaped character, also a line end that continues the string
+      else if (c == quote)
+        quote = 0;
+    } else if (c == L'"' || (!vbscript && c == L'\'')) {
+      quote = c;
+    } else if ((vbscript && c == L'\'') || (!vbscript && c == L'/' && next == L'/')) {
+      lineComment = true;
+    } else if (!vbscript && c == L'/' && next == L'*') {
+      blockComment = true;
+      ++i;
+    } else if (CheckCallAt(code, i, vbscript, &end)) {
+      ends.push_back(end);
+      i = end - 1;
+    }
+  }
+  return ends;
 }
 
 // Truth as the scripts mean it: booleans, non-zero numbers, non-empty
@@ -118,7 +156,8 @@ bool SameValue(const VARIANT* a, const VARIANT* b) {
     case Kind::kNumber:
       return NumberOf(a) == NumberOf(b);
     case Kind::kString:
-      return VarBstrCmp(V_BSTR(a), V_BSTR(b), LOCALE_USER_DEFAULT, 0) == static_cast<HRESULT>(VARCMP_EQ);
+      return SysStringLen(V_BSTR(a)) == SysStringLen(V_BSTR(b)) &&
+             std::wmemcmp(V_BSTR(a), V_BSTR(b), SysStringLen(V_BSTR(a))) == 0;
     case Kind::kObject: {
       CScriptObject* first = CScriptObject::FacadeOf(V_UNKNOWN(a));
       CScriptObject* second = CScriptObject::FacadeOf(V_UNKNOWN(b));
@@ -255,60 +294,18 @@ CheckLog& CurrentChecks() { return g_log; }
 std::wstring MarkCheckCalls(const std::wstring& code, bool vbscript, std::vector<CheckCallMark>* marks) {
   std::wstring out;
   out.reserve(code.size() + 64);
-  int line = 0, column = 0;  // in `out`
-  wchar_t quote = 0;         // inside a string literal opened by it
-  bool lineComment = false, blockComment = false;
-  for (std::size_t i = 0; i < code.size(); ++i) {
-    const wchar_t c = code[i];
-    const wchar_t next = i + 1 < code.size() ? code[i + 1] : 0;
-    std::size_t nameEnd = 0;
-    if (c == L'\n') {
-      lineComment = false;
-      if (vbscript) quote = 0;  // VBScript strings end with their line
-    } else if (blockComment) {
-      if (c == L'*' && next == L'/') {
-        blockComment = false;
-        out += c;
-        ++i;
-        ++column;
-        out += next;
-        ++column;
-        continue;
-      }
-    } else if (lineComment) {
-    } else if (quote != 0) {
-      if (!vbscript && c == L'\\' && next != 0) {  // an escaped character
-        out += c;
-        out += next;
-        ++i;
-        column += 2;
-        continue;
-      }
-      if (c == quote) quote = 0;
-    } else if (c == L'"' || (!vbscript && c == L'\'')) {
-      quote = c;
-    } else if ((vbscript && c == L'\'') || (!vbscript && c == L'/' && next == L'/')) {
-      lineComment = true;
-    } else if (!vbscript && c == L'/' && next == L'*') {
-      blockComment = true;
-    } else if (CheckCallAt(code, i, vbscript, &nameEnd)) {
-      const std::wstring mark = kLineMark + std::to_wstring(line + 1);
-      out.append(code, i, nameEnd - i);
-      column += static_cast<int>(nameEnd - i);
-      marks->push_back({line, column, static_cast<int>(mark.size())});
-      out += mark;
-      column += static_cast<int>(mark.size());
-      i = nameEnd - 1;
-      continue;
-    }
-    out += c;
-    if (c == L'\n') {
-      ++line;
-      column = 0;
-    } else {
-      ++column;
-    }
+  std::size_t from = 0;
+  int line = 0;
+  for (std::size_t end : CheckNameEnds(code, vbscript)) {
+    line += static_cast<int>(std::count(code.begin() + from, code.begin() + end, L'\n'));
+    out.append(code, from, end - from);
+    from = end;
+    const std::size_t lineStart = out.rfind(L'\n') + 1;  // 0 on the first line
+    const std::wstring mark = kLineMark + std::to_wstring(line + 1);
+    marks->push_back({line, static_cast<int>(out.size() - lineStart), static_cast<int>(mark.size())});
+    out += mark;
   }
+  out.append(code, from, std::wstring::npos);
   return out;
 }
 
