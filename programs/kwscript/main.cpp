@@ -81,7 +81,7 @@ class Watchdog {
 int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
   if (!host.ready()) {
-    std::printf("kwscript: cannot load kwQtWrappers.dll\n");
+    std::fprintf(stderr, "kwscript: cannot load kwQtWrappers.dll\n");
     return 2;
   }
   DemoForm form;
@@ -96,7 +96,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
     kwscript::CAppObject app(&context);
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-      std::printf("kwscript: cannot read %s\n", path.toUtf8().constData());
+      std::fprintf(stderr, "kwscript: cannot read %s\n", path.toUtf8().constData());
       return 1;
     }
     Watchdog watchdog(timeout);
@@ -136,13 +136,13 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
     rest = rest.mid(0, 1);
   }
   if (rest.isEmpty() || (needsFile && file.isEmpty())) {
-    std::printf("%s", kUsage);
+    std::fprintf(stderr, "%s", kUsage);
     return 2;
   }
   if (needsFile) {
     QFile script(file);
     if (!script.open(QIODevice::ReadOnly)) {
-      std::printf("kwscript: cannot read %s\n", file.toUtf8().constData());
+      std::fprintf(stderr, "kwscript: cannot read %s\n", file.toUtf8().constData());
       return 1;
     }
     request.scriptPath = file;
@@ -183,7 +183,7 @@ int main(int argc, char** argv) {
   QString junit;
   if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems) ||
       !TakeOption(&args, "--junit", &junit)) {
-    std::printf("%s", kUsage);
+    std::fprintf(stderr, "%s", kUsage);
     return 2;
   }
   const QString mode = args.value(0);
@@ -196,14 +196,14 @@ int main(int argc, char** argv) {
                             {json ? "tree-json" : "tree", "", QString::number(maxItems), timeout}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
-    std::printf("%s", kUsage);
+    std::fprintf(stderr, "%s", kUsage);
     return 2;
   }
   QApplication application(argc, argv);
   if (mode == "--members") {
     kwhost::ManagerHost host(L"kwQtWrappers.dll");
     if (!host.ready()) {
-      std::printf("kwscript: cannot load kwQtWrappers.dll\n");
+      std::fprintf(stderr, "kwscript: cannot load kwQtWrappers.dll\n");
       return 2;
     }
     const bool json = args.value(2) == "--json";
