@@ -6,7 +6,8 @@
 //                      tree: the most items listed per item view), the
 //                      folder kwscript runs in, then the time limit in
 //                      seconds (0: none)
-//   agent -> kwscript: "out " and a line of output, any number of times,
+//   agent -> kwscript: "out " and a line of output or "err " and a line
+//                      for standard error, any number of times,
 //                      after a script "checks " and its checks
 //                      (CheckLog::Serialized), then "end " and the exit status
 // A publishing agent sends "pub" once its object is registered and waits

@@ -314,6 +314,9 @@ int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
       ReportFirstOutput();
       std::printf("%s\n", message.constData() + 4);
       std::fflush(stdout);
+    } else if (message.startsWith("err ")) {
+      std::fprintf(stderr, "%s\n", message.constData() + 4);
+      std::fflush(stderr);
     } else if (message.startsWith("checks ")) {
       CurrentChecks() = CheckLog::Deserialized(message.mid(7));
     } else if (message == "pub") {

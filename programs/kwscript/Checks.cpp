@@ -365,7 +365,7 @@ int FinishChecks(int status, const QString& junitPath) {
   if (runError.isEmpty() && status != 0 && status != 1)
     runError = QString("exit status %1: %2").arg(status).arg(StatusMeaning(status));
   if (!junitPath.isEmpty() && !WriteJUnit(junitPath, runError)) {
-    PrintLine(QString("kwscript: cannot write the JUnit report %1").arg(junitPath));
+    PrintError(QString("kwscript: cannot write the JUnit report %1").arg(junitPath));
     if (status == 0) status = 1;
   }
   return status == 0 && g_log.Failed() > 0 ? 1 : status;

@@ -52,13 +52,22 @@ void UseLineFeedsWhenRedirected() {
     if (GetFileType(GetStdHandle(each.handle)) != FILE_TYPE_CHAR) _setmode(_fileno(each.stream), _O_BINARY);
 }
 
-void PrintLine(const QString& line) {
+namespace {
+
+void Print(const QString& line, bool error) {
   if (g_sink != nullptr) {
-    g_sink(line, g_context);
+    g_sink(line, error, g_context);
     return;
   }
-  std::printf("%s\n", line.toUtf8().constData());
-  std::fflush(stdout);
+  FILE* stream = error ? stderr : stdout;
+  std::fprintf(stream, "%s\n", line.toUtf8().constData());
+  std::fflush(stream);
 }
+
+}  // namespace
+
+void PrintLine(const QString& line) { Print(line, false); }
+
+void PrintError(const QString& line) { Print(line, true); }
 
 }  // namespace kwscript

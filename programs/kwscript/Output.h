@@ -7,14 +7,20 @@
 
 namespace kwscript {
 
-// Receives one line of output, without its line end.
-using OutputSink = void (*)(const QString& line, void* context);
+// Receives one line of output, without its line end; `error` for
+// kwscript's own words about the run (PrintError).
+using OutputSink = void (*)(const QString& line, bool error, void* context);
 
 // Sends every later line to `sink` (null: standard output again).
 void SetOutputSink(OutputSink sink, void* context);
 
 // Prints one line through the current sink.
 void PrintLine(const QString& line);
+
+// Says one line of kwscript's own about the run (what it cannot do) through
+// the current sink, which is standard error by default: standard output is
+// for what the script prints and what kwscript was asked for.
+void PrintError(const QString& line);
 
 // `text` as a JSON string literal (in double quotes, with \\, \" and the
 // control characters escaped), as the object tree and the members list

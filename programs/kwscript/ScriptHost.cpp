@@ -163,7 +163,7 @@ const char* HResultMeaning(HRESULT hr) {
 bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   std::wstring code;
   if (!ReadText(path, &code)) {
-    PrintLine(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
+    PrintError(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
     return false;
   }
   return RunScript(path, code, app);
@@ -175,7 +175,7 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
   HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr, CLSCTX_INPROC_SERVER,
                                 IID_IActiveScript, reinterpret_cast<void**>(&engine));
   if (FAILED(hr)) {
-    PrintLine(QString("kwscript: no %1 engine (0x%2)")
+    PrintError(QString("kwscript: no %1 engine (0x%2)")
                   .arg(vbscript ? "VBScript" : "JScript")
                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;

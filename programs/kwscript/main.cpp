@@ -62,7 +62,7 @@ class Watchdog {
       m_thread = std::thread([this, seconds] {
         QString why;
         if (kwscript::ScriptRunner::AwaitOrStop(m_done, seconds, &why)) return;
-        kwscript::PrintLine("kwscript: " + why);
+        kwscript::PrintError("kwscript: " + why);
         TerminateProcess(GetCurrentProcess(), 2);
       });
   }

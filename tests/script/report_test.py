@@ -183,12 +183,24 @@ def test_checks():
 
 
 # --- json ------------------------------------------------------------------
+# (arguments, exit status, the type the document is about; None: no document)
+MEMBERS_JSON = [
+    (["--members", "QPushButton", "--json"], 0, "QPushButton"),
+    (["--members", "NoSuchType", "--json"], 1, None),
+]
+
+
 def test_json():
-    run = kwscript("--members", "QPushButton", "--json")
-    expect(run.status == 0, "--members --json: exit status 0")
-    document = parsed(run, "--members --json")
-    expect(document is not None and document.get("type") == "QPushButton",
-           "--members --json: the document is about QPushButton")
+    for args, status, about in MEMBERS_JSON:
+        run = kwscript(*args)
+        what = " ".join(args)
+        expect(run.status == status, "%s: exit status %d, not %d" % (what, status, run.status))
+        if about is None:
+            expect(run.text == "" and "kwscript: " in run.err, "%s: nothing on standard output, why on standard error"
+                   % what)
+        else:
+            document = parsed(run, what)
+            expect(document is not None and document.get("type") == about, "%s: the document is about %s" % (what, about))
 
 
 # --- apps ------------------------------------------------------------------
@@ -258,6 +270,19 @@ def test_text_editor():
         end_application(pid)
 
 
+def test_tree_of_kept_application():
+    """--tree --json of an application left running: still JSON alone."""
+    run = kwscript("--tree", "--json", "--launch", windows(os.path.join(APPS, "calculator.exe")), "--keep")
+    pid = kept_pid(run)
+    try:
+        expect(pid is not None, "--tree --json --keep: the process id is said on standard error")
+        tree = parsed(run, "--tree --json --keep")
+        expect(tree is not None and any(node["class"] == "Calculator" for node in tree),
+               "--tree --json --keep: the calculator's window is in the document")
+    finally:
+        end_application(pid)
+
+
 def test_apps():
     # Wine processes of the prefix left from runs on other displays would
     # mix their windows with this display's: their server ends first.
@@ -269,6 +294,7 @@ def test_apps():
         print("the prefix's Wine server still runs; going on")
     test_address_book()
     test_text_editor()
+    test_tree_of_kept_application()
 
 
 if __name__ == "__main__":

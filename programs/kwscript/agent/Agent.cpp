@@ -38,13 +38,16 @@
 
 namespace {
 
+using kwscript::PrintError;
 using kwscript::PrintLine;
 
 // Exit statuses the agent gives besides the script's own 0 and 1.
 constexpr int kCannotRun = 2;
 constexpr int kAlreadyAttached = 3;
 
-void SendLine(const QString& line, void* pipe) { kwscript::WriteMessage(pipe, "out " + line.toUtf8()); }
+void SendLine(const QString& line, bool error, void* pipe) {
+  kwscript::WriteMessage(pipe, (error ? "err " : "out ") + line.toUtf8());
+}
 
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
@@ -160,7 +163,7 @@ class AgentRequest : public QObject {
   void Start() {
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
-      PrintLine("kwscript: cannot drive this application: " + refusal);
+      PrintError("kwscript: cannot drive this application: " + refusal);
       return Finish(kCannotRun);
     }
     if (m_command == "tree" || m_command == "tree-json") {
@@ -171,7 +174,7 @@ class AgentRequest : public QObject {
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
     m_host.reset(new kwhost::ManagerHost((AgentFolder() + L"kwQtWrappers.dll").c_str()));
     if (!m_host->ready()) {
-      PrintLine("kwscript: the agent cannot load kwQtWrappers.dll beside it");
+      PrintError("kwscript: the agent cannot load kwQtWrappers.dll beside it");
       return Finish(kCannotRun);
     }
     m_context.manager = m_host->manager();
@@ -196,7 +199,7 @@ class AgentRequest : public QObject {
     if (moniker != nullptr) moniker->Release();
     if (table != nullptr) table->Release();
     if (FAILED(hr)) {
-      PrintLine(QString("kwscript: cannot publish the application's objects (HRESULT 0x%1)").arg(ulong(hr), 8, 16, QChar('0')));
+      PrintError(QString("kwscript: cannot publish the application's objects (HRESULT 0x%1)").arg(ulong(hr), 8, 16, QChar('0')));
       return Finish(kCannotRun);
     }
     PrintLine(QString("published as \"%1\": GetObject(\"%1\") in VBScript, or that file moniker in the "
@@ -250,7 +253,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   const std::wstring mutexName = L"Local\\kwagent-" + std::to_wstring(GetCurrentProcessId());
   HANDLE attached = CreateMutexW(nullptr, FALSE, mutexName.c_str());
   if (attached == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
-    kwscript::WriteMessage(pipe, "out kwscript: another script is attached to this application already");
+    kwscript::WriteMessage(pipe, "err kwscript: another script is attached to this application already");
     kwscript::WriteMessage(pipe, "end " + QByteArray::number(kAlreadyAttached));
     if (attached != nullptr) CloseHandle(attached);
     CloseHandle(pipe);
@@ -266,7 +269,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   int* statusBox = new int(kCannotRun);
   int& status = *statusBox;
   if (application == nullptr) {
-    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", pipe);
+    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", true, pipe);
   } else {
     auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
                                      QString::fromUtf8(folder), statusBox);
@@ -276,7 +279,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     QString why;
     if (!kwscript::ScriptRunner::AwaitOrStop(scriptDone, timeout.toInt(), &why)) {
       // It makes no calls that could fail: nothing more can be done from here.
-      SendLine("kwscript: " + why, pipe);
+      SendLine("kwscript: " + why, true, pipe);
       kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
       g_pipe = nullptr;
       kwscript::SetOutputSink(nullptr, nullptr);
