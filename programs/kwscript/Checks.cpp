@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cwchar>
 #include <cwctype>
+#include <iterator>
 
 #include "kwscript/Output.h"
 #include "kwscript/ScriptObject.h"
@@ -322,7 +323,7 @@ bool CheckMemberId(const wchar_t* name, DISPID* id) {
   const std::wstring member = text.substr(0, mark);
   int line = 0;
   if (mark != std::wstring::npos) {
-    line = _wtoi(text.c_str() + mark + 3);
+    line = _wtoi(text.c_str() + mark + std::size(kLineMark) - 1);
     if (line <= 0 || line >= (kCheckEnd - kCheckBase) / 2) return false;
   }
   if (_wcsicmp(member.c_str(), L"check") != 0 && _wcsicmp(member.c_str(), L"checkEqual") != 0) return false;

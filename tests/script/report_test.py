@@ -79,8 +79,18 @@ def script_file(name, text):
 
 
 def kept_pid(run):
-    found = re.search(r"keeps running as process (\d+)", run.err)
+    """The id of an application left running, said on standard error."""
+    pattern = r"keeps running as process (\d+)"
+    expect(re.search(pattern, run.err), "the process id of an application left running is said on standard error")
+    found = re.search(pattern, run.err + run.text)
     return found.group(1) if found else None
+
+
+def junit_suite(path, what):
+    """The <testsuite> of a JUnit file, or None after saying why not."""
+    if not expect(os.path.exists(path), "%s: no JUnit file" % what):
+        return None
+    return ET.parse(path).getroot().find("testsuite")
 
 
 def end_application(pid):
@@ -115,7 +125,8 @@ def values_of(language, table):
     else:
         code = 'Set obj = app.find("okButton")\n' + "".join("app.echo %s\n" % e for e, _ in table)
     run = kwscript(windows(script_file("values." + language, code)))
-    expect(run.status == 0, "values.%s: exit status 0, not %d" % (language, run.status))
+    expect(run.status == 0, "values.%s: exit status %d, expected 0" % (language, run.status))
+    expect(len(run.lines) >= len(table), "values.%s: a line for each value" % language)
     for (expression, printed), line in zip(table, run.lines):
         expect(line == printed, "%s: app.echo(%s) printed %r, not %r" % (language, expression, line, printed))
 
@@ -145,7 +156,7 @@ def checks_of(language):
     run = kwscript("--junit", windows(report), windows(path))
     column = 0 if language == "js" else 1
     shown = windows(path)
-    expect(run.status == 1, "report_checks.%s: exit status 1, not %d" % (language, run.status))
+    expect(run.status == 1, "report_checks.%s: exit status %d, expected 1" % (language, run.status))
     for check in CHECKS:
         line, name, detail = check[column], check[2], check[3]
         if detail is None:
@@ -156,9 +167,9 @@ def checks_of(language):
     thrown = "%s:%s: the script gives up here" % (shown, THROWN_AT[language])
     expect(thrown in run.lines, "%s: the thrown error is not reported as %r" % (language, thrown))
     expect(run.lines[-1:] == ["3 passed, 3 failed"], "%s: the run does not end with the summary" % language)
-    if not expect(os.path.exists(report), "%s: no JUnit file" % language):
+    suite = junit_suite(report, language)
+    if suite is None:
         return
-    suite = ET.parse(report).getroot().find("testsuite")
     cases = suite.findall("testcase")
     expect((suite.get("tests"), suite.get("failures"), suite.get("errors")) == ("7", "3", "1"),
            "%s: the suite counts %s" % (language, suite.attrib))
@@ -194,7 +205,7 @@ def test_json():
     for args, status, about in MEMBERS_JSON:
         run = kwscript(*args)
         what = " ".join(args)
-        expect(run.status == status, "%s: exit status %d, not %d" % (what, status, run.status))
+        expect(run.status == status, "%s: exit status %d, expected %d" % (what, run.status, status))
         if about is None:
             expect(run.text == "" and "kwscript: " in run.err, "%s: nothing on standard output, why on standard error"
                    % what)
@@ -215,11 +226,15 @@ def test_address_book():
                    "--launch", windows(os.path.join(APPS, "addressbook.exe")), "--keep", "--",
                    windows(os.path.join(HERE, "report_addressbook.js")))
     pid = kept_pid(run)
+    if pid is None:
+        return
     try:
-        expect(run.status == 1, "address book: a check failed inside the application: status 1, not %d" % run.status)
+        expect(run.status == 1, "address book: a check failed inside the application: exit status %d, expected 1"
+               % run.status)
         expect(run.lines[-1:] == ["4 passed, 1 failed"], "address book: the counts crossed from the application")
-        suite = ET.parse(os.path.join(WORK, "addressbook.xml")).getroot().find("testsuite")
-        expect(suite.get("tests") == "5" and suite.get("failures") == "1", "address book: JUnit %s" % suite.attrib)
+        suite = junit_suite(os.path.join(WORK, "addressbook.xml"), "address book")
+        expect(suite is not None and (suite.get("tests"), suite.get("failures")) == ("5", "1"),
+               "address book: JUnit file with 5 test cases, 1 failed")
         rows = ['row 0: "Ada Lovelace" | "1 Main Street"', 'row 1: "Bertrand Russell" | "2 Main Street"',
                 'row 2: "Claude Shannon" | "3 Main Street"']
         # (--max-items, the rows listed, the rows left out)
@@ -248,8 +263,10 @@ def test_text_editor():
     run = kwscript("--launch", windows(os.path.join(APPS, "application.exe")), "--keep", "--",
                    windows(os.path.join(HERE, "report_document.js")))
     pid = kept_pid(run)
+    if pid is None:
+        return
     try:
-        expect(run.status == 0, "text editor: status 0, not %d" % run.status)
+        expect(run.status == 0, "text editor: exit status %d, expected 0" % run.status)
         expect('QPlainTextEdit "%s"' % cut in run.lines, "text editor: app.echo(editor) cuts the document")
         tree = kwscript("--tree", "--attach", pid)
         expect(any(line.strip().startswith('QPlainTextEdit plainText="%s" ' % cut) for line in tree.lines),
@@ -275,7 +292,6 @@ def test_tree_of_kept_application():
     run = kwscript("--tree", "--json", "--launch", windows(os.path.join(APPS, "calculator.exe")), "--keep")
     pid = kept_pid(run)
     try:
-        expect(pid is not None, "--tree --json --keep: the process id is said on standard error")
         tree = parsed(run, "--tree --json --keep")
         expect(tree is not None and any(node["class"] == "Calculator" for node in tree),
                "--tree --json --keep: the calculator's window is in the document")
