@@ -8,4 +8,4 @@ app.checkEqual(edit.text, "Grace", "the name typed");
 app.checkEqual(app.find("colorBox").count, "3", "a number is not a string");
 app.check(app.find("noSuchWidget"));
 app.checkEqual(app.find("okButton"), ok, "one button, two facades");
-throw new Error("the script gives up here");
+app.check(true, "the last check"); throw new Error("the script gives up here");

@@ -7,4 +7,4 @@ Call app.checkEqual(app.find("nameEdit").text, "Grace", "the name typed")
 app.checkEqual app.find("colorBox").count, "3", "a number is not a string"
 app.check app.isNull(ok)
 app.checkEqual app.find("okButton"), ok, "one button, two facades"
-Err.Raise vbObjectError + 1, "report_checks", "the script gives up here"
+app.check True, "the last check" : Err.Raise vbObjectError + 1, "report_checks", "the script gives up here"
