@@ -51,9 +51,10 @@ QString ReadableText(const QObject* object, QString* property = nullptr);
 // readable text (cut when long), leaving out what is empty.
 QString ObjectDescription(const QObject* object);
 
-// The description of a facade: as ObjectDescription for a QObject, the
-// class and its text for a QString, QByteArray or QLatin1String, the class
-// alone for another value.
+// The description of a facade: as ObjectDescription for a QObject (its
+// class and "(deleted)" once the application deleted it), the class and its
+// text for a QString, QByteArray or QLatin1String, the class alone for
+// another value.
 QString FacadeDescription(CScriptObject& facade);
 
 // The facade's DISPID_VALUE: read as a property without arguments it is

@@ -10,5 +10,6 @@ for (var i = 0; i < names.length; i++) {
   app.type(app.query("QDialog:visible QTextEdit"), (i + 1) + " Main Street");
   app.click(app.query('QDialog:visible QPushButton[text="OK"]'));
 }
+app.echo("the last dialog, closed:", dialog);
 app.check(app.waitFor("QTableView:visible", 5000), "a table shows them");
 app.checkEqual(names.length, 4, "four contacts (wrong on purpose)");

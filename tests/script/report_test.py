@@ -10,7 +10,7 @@ GROUP is one of
            summary, the status, the JUnit file, a thrown error by its message
   json     --members --json: standard output is one JSON document
   apps     Qt's address book and text editor: checks reported from inside an
-           application, then --tree (items of a table, a cut document, each
+           application, a deleted dialog echoed, then --tree (items of a table, a cut document, each
            menu once) and --tree --json
 Prints every failed expectation and exits 1 when there is one.
 """
@@ -237,6 +237,8 @@ def test_address_book():
         expect(run.status == 1, "address book: a check failed inside the application: exit status %d, expected 1"
                % run.status)
         expect(run.lines[-1:] == ["4 passed, 1 failed"], "address book: the counts crossed from the application")
+        expect("the last dialog, closed: QDialog (deleted)" in run.lines,
+               "address book: a dialog the application deleted prints as deleted")
         suite = junit_suite(os.path.join(WORK, "addressbook.xml"), "address book")
         expect(suite is not None and (suite.get("tests"), suite.get("failures")) == ("5", "1"),
                "address book: JUnit file with 5 test cases, 1 failed")
