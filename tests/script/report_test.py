@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """kwscript's reports as a user reads them: what it prints on standard output
-(through a pipe: LF line ends only), its exit status and its JUnit file.
+(a pipe or a file: LF line ends only), its exit status and its JUnit file.
 
     report_test.py GROUP KWSCRIPT.exe WINE_RUN [APPLICATIONS_FOLDER]
 
@@ -42,24 +42,28 @@ def windows(path):
 
 
 class Run:
-    def __init__(self, status, raw):
+    def __init__(self, status, raw, err):
         self.status = status
         self.raw = raw
         self.text = raw.decode("utf-8", "replace")
         self.lines = self.text.splitlines()
+        self.err = err.decode("utf-8", "replace")
 
 
 def kwscript(*args):
-    """Runs kwscript; its standard output is a file (an application launched
-    with --keep would hold a pipe open), which is not a console either."""
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        status = subprocess.call([WINE_RUN, "--prefix", PREFIX, "--display-if-none", KWSCRIPT, *args],
-                                 stdout=out, stderr=err, timeout=280)
-        out.seek(0)
-        err.seek(0)
-        run = Run(status, out.read())
-        run.err = err.read().decode("utf-8", "replace")
-    print("$ kwscript", " ".join(args), "->", status)
+    """Runs kwscript with its standard output a pipe, or a file when it leaves
+    an application running (which would hold a pipe open)."""
+    command = [WINE_RUN, "--prefix", PREFIX, "--display-if-none", KWSCRIPT, *args]
+    if "--keep" in args:
+        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+            status = subprocess.call(command, stdout=out, stderr=err, timeout=280)
+            out.seek(0)
+            err.seek(0)
+            run = Run(status, out.read(), err.read())
+    else:
+        done = subprocess.run(command, capture_output=True, timeout=280)
+        run = Run(done.returncode, done.stdout, done.stderr)
+    print("$ kwscript", " ".join(args), "->", run.status)
     print(run.text + run.err)
     expect(b"\r" not in run.raw, "standard output has LF line ends only: " + " ".join(args))
     return run
