@@ -10,7 +10,7 @@ GROUP is one of
            summary, the status, the JUnit file, a thrown error by its message
   json     --members --json: standard output is one JSON document
   apps     Qt's address book and text editor: checks reported from inside an
-           application, a deleted dialog echoed, then --tree (items of a table, a cut document, each
+           application (also one that crashes), a deleted dialog echoed, then --tree (items of a table, a cut document, each
            menu once) and --tree --json
 Prints every failed expectation and exits 1 when there is one.
 """
@@ -310,10 +310,27 @@ def test_tree_of_kept_application():
         end_application(pid)
 
 
+def test_crash():
+    """An application that crashes: the checks made before still count."""
+    crashing = os.path.join(os.path.dirname(KWSCRIPT), "kwcrashapp.exe")
+    if not expect(os.path.exists(crashing), "no %s (built with the attach tests)" % crashing):
+        return
+    report = os.path.join(WORK, "crash.xml")
+    run = kwscript("--junit", windows(report), "--launch", windows(crashing), "--",
+                   windows(os.path.join(HERE, "report_crash.js")))
+    expect(run.status == 4, "crash: exit status %d, expected 4" % run.status)
+    expect(run.lines[-1:] == ["1 passed, 0 failed"], "crash: the check made before the crash is counted")
+    suite = junit_suite(report, "crash")
+    error = suite.find("testcase/error") if suite is not None else None
+    expect(suite is not None and suite.get("tests") == "2" and error is not None and
+           "the application crashed" in error.get("message"), "crash: the JUnit file has the check and the crash")
+
+
 def test_apps():
     test_address_book()
     test_text_editor()
     test_tree_of_kept_application()
+    test_crash()
 
 
 if __name__ == "__main__":

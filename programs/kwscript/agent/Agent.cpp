@@ -52,12 +52,14 @@ void SendLine(const QString& line, bool error, void* pipe) {
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
-// A crash of the application: said to kwscript with the status of an
-// application that ended during the script.
+// A crash of the application: said to kwscript with the checks made so
+// far (the script has reported the crash as its error by now) and the
+// status of an application that ended during the script.
 void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
-  kwscript::WriteMessage(pipe, "out " + line.toUtf8());
+  kwscript::WriteMessage(pipe, "err " + line.toUtf8());
+  kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
   kwscript::WriteMessage(pipe, "end 4");
 }
 
