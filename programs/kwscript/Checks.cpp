@@ -91,7 +91,6 @@ std::vector<std::size_t> CheckNameEnds(const std::wstring& code, bool vbscript) 
 // Truth as the scripts mean it: booleans, non-zero numbers, non-empty
 // strings and objects are true; empty, null and Nothing false.
 bool Truth(const VARIANT* value) {
-  if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
   switch (V_VT(value)) {
     case VT_EMPTY:
     case VT_NULL:
@@ -175,12 +174,30 @@ QString StatedValue(const VARIANT* value) {
   return V_VT(value) == VT_BSTR ? QuotedShort(ValueText(value)) : ValueText(value);
 }
 
-// Argument `position` (first argument first), references followed.
-const VARIANT* ArgumentAt(const DISPPARAMS* params, UINT position) {
-  if (params == nullptr || position >= params->cArgs) return nullptr;
-  const VARIANT* arg = &params->rgvarg[params->cArgs - 1 - position];
-  return V_VT(arg) == (VT_BYREF | VT_VARIANT) ? V_VARIANTREF(arg) : arg;
-}
+// The arguments of a call, first first, as values: VBScript passes its
+// variables by reference.
+class Arguments {
+ public:
+  explicit Arguments(const DISPPARAMS* params) {
+    const UINT count = params != nullptr ? params->cArgs : 0;
+    m_values.resize(count);
+    for (UINT i = 0; i < count; ++i) {
+      VariantInit(&m_values[i]);
+      VariantCopyInd(&m_values[i], &params->rgvarg[count - 1 - i]);
+    }
+  }
+  ~Arguments() {
+    for (VARIANT& value : m_values) VariantClear(&value);
+  }
+  Arguments(const Arguments&) = delete;
+  Arguments& operator=(const Arguments&) = delete;
+
+  UINT count() const { return static_cast<UINT>(m_values.size()); }
+  const VARIANT* at(UINT position) const { return &m_values[position]; }
+
+ private:
+  std::vector<VARIANT> m_values;
+};
 
 QString Where(int line) {
   return line > 0 ? QString("%1:%2").arg(g_log.script).arg(line) : g_log.script;
@@ -335,21 +352,21 @@ bool IsCheckMember(DISPID id) { return id >= kCheckBase && id < kCheckEnd; }
 
 HRESULT InvokeCheck(DISPID id, const DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception) {
   const bool equal = (id - kCheckBase) % 2 == 1;
-  const UINT given = params != nullptr ? params->cArgs : 0;
+  const Arguments arguments(params);
   const UINT needed = equal ? 2 : 1;
-  if (given < needed || given > needed + 1)
+  if (arguments.count() < needed || arguments.count() > needed + 1)
     return Refuse(exception, DISP_E_BADPARAMCOUNT,
                   equal ? "app.checkEqual(actual, expected [, message])" : "app.check(condition [, message])");
   CheckRecord record;
   record.line = (id - kCheckBase) / 2;
-  if (const VARIANT* message = ArgumentAt(params, needed)) record.message = ValueText(message);
+  if (arguments.count() > needed) record.message = ValueText(arguments.at(needed));
   if (equal) {
-    const VARIANT* actual = ArgumentAt(params, 0);
-    const VARIANT* expected = ArgumentAt(params, 1);
+    const VARIANT* actual = arguments.at(0);
+    const VARIANT* expected = arguments.at(1);
     record.passed = SameValue(actual, expected);
     if (!record.passed) record.detail = QString("expected %1, got %2").arg(StatedValue(expected), StatedValue(actual));
   } else {
-    record.passed = Truth(ArgumentAt(params, 0));
+    record.passed = Truth(arguments.at(0));
   }
   Record(record);
   if (result != nullptr) {

@@ -51,7 +51,14 @@ QString DispatchText(IDispatch* object, ScriptLanguage language, int depth);
 QString Text(const VARIANT* value, ScriptLanguage language, int depth) {
   const bool js = language == ScriptLanguage::kJScript;
   if (value == nullptr) return js ? "undefined" : "Empty";
-  if (V_VT(value) == (VT_BYREF | VT_VARIANT)) value = V_VARIANTREF(value);
+  if (V_VT(value) & VT_BYREF) {  // VBScript passes its variables so
+    VARIANT direct;
+    VariantInit(&direct);
+    if (FAILED(VariantCopyInd(&direct, const_cast<VARIANT*>(value)))) return js ? "[object]" : "<object>";
+    const QString out = Text(&direct, language, depth);
+    VariantClear(&direct);
+    return out;
+  }
   const VARTYPE type = V_VT(value);
   switch (type) {
     case VT_EMPTY:
