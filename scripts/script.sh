@@ -18,9 +18,11 @@
 #   ./scripts/script.sh --members TYPE [--json]     what a script can call on a TYPE object:
 #                                                   plain names, properties, Qt declarations
 # --timeout SECONDS before the mode stops a script that runs longer (default 300).
+# --junit FILE before the mode writes a JUnit XML report of the script's checks;
+# --max-items N before --tree lists up to N rows of each list, table or tree.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-[[ $# -ge 1 ]] || { sed -n '2,20p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[[ $# -ge 1 ]] || { sed -n '2,22p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! "$root/scripts/has-target.sh" "$build" kwscript; then

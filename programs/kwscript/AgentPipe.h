@@ -2,11 +2,14 @@
 // over a named pipe: messages of a 4-byte length (little-endian) and that
 // many bytes of UTF-8.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
-//                      "publish"), the script's file name, its text, the
+//                      "publish"), the script's file name, its text (for a
+//                      tree: the most items listed per item view), the
 //                      folder kwscript runs in, then the time limit in
 //                      seconds (0: none)
-//   agent -> kwscript: "out " and a line of output, any number of times,
-//                      then "end " and the exit status
+//   agent -> kwscript: "out " and a line of output or "err " and a line
+//                      for standard error, any number of times,
+//                      after a script "checks " and its checks
+//                      (CheckLog::Serialized), then "end " and the exit status
 // A publishing agent sends "pub" once its object is registered and waits
 // for kwscript's "stop" (or a broken pipe) before it unpublishes and ends.
 #pragma once

@@ -18,12 +18,14 @@
 #include <iterator>
 #include <vector>
 
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/InputEvents.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/ObjectQuery.h"
 #include "kwscript/ScriptDispatch.h"
 #include "kwscript/ScriptRunner.h"
+#include "kwscript/ValueText.h"
 
 namespace kwscript {
 
@@ -237,6 +239,7 @@ STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
 }
 
 STDMETHODIMP CAppObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+  if (count == 1 && names != nullptr && ids != nullptr && CheckMemberId(names[0], ids)) return S_OK;
   return IdsOfFixedNames(kMethods, kLastMethod, names, count, ids);
 }
 
@@ -404,6 +407,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
   if (result != nullptr) VariantInit(result);
   QString stop;
   if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
+  if (IsCheckMember(id)) return InvokeCheck(id, params, result, exception);
   const VARIANT* first = Argument(params, 0);
   switch (id) {
     case kValue: {
@@ -492,7 +496,7 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
       return Act(id, params, exception);
     case kEcho: {
       QStringList parts;
-      for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << TextOfVariant(Argument(params, i));
+      for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << ValueText(Argument(params, i));
       PrintLine(parts.join(" "));
       return S_OK;
     }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kwscript/AgentPipe.h"
+#include "kwscript/Checks.h"
 
 namespace kwscript {
 
@@ -26,9 +27,11 @@ constexpr DWORD kStartLimitMs = 30000;
 // compiler (mingw-w64's g++: the Itanium C++ ABI): QString::fromUtf8(const char*, int).
 const char kAbiProbe[] = "_ZN7QString8fromUtf8EPKci";
 
+// kwscript's own words go to standard error: standard output carries only
+// what the agent sends (a script's output, an object tree in JSON).
 void Say(const QString& text) {
-  std::printf("kwscript: %s\n", text.toUtf8().constData());
-  std::fflush(stdout);
+  std::fprintf(stderr, "kwscript: %s\n", text.toUtf8().constData());
+  std::fflush(stderr);
 }
 
 // Closes a Win32 handle when it goes out of scope.
@@ -311,6 +314,11 @@ int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
       ReportFirstOutput();
       std::printf("%s\n", message.constData() + 4);
       std::fflush(stdout);
+    } else if (message.startsWith("err ")) {
+      std::fprintf(stderr, "%s\n", message.constData() + 4);
+      std::fflush(stderr);
+    } else if (message.startsWith("checks ")) {
+      CurrentChecks() = CheckLog::Deserialized(message.mid(7));
     } else if (message == "pub") {
       WaitForInputToEnd();
       WriteMessage(pipe, "stop");

@@ -4,6 +4,7 @@
 #include <QtCore/QMetaProperty>
 #include <QtCore/QStringList>
 
+#include <cstdio>
 #include <set>
 
 #include "host/HostSupport.h"
@@ -54,7 +55,7 @@ int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
   IDispatch* exposer = nullptr;
   const std::wstring name = type.toStdWString();
   if (manager->CreateWrapper(name.c_str(), &placeholder, &exposer) != S_OK) {
-    PrintLine(QString("kwscript: \"%1\" is not a type name the library knows").arg(type));
+    std::fprintf(stderr, "kwscript: \"%s\" is not a type name the library knows\n", type.toUtf8().constData());
     return 1;
   }
   std::vector<const InterfaceInfo*> interfaces;

@@ -12,8 +12,8 @@
 
 namespace kwscript {
 
-// Prints the list (or one JSON document); 0, or 1 for a type name the
-// library does not know.
+// Prints the list (or one JSON document) on standard output; 0, or 1 for a
+// type name the library does not know (said on standard error).
 int ListMembers(IWrappersManager* manager, const QString& type, bool json);
 
 }  // namespace kwscript

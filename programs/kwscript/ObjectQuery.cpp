@@ -183,74 +183,6 @@ QList<QObject*> Candidates(QObject* context, bool childOnly) {
   return out;
 }
 
-// What a person reads on an object: its "text" property, else its window
-// title, a group's title, a text edit's text, the page or entry shown, a
-// calendar's date or a value.
-QString ShownText(QObject* object, QString* which) {
-  foreach (const char* property, QList<const char*>() << "text"
-                                                      << "windowTitle"
-                                                      << "title"
-                                                      << "plainText"
-                                                      << "currentIndex"
-                                                      << "selectedDate"
-                                                      << "value") {
-    const QVariant value = object->property(property);
-    if (value.isValid() && value.canConvert(QVariant::String) && !value.toString().isEmpty()) {
-      *which = property;
-      return value.toString();
-    }
-  }
-  return QString();
-}
-
-void DescribeObject(QObject* object, int depth, bool json, QStringList* out) {
-  QString which;
-  const QString text = ShownText(object, &which);
-  QWidget* widget = object->isWidgetType() ? static_cast<QWidget*>(object) : nullptr;
-  const QString indent(depth * 2, ' ');
-  QString line;
-  if (json) {
-    line = indent + QString("{\"class\": %1, \"name\": %2")
-                        .arg(Quoted(object->metaObject()->className()), Quoted(object->objectName()));
-    if (!which.isEmpty()) line += QString(", \"%1\": %2").arg(which, Quoted(text));
-    if (widget != nullptr) {
-      const QRect r = widget->geometry();
-      line += QString(", \"geometry\": [%1, %2, %3, %4], \"visible\": %5")
-                  .arg(r.x())
-                  .arg(r.y())
-                  .arg(r.width())
-                  .arg(r.height())
-                  .arg(widget->isVisible() ? "true" : "false");
-    }
-    line += ", \"children\": [";
-  } else {
-    line = indent + object->metaObject()->className();
-    if (!object->objectName().isEmpty()) line += " #" + object->objectName();
-    if (!which.isEmpty()) line += QString(" %1=%2").arg(which, Quoted(text));
-    if (widget != nullptr) {
-      const QRect r = widget->geometry();
-      line += QString(" %1,%2 %3x%4 %5")
-                  .arg(r.x())
-                  .arg(r.y())
-                  .arg(r.width())
-                  .arg(r.height())
-                  .arg(widget->isVisible() ? "visible" : "hidden");
-    }
-  }
-  out->append(line);
-  const QObjectList children = object->children();
-  for (int i = 0; i < children.size(); ++i) {
-    DescribeObject(children[i], depth + 1, json, out);
-    if (json && i + 1 < children.size()) out->last() += ",";
-  }
-  if (json) {
-    if (children.isEmpty())
-      out->last() += "]}";
-    else
-      out->append(indent + "]}");
-  }
-}
-
 }  // namespace
 
 QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
@@ -276,18 +208,6 @@ QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
     contexts = matches;
   }
   return contexts;
-}
-
-QStringList DescribeObjectTree(bool json) {
-  QStringList out;
-  const QWidgetList tops = QApplication::topLevelWidgets();
-  if (json) out.append("[");
-  for (int i = 0; i < tops.size(); ++i) {
-    DescribeObject(tops[i], json ? 1 : 0, json, &out);
-    if (json && i + 1 < tops.size()) out.last() += ",";
-  }
-  if (json) out.append("]");
-  return out;
 }
 
 }  // namespace kwscript

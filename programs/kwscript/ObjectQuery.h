@@ -37,10 +37,4 @@ struct SelectorError {
 // and `error` says where and what.
 QList<QObject*> QueryObjects(const QString& selector, SelectorError* error);
 
-// The object tree below the top-level widgets, one object a line, indented
-// two blanks a level: class, object name, text or window title where the
-// class has one, geometry and visibility of widgets. With `json`, the same
-// as one JSON document.
-QStringList DescribeObjectTree(bool json);
-
 }  // namespace kwscript

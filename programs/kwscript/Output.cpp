@@ -1,5 +1,10 @@
 #include "kwscript/Output.h"
 
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+
 #include <cstdio>
 
 namespace kwscript {
@@ -17,18 +22,52 @@ void SetOutputSink(OutputSink sink, void* context) {
 }
 
 QString Quoted(const QString& text) {
-  QString out = text;
-  out.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
-  return '"' + out + '"';
+  QString out;
+  out.reserve(text.size() + 2);
+  out += '"';
+  for (const QChar c : text) {
+    switch (c.unicode()) {
+      case '"': out += "\\\""; break;
+      case '\\': out += "\\\\"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\t': out += "\\t"; break;
+      default:
+        if (c.unicode() < 0x20)
+          out += QString("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
+        else
+          out += c;
+    }
+  }
+  out += '"';
+  return out;
 }
 
-void PrintLine(const QString& line) {
+void UseLineFeedsWhenRedirected() {
+  const struct {
+    FILE* stream;
+    DWORD handle;
+  } streams[] = {{stdout, STD_OUTPUT_HANDLE}, {stderr, STD_ERROR_HANDLE}};
+  for (const auto& each : streams)
+    if (GetFileType(GetStdHandle(each.handle)) != FILE_TYPE_CHAR) _setmode(_fileno(each.stream), _O_BINARY);
+}
+
+namespace {
+
+void Print(const QString& line, bool error) {
   if (g_sink != nullptr) {
-    g_sink(line, g_context);
+    g_sink(line, error, g_context);
     return;
   }
-  std::printf("%s\n", line.toUtf8().constData());
-  std::fflush(stdout);
+  FILE* stream = error ? stderr : stdout;
+  std::fprintf(stream, "%s\n", line.toUtf8().constData());
+  std::fflush(stream);
 }
+
+}  // namespace
+
+void PrintLine(const QString& line) { Print(line, false); }
+
+void PrintError(const QString& line) { Print(line, true); }
 
 }  // namespace kwscript

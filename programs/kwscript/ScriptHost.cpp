@@ -4,11 +4,14 @@
 
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include <QtCore/QString>
 
 #include "host/HostSupport.h"
+#include "kwscript/Checks.h"
 #include "kwscript/Output.h"
+#include "kwscript/ValueText.h"
 
 namespace kwscript {
 
@@ -59,11 +62,22 @@ const Known* Lookup(HRESULT hr) {
   return nullptr;
 }
 
+// Whether an error is the script's own (JScript's throw of an Error,
+// VBScript's Err.Raise), which its message says all about: it comes
+// neither from an object of this host (whose failures name "kwscript" as
+// their source) nor from the engine itself (whose sources are its
+// "Microsoft ... error" names), and it has a message.
+bool ThrownByScript(const EXCEPINFO& info) {
+  const QString source = info.bstrSource != nullptr ? QString::fromWCharArray(info.bstrSource) : QString();
+  return source != "kwscript" && !source.startsWith("Microsoft") && info.bstrDescription != nullptr &&
+         SysStringLen(info.bstrDescription) > 0;
+}
+
 // The site the engine reports to: it hands out "app" and prints errors.
 class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
  public:
-  CScriptSite(std::wstring path, IDispatch* app)
-      : HostObject(IID_IActiveScriptSite), m_path(std::move(path)), m_app(app) {}
+  CScriptSite(std::wstring path, IDispatch* app, std::vector<CheckCallMark> marks)
+      : HostObject(IID_IActiveScriptSite), m_path(std::move(path)), m_app(app), m_marks(std::move(marks)) {}
   bool failed() const { return m_failed; }
 
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
@@ -91,17 +105,27 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
     ULONG line = 0;
     LONG column = 0;
     error->GetSourcePosition(&context, &line, &column);
-    const HRESULT hr = info.scode != 0 ? info.scode : static_cast<HRESULT>(0x800A0000 | info.wCode);
-    const Known* known = Lookup(hr);
-    QString report = QString("%1:%2:%3: script error 0x%4 %5: %6")
-                         .arg(QString::fromStdWString(m_path))
-                         .arg(line + 1)
-                         .arg(column + 1)
-                         .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper().rightJustified(8, '0'))
-                         .arg(known ? known->name : "(no name)", known ? known->meaning : "see the description");
-    if (info.bstrDescription != nullptr && SysStringLen(info.bstrDescription) > 0)
-      report += QString(" (%1)").arg(QString::fromWCharArray(info.bstrDescription));
+    const QString where = QString("%1:%2:%3")
+                              .arg(QString::fromStdWString(m_path))
+                              .arg(line + 1)
+                              .arg(OriginalColumn(m_marks, static_cast<int>(line), column) + 1);
+    const QString description =
+        info.bstrDescription != nullptr ? QString::fromWCharArray(info.bstrDescription, SysStringLen(info.bstrDescription))
+                                        : QString();
+    QString report;
+    if (ThrownByScript(info)) {
+      report = where + ": " + description;
+    } else {
+      const HRESULT hr = info.scode != 0 ? info.scode : static_cast<HRESULT>(0x800A0000 | info.wCode);
+      const Known* known = Lookup(hr);
+      report = QString("%1: script error 0x%2 %3: %4")
+                   .arg(where)
+                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper().rightJustified(8, '0'))
+                   .arg(known ? known->name : "(no name)", known ? known->meaning : "see the description");
+      if (!description.isEmpty()) report += QString(" (%1)").arg(description);
+    }
     PrintLine(report);
+    CurrentChecks().scriptError = report;
     SysFreeString(info.bstrSource);
     SysFreeString(info.bstrDescription);
     SysFreeString(info.bstrHelpFile);
@@ -111,6 +135,7 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
  private:
   std::wstring m_path;
   IDispatch* m_app;
+  std::vector<CheckCallMark> m_marks;  // where the text differs from the file's
   bool m_failed = false;
 };
 
@@ -138,7 +163,7 @@ const char* HResultMeaning(HRESULT hr) {
 bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   std::wstring code;
   if (!ReadText(path, &code)) {
-    PrintLine(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
+    PrintError(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
     return false;
   }
   return RunScript(path, code, app);
@@ -150,19 +175,26 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
   HRESULT hr = CoCreateInstance(vbscript ? CLSID_VBScriptEngine : CLSID_JScriptEngine, nullptr, CLSCTX_INPROC_SERVER,
                                 IID_IActiveScript, reinterpret_cast<void**>(&engine));
   if (FAILED(hr)) {
-    PrintLine(QString("kwscript: no %1 engine (0x%2)")
+    PrintError(QString("kwscript: no %1 engine (0x%2)")
                   .arg(vbscript ? "VBScript" : "JScript")
                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;
   }
-  CScriptSite site(path, app);
+  std::vector<CheckCallMark> marks;
+  const std::wstring marked = MarkCheckCalls(code, vbscript, &marks);
+  SetScriptLanguage(vbscript ? ScriptLanguage::kVBScript : ScriptLanguage::kJScript);
+  CheckLog& checks = CurrentChecks();
+  checks = CheckLog();
+  checks.script = QString::fromStdWString(path);
+  checks.checking = !marks.empty();
+  CScriptSite site(path, app, std::move(marks));
   IActiveScriptParse* parser = nullptr;
   engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));
   bool ran = parser != nullptr && SUCCEEDED(parser->InitNew()) && SUCCEEDED(engine->SetScriptSite(&site)) &&
              SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE));
   if (ran) {
     EXCEPINFO exception{};
-    hr = parser->ParseScriptText(code.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
+    hr = parser->ParseScriptText(marked.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
                                  &exception);
     SysFreeString(exception.bstrSource);
     SysFreeString(exception.bstrDescription);

@@ -1,6 +1,9 @@
 // Runs a JScript (.js) or VBScript (.vbs) file through the platform's Active
 // Scripting engine, with the named item "app", and reports script errors
-// with the file, line and column, the HRESULT, its name and what it means.
+// with the file, line and column, the HRESULT, its name and what it means;
+// an error the script raised itself (JScript's throw, VBScript's Err.Raise)
+// with the file, line and column and its message alone. The report of the
+// error is also kept as the run's script error (Checks.h).
 #pragma once
 
 #include <windows.h>

@@ -11,6 +11,7 @@
 #include "kwscript/Properties.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
+#include "kwscript/ValueText.h"
 
 #include <QtCore/QMetaProperty>
 #include <QtCore/QString>
@@ -56,6 +57,7 @@ QObject* ObjectBehind(void* instance, const std::vector<const InterfaceInfo*>& i
 // HRESULT in the EXCEPINFO; the description says both, and which Qt
 // declaration it was, also where the engine would give none.
 void DescribeFailure(const MemberInfo& member, EXCEPINFO* exception) {
+  if (exception->bstrSource == nullptr) exception->bstrSource = SysAllocString(L"kwscript");
   if (exception->bstrDescription != nullptr && SysStringLen(exception->bstrDescription) > 0) return;
   const HRESULT code = exception->scode;
   const char* name = HResultName(code);
@@ -385,6 +387,7 @@ STDMETHODIMP CScriptObject::Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
   QString stop;
   if (ScriptRunner::StopRequested(&stop)) return Refuse(exception, E_ABORT, stop);
   if (Gone(&stop)) return Refuse(exception, RPC_E_DISCONNECTED, stop);
+  if (id == DISPID_VALUE) return AnswerDefaultValue(*this, flags, params, result);
   DISPPARAMS none{};
   if (id >= kPlainBase && static_cast<std::size_t>(id - kPlainBase) < m_plain.size())
     return InvokePlain(id - kPlainBase, flags, params != nullptr ? params : &none, result, exception, argumentError);

@@ -12,8 +12,11 @@
 //                                          GetObject, the Running Object Table)
 //                                          until kwscript's input ends
 //   kwscript --members TYPE [--json]       what a script can call on a TYPE object
-// The exit status is 0 when the script succeeded, 1 when it failed; the
-// attach modes' own statuses are in Attach.h.
+//   --junit FILE (with a script)           writes a JUnit XML report of its checks
+//   --max-items N (with --tree)            lists up to N rows of each item view
+// The exit status is 0 when the script succeeded, 1 when it failed or a
+// check failed (the run then ends with "N passed, M failed"); the attach
+// modes' own statuses are in Attach.h.
 #include <windows.h>
 
 #include <QtCore/QDir>
@@ -28,11 +31,13 @@
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/Attach.h"
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/Output.h"
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
 #include "kwscript/MoreWrappers.h"
+#include "kwscript/ObjectTree.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -45,7 +50,9 @@ const char kUsage[] =
     "       kwscript --tree [--json] (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --publish (--launch APP.exe [ARGS...] [--keep] | --attach PID|IMAGE.exe)\n"
     "       kwscript --members TYPE [--json]\n"
-    "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n";
+    "--timeout SECONDS (any mode) stops a script that runs longer (default 300; 0: never)\n"
+    "--junit FILE (with a script) writes a JUnit XML report of its checks and its error\n"
+    "--max-items N (with --tree) lists up to N rows of each list, table or tree (default 50)\n";
 
 // Asks the script to stop once `seconds` have passed before the run ends,
 // and ends kwscript if it does not stop.
@@ -56,7 +63,7 @@ class Watchdog {
       m_thread = std::thread([this, seconds] {
         QString why;
         if (kwscript::ScriptRunner::AwaitOrStop(m_done, seconds, &why)) return;
-        kwscript::PrintLine("kwscript: " + why);
+        kwscript::PrintError("kwscript: " + why);
         TerminateProcess(GetCurrentProcess(), 2);
       });
   }
@@ -75,7 +82,7 @@ class Watchdog {
 int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
   if (!host.ready()) {
-    std::printf("kwscript: cannot load kwQtWrappers.dll\n");
+    std::fprintf(stderr, "kwscript: cannot load kwQtWrappers.dll\n");
     return 2;
   }
   DemoForm form;
@@ -91,7 +98,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
     kwscript::CAppObject app(&context);
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-      std::printf("kwscript: cannot read %s\n", path.toUtf8().constData());
+      std::fprintf(stderr, "kwscript: cannot read %s\n", path.toUtf8().constData());
       return 1;
     }
     Watchdog watchdog(timeout);
@@ -132,13 +139,13 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
     rest = rest.mid(0, 1);
   }
   if (rest.isEmpty() || (needsFile && file.isEmpty())) {
-    std::printf("%s", kUsage);
+    std::fprintf(stderr, "%s", kUsage);
     return 2;
   }
   if (needsFile) {
     QFile script(file);
     if (!script.open(QIODevice::ReadOnly)) {
-      std::printf("kwscript: cannot read %s\n", file.toUtf8().constData());
+      std::fprintf(stderr, "kwscript: cannot read %s\n", file.toUtf8().constData());
       return 1;
     }
     request.scriptPath = file;
@@ -148,39 +155,58 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
                 : kwscript::AttachAndRun(rest.first(), request);
 }
 
+// Takes "NAME VALUE" out of `args`: false when NAME is there without a
+// value; `value` stays as it is when NAME is not there.
+bool TakeOption(QStringList* args, const QString& name, QString* value) {
+  const int at = args->indexOf(name);
+  if (at < 0) return true;
+  if (at + 1 >= args->size()) return false;
+  *value = args->at(at + 1);
+  args->removeAt(at);
+  args->removeAt(at);
+  return true;
+}
+
+// Takes "NAME N" out of `args`, N a whole number from `least` on.
+bool TakeNumberOption(QStringList* args, const QString& name, int least, int* value) {
+  QString text = QString::number(*value);
+  bool ok = false;
+  if (!TakeOption(args, name, &text)) return false;
+  *value = text.toInt(&ok);
+  return ok && *value >= least;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  kwscript::UseLineFeedsWhenRedirected();
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
-  int timeout = kDefaultTimeoutSeconds;
-  const int timeoutAt = args.indexOf("--timeout");
-  if (timeoutAt >= 0) {
-    bool ok = false;
-    timeout = args.value(timeoutAt + 1).toInt(&ok);
-    if (!ok || timeout < 0) {
-      std::printf("%s", kUsage);
-      return 2;
-    }
-    args.removeAt(timeoutAt);
-    args.removeAt(timeoutAt);
+  int timeout = kDefaultTimeoutSeconds, maxItems = kwscript::kDefaultMaxItems;
+  QString junit;
+  if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems) ||
+      !TakeOption(&args, "--junit", &junit)) {
+    std::fprintf(stderr, "%s", kUsage);
+    return 2;
   }
   const QString mode = args.value(0);
-  if (mode == "--launch" || mode == "--attach") return RunInApplication(args, {"run", "", "", timeout}, true);
+  if (mode == "--launch" || mode == "--attach")
+    return kwscript::FinishChecks(RunInApplication(args, {"run", "", "", timeout}, true), junit);
   if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
-    return RunInApplication(args.mid(json ? 2 : 1), {json ? "tree-json" : "tree", "", "", timeout}, false);
+    return RunInApplication(args.mid(json ? 2 : 1),
+                            {json ? "tree-json" : "tree", "", QString::number(maxItems), timeout}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
-    std::printf("%s", kUsage);
+    std::fprintf(stderr, "%s", kUsage);
     return 2;
   }
   QApplication application(argc, argv);
   if (mode == "--members") {
     kwhost::ManagerHost host(L"kwQtWrappers.dll");
     if (!host.ready()) {
-      std::printf("kwscript: cannot load kwQtWrappers.dll\n");
+      std::fprintf(stderr, "kwscript: cannot load kwQtWrappers.dll\n");
       return 2;
     }
     const bool json = args.value(2) == "--json";
@@ -188,5 +214,5 @@ int main(int argc, char** argv) {
     return kwscript::ListMembers(more.either(), args.value(1), json);
   }
   kwscript::ReportUnhandledExceptions(&kwscript::PrintLine, &kwscript::ScriptRunner::GiveCrashToScript);
-  return RunOnDemoForm(application, args.first(), timeout);
+  return kwscript::FinishChecks(RunOnDemoForm(application, args.first(), timeout), junit);
 }

@@ -5,7 +5,8 @@
 // application's Qt is one the library can call, and hands the request to the
 // application's GUI thread, where the script runs with the same "app" object
 // as in kwscript's own form. What the script prints and its exit status go
-// back through the pipe. The agent stays loaded; kwQtWrappers.dll is loaded
+// back through the pipe, and so do the script's checks (Checks.h), for
+// kwscript to sum up and report. The agent stays loaded; kwQtWrappers.dll is loaded
 // for one request and unloaded after it.
 // The "publish" request runs no script: it registers the "app" object in
 // the Running Object Table under the name PublishedName gives, for clients
@@ -29,31 +30,38 @@
 #include "host/ManagerHost.h"
 #include "kwscript/AgentPipe.h"
 #include "kwscript/AppObject.h"
+#include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/MoreWrappers.h"
 #include "kwscript/ObjectQuery.h"
+#include "kwscript/ObjectTree.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptRunner.h"
 
 namespace {
 
+using kwscript::PrintError;
 using kwscript::PrintLine;
 
 // Exit statuses the agent gives besides the script's own 0 and 1.
 constexpr int kCannotRun = 2;
 constexpr int kAlreadyAttached = 3;
 
-void SendLine(const QString& line, void* pipe) { kwscript::WriteMessage(pipe, "out " + line.toUtf8()); }
+void SendLine(const QString& line, bool error, void* pipe) {
+  kwscript::WriteMessage(pipe, (error ? "err " : "out ") + line.toUtf8());
+}
 
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
-// A crash of the application: said to kwscript with the status of an
-// application that ended during the script.
+// A crash of the application: said to kwscript with the checks made so
+// far (the script has reported the crash as its error by now) and the
+// status of an application that ended during the script.
 void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
-  kwscript::WriteMessage(pipe, "out " + line.toUtf8());
+  kwscript::WriteMessage(pipe, "err " + line.toUtf8());
+  kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
   kwscript::WriteMessage(pipe, "end 4");
 }
 
@@ -160,17 +168,18 @@ class AgentRequest : public QObject {
   void Start() {
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
-      PrintLine("kwscript: cannot drive this application: " + refusal);
+      PrintError("kwscript: cannot drive this application: " + refusal);
       return Finish(kCannotRun);
     }
     if (m_command == "tree" || m_command == "tree-json") {
-      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json")) PrintLine(line);
+      const int maxItems = m_code.isEmpty() ? kwscript::kDefaultMaxItems : m_code.toInt();
+      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
       return Finish(0);
     }
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
     m_host.reset(new kwhost::ManagerHost((AgentFolder() + L"kwQtWrappers.dll").c_str()));
     if (!m_host->ready()) {
-      PrintLine("kwscript: the agent cannot load kwQtWrappers.dll beside it");
+      PrintError("kwscript: the agent cannot load kwQtWrappers.dll beside it");
       return Finish(kCannotRun);
     }
     m_more.reset(new kwscript::MoreWrappers(*m_host));
@@ -196,7 +205,7 @@ class AgentRequest : public QObject {
     if (moniker != nullptr) moniker->Release();
     if (table != nullptr) table->Release();
     if (FAILED(hr)) {
-      PrintLine(QString("kwscript: cannot publish the application's objects (HRESULT 0x%1)").arg(ulong(hr), 8, 16, QChar('0')));
+      PrintError(QString("kwscript: cannot publish the application's objects (HRESULT 0x%1)").arg(ulong(hr), 8, 16, QChar('0')));
       return Finish(kCannotRun);
     }
     PrintLine(QString("published as \"%1\": GetObject(\"%1\") in VBScript, or that file moniker in the "
@@ -251,13 +260,14 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   const std::wstring mutexName = L"Local\\kwagent-" + std::to_wstring(GetCurrentProcessId());
   HANDLE attached = CreateMutexW(nullptr, FALSE, mutexName.c_str());
   if (attached == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
-    kwscript::WriteMessage(pipe, "out kwscript: another script is attached to this application already");
+    kwscript::WriteMessage(pipe, "err kwscript: another script is attached to this application already");
     kwscript::WriteMessage(pipe, "end " + QByteArray::number(kAlreadyAttached));
     if (attached != nullptr) CloseHandle(attached);
     CloseHandle(pipe);
     return kAlreadyAttached;
   }
   kwscript::SetOutputSink(&SendLine, pipe);
+  kwscript::CurrentChecks() = kwscript::CheckLog();  // none from an earlier request
   g_pipe = pipe;
   kwscript::ReportUnhandledExceptions(&SendCrash, &kwscript::ScriptRunner::GiveCrashToScript);
   QCoreApplication* application = QCoreApplication::instance();
@@ -266,7 +276,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   int* statusBox = new int(kCannotRun);
   int& status = *statusBox;
   if (application == nullptr) {
-    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", pipe);
+    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", true, pipe);
   } else {
     auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
                                      QString::fromUtf8(folder), statusBox);
@@ -276,7 +286,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     QString why;
     if (!kwscript::ScriptRunner::AwaitOrStop(scriptDone, timeout.toInt(), &why)) {
       // It makes no calls that could fail: nothing more can be done from here.
-      SendLine("kwscript: " + why, pipe);
+      SendLine("kwscript: " + why, true, pipe);
       kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
       g_pipe = nullptr;
       kwscript::SetOutputSink(nullptr, nullptr);
@@ -294,6 +304,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
       WaitForSingleObject(finished, INFINITE);  // every client cut off, the library unloaded
     }
     kwscript::SetOutputSink(nullptr, nullptr);
+    if (command == "run") kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
     kwscript::WriteMessage(pipe, "end " + QByteArray::number(status));
     WaitForSingleObject(finished, INFINITE);  // the request is gone, the library unloaded
     CloseHandle(scriptDone);

@@ -1,0 +1,195 @@
+#include "kwscript/ObjectTree.h"
+
+#include <QtCore/QAbstractItemModel>
+#include <QtCore/QVariant>
+#include <QtGui/QAbstractItemView>
+#include <QtGui/QApplication>
+#include <QtGui/QHeaderView>
+#include <QtGui/QTreeView>
+#include <QtGui/QWidget>
+
+#include "kwscript/Output.h"
+#include "kwscript/ValueText.h"
+
+namespace kwscript {
+
+namespace {
+
+// What a person reads on an object: its text, window title, title or
+// document (ReadableText), else the page or entry shown, a calendar's date
+// or a value; and which property that is.
+QString ShownText(const QObject* object, QString* which) {
+  const QString readable = ReadableText(object, which);
+  if (!readable.isEmpty()) return readable;
+  for (const char* property : {"currentIndex", "selectedDate", "value"}) {
+    const QVariant value = object->property(property);
+    if (value.isValid() && value.canConvert(QVariant::String) && !value.toString().isEmpty()) {
+      *which = property;
+      return value.toString();
+    }
+  }
+  return QString();
+}
+
+// The rows of an item view's model, depth first, at most `budget` of them.
+class ItemLister {
+ public:
+  ItemLister(const QAbstractItemView* view, int budget)
+      : m_model(view->model()), m_tree(qobject_cast<const QTreeView*>(view) != nullptr), m_budget(budget) {}
+
+  bool complete() const { return m_complete; }
+  int listed() const { return m_listed; }
+
+  // The rows under `parent`: lines of text indented by `indent`, or a JSON
+  // array.
+  QStringList Lines(const QModelIndex& parent, const QString& indent) {
+    QStringList out;
+    for (int row = 0; row < m_model->rowCount(parent); ++row) {
+      if (m_listed == m_budget) {
+        m_complete = false;
+        break;
+      }
+      ++m_listed;
+      const QModelIndex first = m_model->index(row, 0, parent);
+      out << indent + QString("row %1: %2").arg(row).arg(Cells(parent, row).join(" | "));
+      if (HasChildRows(first)) out << Lines(first, indent + "  ");
+    }
+    return out;
+  }
+
+  QString Json(const QModelIndex& parent) {
+    QStringList rows;
+    for (int row = 0; row < m_model->rowCount(parent); ++row) {
+      if (m_listed == m_budget) {
+        m_complete = false;
+        break;
+      }
+      ++m_listed;
+      const QModelIndex first = m_model->index(row, 0, parent);
+      QString item = QString("{\"row\": %1, \"cells\": [%2]").arg(row).arg(Cells(parent, row).join(", "));
+      if (HasChildRows(first)) item += ", \"children\": " + Json(first);
+      rows << item + "}";
+    }
+    return "[" + rows.join(", ") + "]";
+  }
+
+ private:
+  // Whether the row of `first` has rows under it that the view shows: only
+  // a tree view shows any (a table model may answer its row count for any
+  // parent, and a proxy over it makes up a parent for them).
+  bool HasChildRows(const QModelIndex& first) const { return m_tree && m_model->hasChildren(first); }
+
+  QStringList Cells(const QModelIndex& parent, int row) const {
+    QStringList cells;
+    for (int column = 0; column < m_model->columnCount(parent); ++column)
+      cells << QuotedShort(m_model->data(m_model->index(row, column, parent), Qt::DisplayRole).toString());
+    return cells;
+  }
+
+  const QAbstractItemModel* m_model;
+  bool m_tree;
+  int m_budget;
+  int m_listed = 0;
+  bool m_complete = true;
+};
+
+// The items of an item view (not of a header, which shows its view's
+// model): appended to `out` as lines under the view, or as a JSON member
+// to the view's own line.
+void DescribeItems(const QAbstractItemView* view, int depth, bool json, int maxItems, QStringList* out) {
+  const QAbstractItemModel* model = view->model();
+  if (model == nullptr || qobject_cast<const QHeaderView*>(view) != nullptr) return;
+  const QModelIndex root = view->rootIndex();
+  const int rows = model->rowCount(root), columns = model->columnCount(root);
+  ItemLister lister(view, maxItems);
+  if (json) {
+    const QString listed = lister.Json(root);
+    out->last() += QString(", \"items\": {\"rows\": %1, \"columns\": %2, \"complete\": %3, \"listed\": %4}")
+                       .arg(rows)
+                       .arg(columns)
+                       .arg(lister.complete() ? "true" : "false")
+                       .arg(listed);
+    return;
+  }
+  const QString indent((depth + 1) * 2, ' ');
+  out->append(indent + QString::fromUtf8("items: %1 rows \u00d7 %2 columns").arg(rows).arg(columns));
+  out->append(lister.Lines(root, indent));
+  if (!lister.complete())
+    out->append(indent + QString::fromUtf8("\u2026 %1 rows listed (--max-items N lists more)").arg(lister.listed()));
+}
+
+void DescribeObject(QObject* object, int depth, bool json, int maxItems, QStringList* out) {
+  QString which;
+  const QString text = ShownText(object, &which);
+  QWidget* widget = object->isWidgetType() ? static_cast<QWidget*>(object) : nullptr;
+  const QString indent(depth * 2, ' ');
+  QString line;
+  if (json) {
+    line = indent + QString("{\"class\": %1, \"name\": %2")
+                        .arg(Quoted(object->metaObject()->className()), Quoted(object->objectName()));
+    if (!which.isEmpty()) line += QString(", \"%1\": %2").arg(which, QuotedShort(text));
+    if (widget != nullptr) {
+      const QRect r = widget->geometry();
+      line += QString(", \"geometry\": [%1, %2, %3, %4], \"visible\": %5")
+                  .arg(r.x())
+                  .arg(r.y())
+                  .arg(r.width())
+                  .arg(r.height())
+                  .arg(widget->isVisible() ? "true" : "false");
+    }
+  } else {
+    line = indent + object->metaObject()->className();
+    if (!object->objectName().isEmpty()) line += " #" + object->objectName();
+    if (!which.isEmpty()) line += QString(" %1=%2").arg(which, QuotedShort(text));
+    if (widget != nullptr) {
+      const QRect r = widget->geometry();
+      line += QString(" %1,%2 %3x%4 %5")
+                  .arg(r.x())
+                  .arg(r.y())
+                  .arg(r.width())
+                  .arg(r.height())
+                  .arg(widget->isVisible() ? "visible" : "hidden");
+    }
+  }
+  out->append(line);
+  if (const QAbstractItemView* view = qobject_cast<const QAbstractItemView*>(object))
+    DescribeItems(view, depth, json, maxItems, out);
+  if (json) out->last() += ", \"children\": [";
+  const QObjectList children = object->children();
+  for (int i = 0; i < children.size(); ++i) {
+    DescribeObject(children[i], depth + 1, json, maxItems, out);
+    if (json && i + 1 < children.size()) out->last() += ",";
+  }
+  if (json) {
+    if (children.isEmpty())
+      out->last() += "]}";
+    else
+      out->append(indent + "]}");
+  }
+}
+
+// Whether the window is shown under a parent already: its chain of parents
+// ends at a widget, which is a top-level widget itself.
+bool ShownUnderParent(const QWidget* window) {
+  const QObject* root = window;
+  while (root->parent() != nullptr) root = root->parent();
+  return root != window && root->isWidgetType();
+}
+
+}  // namespace
+
+QStringList DescribeObjectTree(bool json, int maxItems) {
+  QStringList out;
+  QWidgetList tops;
+  foreach (QWidget* top, QApplication::topLevelWidgets())
+    if (!ShownUnderParent(top)) tops.append(top);
+  if (json) out.append("[");
+  for (int i = 0; i < tops.size(); ++i) {
+    DescribeObject(tops[i], json ? 1 : 0, json, maxItems, &out);
+    if (json && i + 1 < tops.size()) out.last() += ",";
+  }
+  if (json) out.append("]");
+  return out;
+}
+
+}  // namespace kwscript
