@@ -1,7 +1,7 @@
 """Back-end: declarations + catalogue -> the member table of script hosts.
 
 Usage: generate.py script --declarations FILE --catalogue DIR --out FILE.cpp
-                          [--constructors FILE] [--table-name More]
+                          [--script-members FILE] [--table-name More]
 
 The type library tells a script host a member's Automation types, but not
 the C++ types behind them: a `long` may be a bool or an enumeration, an
@@ -32,9 +32,11 @@ marked "f": a script gives them as a number, a string of enumerator
 names or a QFlags object.
 
 Members the library drops for want of an object class get a function
-here that a host calls itself ("direct" members); a value class's public
-constructors (from the file scan_constructors.py writes) are such
-functions too, each making a new object.
+here that a host calls itself ("direct" members); so do a class's public
+pure virtual functions, which the library has no body for (a call through
+the class reaches the object's override), and a value class's public
+constructors, each making a new object (both from the file
+scan_script_members.py writes).
 
 Each interface lists its class's bases, nearest first and up to the
 root, with a function that turns a pointer to the class into one to the
@@ -313,6 +315,37 @@ def constructor_members(itf, records_of_constructors, unreachable, abstract):
     return out
 
 
+def virtual_members(itf, virtuals, unreachable, abstract):
+    """The public pure virtual functions of a class as direct members: a
+    call through the class reaches the object's own override. Named
+    <Class>_<name>, numbered on after the interface's own names of that
+    stem."""
+    own = itf.entry.type_name
+    taken = {m.name for m in itf.members}
+    out = []
+    for decl in virtuals.get(own, []):
+        stem = "%s_%s" % (itf.entry.flat, naming.member_base_name(own, decl)[len(itf.entry.flat) + 1:])
+        name, number = stem, 1
+        while name in taken:
+            number += 1
+            name = "%s_%d" % (stem, number)
+        taken.add(name)
+        member = layout.Member(decl, name, 0)
+        layout._express(member, decl, None, unreachable, frozenset(), abstract)
+        if not member.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in member.params):
+            continue
+        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
+               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in member.params):
+            continue
+        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in member.params):
+            continue
+        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(member.params))
+        lines = _result_statements(member, "static_cast<%s*>(self)->%s(%s)" % (own, decl["name"], args))
+        if lines is not None:
+            out.append((member, lines))
+    return out
+
+
 def member_rows(itf, array, members, helpers, body):
     """Writes the parameters, direct functions and the MemberInfo array of
     `members` ((member, body lines or None)) into `body`."""
@@ -392,7 +425,7 @@ def destroy_function(itf, records, unreachable, abstract, helpers):
     return "DestroyOf<%s>()" % own
 
 
-def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), constructors=None, table_name=""):
+def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(), extras=({}, {}), table_name=""):
     out = [HEADER_NOTE, '#include "kwscript/MemberTable.h"', '#include "kwscript/DirectCall.h"', "",
            "#include <type_traits>", "",
            "#include <QtCore/QtCore>",
@@ -419,8 +452,9 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
             bases_array = "kBases" + itf.name
             body.append("const BaseInfo %s[] = {%s};" % (bases_array, ", ".join(bases)))
         direct = direct_members(itf, records, unreachable, abstract)
-        members = [(m, None) for m in itf.kept] + direct
-        makers = constructor_members(itf, constructors or {}, unreachable, abstract)
+        constructors, virtuals = extras
+        members = [(m, None) for m in itf.kept] + direct + virtual_members(itf, virtuals, unreachable, abstract)
+        makers = constructor_members(itf, constructors, unreachable, abstract)
         array, makers_array = "nullptr", "nullptr"
         if members:
             array = "k" + itf.name
@@ -447,21 +481,23 @@ def table_file(interfaces, records, unreachable=frozenset(), abstract=frozenset(
 
 def add_arguments(ap):
     ap.add_argument("--out", required=True)
-    ap.add_argument("--constructors", help="the value classes' constructors (scan_constructors.py)")
+    ap.add_argument("--script-members", help="constructors and pure virtual members (scan_script_members.py)")
     ap.add_argument("--table-name", default="", help="k<NAME>Interfaces, k<NAME>InterfaceCount")
 
 
-def read_constructors(path):
-    """{type name: constructor records} of a constructors file; {} for none."""
-    out = {}
+def read_script_members(path):
+    """({type name: constructor records}, {type name: pure virtual member
+    records}) of the file scan_script_members.py writes; empty for none."""
+    constructors, virtuals = {}, {}
     if path:
         with open(path, encoding="utf-8") as f:
             f.readline()
             for line in f:
                 if line.strip():
                     rec = json.loads(line)
-                    out[rec["type"]] = rec["constructors"]
-    return out
+                    constructors[rec["type"]] = rec.get("constructors", [])
+                    virtuals[rec["type"]] = rec.get("virtuals", [])
+    return constructors, virtuals
 
 
 def write(library, args):
@@ -469,7 +505,7 @@ def write(library, args):
     records = {rec["type"]: rec for rec in library.classes.values() if rec.get("found")}
     unreachable = frozenset(rec["type"] for rec in library.classes.values() if rec.get("nested_access"))
     abstract = frozenset(rec["type"] for rec in library.classes.values() if rec.get("abstract"))
-    constructors = read_constructors(args.constructors)
-    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract, constructors,
+    extras = read_script_members(args.script_members)
+    write_source(args.out, "\n".join(table_file(interfaces, records, unreachable, abstract, extras,
                                                  args.table_name)) + "\n")
     return 0

@@ -14,5 +14,6 @@ press("7");
 press("=");
 var display = app.query("Calculator > QLineEdit");
 app.echo("12 \u00d7 7 =", display.text);
+app.checkEqual(display.text, "84", "12 \u00d7 7");
 var after = app.grab(window, "calculator_after.png");
 app.echo("pictures:", before, after);

@@ -5,6 +5,8 @@
 #include <QtCore/QStringList>
 
 #include <cstdio>
+#include <algorithm>
+#include <cstring>
 #include <set>
 
 #include "host/HostSupport.h"
@@ -48,6 +50,14 @@ QString Arguments(const MemberInfo& member) {
 }
 
 
+// Where a member comes from: the library's list for the type, a base the
+// facade adds, or a call kwscript makes itself.
+QString Origin(const MemberInfo& member, bool addedBase) {
+  if (member.direct != nullptr)
+    return "kwscript calls it itself: the library has no body for it, or no object for a class it takes or gives";
+  return addedBase ? "an added base" : "the library's list";
+}
+
 }  // namespace
 
 int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
@@ -62,22 +72,54 @@ int ListMembers(IWrappersManager* manager, const QString& type, bool json) {
   for (const std::wstring& interfaceName : kwhost::ComposedInterfaces(exposer))
     if (const InterfaceInfo* info = FindInterface(interfaceName.c_str())) interfaces.push_back(info);
   exposer->Release();
+  // The bases the library's list leaves out, as a script's object adds
+  // them: the farthest first.
+  std::set<const InterfaceInfo*> listed(interfaces.begin(), interfaces.end()), added;
+  std::vector<const InterfaceInfo*> bases;
+  for (const ChainLink& link : interfaces.empty() ? std::vector<ChainLink>() : WholeChain(*interfaces.back(), nullptr)) {
+    IDispatch* base = nullptr;
+    const std::wstring baseName = QString::fromLatin1(link.typeName).toStdWString();
+    if (manager->CreateWrapper(baseName.c_str(), &placeholder, &base) != S_OK) continue;
+    for (const std::wstring& interfaceName : kwhost::ComposedInterfaces(base)) {
+      const InterfaceInfo* info = FindInterface(interfaceName.c_str());
+      if (info != nullptr && listed.insert(info).second) {
+        bases.push_back(info);
+        added.insert(info);
+      }
+    }
+    base->Release();
+  }
+  const std::vector<ChainLink> chain = interfaces.empty() ? std::vector<ChainLink>() : WholeChain(*interfaces.back(), nullptr);
+  auto depth = [&chain](const InterfaceInfo* info) {
+    for (std::size_t i = 0; i < chain.size(); ++i)
+      if (std::strcmp(chain[i].typeName, info->typeName) == 0) return static_cast<int>(i);
+    return -1;
+  };
+  std::stable_sort(bases.begin(), bases.end(),
+                   [&](const InterfaceInfo* a, const InterfaceInfo* b) { return depth(a) > depth(b); });
+  interfaces.insert(interfaces.begin(), bases.begin(), bases.end());
 
   QStringList jsonMembers, jsonPlain, jsonProperties;
   // Prefixed names, class by class in composition order.
   for (const InterfaceInfo* info : interfaces) {
-    if (!json) PrintLine(QString("%1 (%2 members)").arg(info->name).arg(info->count));
+    const bool base = added.count(info) > 0;
+    if (!json)
+      PrintLine(QString("%1 (%2 members%3)")
+                    .arg(info->name)
+                    .arg(info->count)
+                    .arg(base ? "; a base the library's list leaves out, which kwscript adds" : ""));
     for (std::size_t i = 0; i < info->count; ++i) {
       const MemberInfo& member = info->members[i];
       if (json)
         jsonMembers << QString("    {\"name\": %1, \"class\": %2, \"arguments\": %3, \"result\": %4, "
-                               "\"declaration\": %5, \"location\": %6}")
+                               "\"declaration\": %5, \"location\": %6, \"from\": %7}")
                            .arg(Quoted(member.name), Quoted(QString(info->name).mid(5)), Quoted(Arguments(member)),
-                                Quoted(WordsOf(member.result).result), Quoted(member.declaration), Quoted(member.location));
+                                Quoted(WordsOf(member.result).result), Quoted(member.declaration), Quoted(member.location),
+                                Quoted(Origin(member, base)));
       else
-        PrintLine(QString("  %1(%2) -> %3\n      %4  [%5]")
+        PrintLine(QString("  %1(%2) -> %3\n      %4  [%5]%6")
                   .arg(member.name, Arguments(member), WordsOf(member.result).result, member.declaration,
-                       member.location));
+                       member.location, member.direct != nullptr ? "  (" + Origin(member, base) + ")" : QString()));
     }
   }
   // Plain names: each once, from the most derived class that declares it.

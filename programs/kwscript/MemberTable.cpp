@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <cwctype>
 #include <string>
 
@@ -50,6 +51,25 @@ const InterfaceInfo* FindInterfaceOfType(const char* typeName) {
   for (const char* c = typeName; *c != '\0'; ++c)
     name += std::isalnum(static_cast<unsigned char>(*c)) ? static_cast<wchar_t>(*c) : L'_';
   return FindInterface(name.c_str());
+}
+
+std::vector<ChainLink> WholeChain(const InterfaceInfo& own, void* instance) {
+  std::vector<ChainLink> chain;
+  auto listed = [&](const char* typeName) {
+    for (const ChainLink& link : chain)
+      if (std::strcmp(link.typeName, typeName) == 0) return true;
+    return std::strcmp(own.typeName, typeName) == 0;
+  };
+  for (std::size_t i = 0; i < own.baseCount; ++i)
+    chain.push_back(ChainLink{own.bases[i].typeName, instance != nullptr ? own.bases[i].up(instance) : nullptr});
+  for (std::size_t k = 0; k < chain.size(); ++k) {
+    const InterfaceInfo* info = FindInterfaceOfType(chain[k].typeName);
+    for (std::size_t i = 0; info != nullptr && i < info->baseCount; ++i)
+      if (!listed(info->bases[i].typeName))
+        chain.push_back(ChainLink{info->bases[i].typeName,
+                                  chain[k].part != nullptr ? info->bases[i].up(chain[k].part) : nullptr});
+  }
+  return chain;
 }
 
 const MemberInfo* FindMember(const InterfaceInfo& table, const wchar_t* name) {

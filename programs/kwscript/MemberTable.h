@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 #include <windows.h>
 
@@ -82,6 +83,18 @@ extern const std::size_t kMoreInterfaceCount;
 const InterfaceInfo* FindInterface(const wchar_t* name);
 // The interface of the class of that type name ("QWidget"), or null.
 const InterfaceInfo* FindInterfaceOfType(const char* typeName);
+// A base of a class and where its part of an object of the class lies.
+struct ChainLink {
+  const char* typeName;
+  void* part;
+};
+
+// Every public base of `own`, nearest first, as far as the tables of both
+// sets reach: its own list, then the bases the tables give for each base it
+// does not reach (a class of the second set whose chain goes on in the
+// library's), each once, with its part of `instance` (null for null).
+std::vector<ChainLink> WholeChain(const InterfaceInfo& own, void* instance);
+
 // The member of that name (any case, as dispatch matches it), or null.
 const MemberInfo* FindMember(const InterfaceInfo& table, const wchar_t* name);
 

@@ -146,22 +146,7 @@ bool CScriptObject::Gone(QString* why) const {
 const std::vector<CScriptObject::Base>& CScriptObject::Chain() const {
   if (m_chained || m_own == nullptr) return m_chain;
   m_chained = true;
-  // Its own class's bases, then the bases the tables give for each of those
-  // that the own class's list does not reach (a class of the second set
-  // whose chain goes on in the library's), each with its part of the object.
-  auto listed = [this](const char* typeName) {
-    for (const Base& base : m_chain)
-      if (std::strcmp(base.typeName, typeName) == 0) return true;
-    return std::strcmp(m_own->typeName, typeName) == 0;
-  };
-  for (std::size_t i = 0; i < m_own->baseCount; ++i)
-    m_chain.push_back(Base{m_own->bases[i].typeName, m_own->bases[i].up(m_instance)});
-  for (std::size_t k = 0; k < m_chain.size(); ++k) {
-    const InterfaceInfo* info = FindInterfaceOfType(m_chain[k].typeName);
-    for (std::size_t i = 0; info != nullptr && i < info->baseCount; ++i)
-      if (!listed(info->bases[i].typeName))
-        m_chain.push_back(Base{info->bases[i].typeName, info->bases[i].up(m_chain[k].part)});
-  }
+  for (const ChainLink& link : WholeChain(*m_own, m_instance)) m_chain.push_back(Base{link.typeName, link.part});
   return m_chain;
 }
 

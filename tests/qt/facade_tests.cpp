@@ -8,12 +8,15 @@
 #include <QtGui/QLabel>
 #include <QtGui/QLineEdit>
 #include <QtGui/QListWidget>
+#include <QtGui/QStringListModel>
 
 #include <cstring>
 #include <functional>
+#include <memory>
 
 #include "QtHost.h"
 #include "kwscript/MemberTable.h"
+#include "kwscript/MoreWrappers.h"
 #include "kwscript/ScriptObject.h"
 
 namespace qttest {
@@ -84,7 +87,7 @@ class FacadeTest : public QtTest {
   IDispatch* Facade(const char* typeName, void* instance) {
     IDispatch* exposer = nullptr;
     const std::wstring type = QString::fromLatin1(typeName).toStdWString();
-    if (host_.manager()->CreateWrapper(type.c_str(), instance, &exposer) != S_OK) return nullptr;
+    if (kwscript::MakeExposer(&context_, type.c_str(), instance, &exposer) != S_OK) return nullptr;
     IDispatch* facade = CScriptObject::Wrap(exposer, &context_);
     exposer->Release();
     return facade;
@@ -92,8 +95,11 @@ class FacadeTest : public QtTest {
   void SetUp() override {
     QtTest::SetUp();
     context_.manager = host_.manager();
+    more_.reset(new kwscript::MoreWrappers(host_));  // the classes the library leaves out
   }
+  void TearDown() override { more_.reset(); }
   kwscript::ScriptContext context_;
+  std::unique_ptr<kwscript::MoreWrappers> more_;
 };
 
 // Every widget class the member table lists answers QWidget's members by
@@ -208,6 +214,28 @@ TEST_F(FacadeTest, DroppedMembersAreCalledDirectlyAndListsComeBackAsLists) {
     }
   }
   facade->Release();
+}
+
+// A model's pure virtual members, which no class of the library has a body
+// for, reach the object's own overrides; a QObject member reaches any
+// object of the library's classes.
+TEST_F(FacadeTest, PureVirtualAndQObjectMembersReachTheObject) {
+  QStringListModel model(QStringList() << "a" << "b" << "c");
+  model.setObjectName("letters");
+  IDispatch* abstract = Facade("QAbstractItemModel", &model);
+  IDispatch* own = Facade("QStringListModel", &model);
+  ASSERT_TRUE(abstract != nullptr && own != nullptr);
+  Answer rows, columns, name, inherits;
+  Call(abstract, L"rowCount", {}, &rows);  // its parent left to its default
+  Call(abstract, L"QAbstractItemModel_columnCount", {}, &columns);
+  Call(own, L"objectName", {}, &name);
+  Call(own, L"inherits", {Text(L"QAbstractListModel")}, &inherits);
+  EXPECT_EQ(3, rows.number()) << rows.description.toStdString();
+  EXPECT_EQ(1, columns.number()) << columns.description.toStdString();
+  EXPECT_EQ(QString("letters"), V_VT(&name.value) == VT_BSTR ? QString::fromWCharArray(V_BSTR(&name.value)) : QString());
+  EXPECT_TRUE(inherits.isTrue()) << inherits.description.toStdString();
+  abstract->Release();
+  own->Release();
 }
 
 // The number of QStrings sharing `text`'s data.

@@ -1,19 +1,22 @@
 #!/usr/bin/env python3
-"""Scan: Qt headers -> the public constructors of the value classes.
+"""Scan: Qt headers -> the members a script host calls beyond the library's.
 
-The library makes no objects of its own (its members are the classes'
-member functions, never their constructors), but a script host makes
-values: `app.value("QRect", 0, 0, 10, 10)`. This reads the installed
+The library has no body for two kinds of member a script wants: the
+constructors of value classes (it makes no objects of its own; a script
+host makes values: `app.value("QRect", 0, 0, 10, 10)`), and the pure
+virtual functions of abstract classes (only subclasses implement them, yet
+a call through the base class reaches the subclass's:
+`model.rowCount()` on a QAbstractItemModel). This reads the installed
 headers of a Qt 4.8 SDK for Windows x64 with castxml, as mingw-w64's g++
-sees them, and writes, for every class of a type-names list that is a value
-class (copyable, not abstract, without a meta-object), its public
-constructors in the declarations file's member format. The output is
-committed; the build only reads it.
+sees them, and writes, for every class of the type-names lists, the public
+constructors of a value class (copyable, not abstract, no QObject) and the
+public pure virtual functions, in the declarations file's member format.
+The output is committed; the build only reads it.
 
 Usage:
-  scan_constructors.py --sdk DIR --type-names FILE [--type-names FILE ...]
-                       [--out FILE] [--castxml castxml]
-                       [--cc x86_64-w64-mingw32-g++]
+  scan_script_members.py --sdk DIR --type-names FILE [--type-names FILE ...]
+                         [--out FILE] [--castxml castxml]
+                         [--cc x86_64-w64-mingw32-g++]
 
 Exit status 0 on success; 2 when castxml or the SDK is missing.
 """
@@ -31,8 +34,8 @@ from output import write_if_changed
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(HERE)
-DEFAULT_OUT = os.path.join(REPO, "typelib", "qt48", "constructors.jsonl")
-FORMAT = "kwQtWrappers constructors 1"
+DEFAULT_OUT = os.path.join(REPO, "typelib", "qt48", "script_members.jsonl")
+FORMAT = "kwQtWrappers script members 1"
 
 
 def is_qobject(cx, cls):
@@ -87,6 +90,28 @@ def constructors(cx, cls):
     return out
 
 
+def pure_virtuals(cx, cls):
+    """The public pure virtual functions a class declares, as member
+    records in declaration order (operators left out)."""
+    out = []
+    for member in (cx.by_id.get(i) for i in (cls.get("members") or "").split()):
+        if member is None or member.tag != "Method" or member.get("access") != "public":
+            continue
+        if member.get("pure_virtual") != "1" or member.find("Ellipsis") is not None:
+            continue
+        params = []
+        for a in member.findall("Argument"):
+            p = {"name": a.get("name", ""), "type": cx.spell(a.get("type"))[1]}
+            if a.get("default") is not None:
+                p["default"] = a.get("default")
+            params.append(p)
+        path, line = cx.location(member)
+        flags = ["const"] if member.get("const") == "1" else []
+        out.append({"name": member.get("name"), "kind": "method", "access": "public", "flags": flags + ["virtual", "pure"],
+                    "result": cx.spell(member.get("returns"))[1], "params": params, "at": "%s:%d" % (path, line)})
+    return out
+
+
 def scan(sdk, type_names, castxml, cc, work):
     include = os.path.join(sdk, "include")
     tu = os.path.join(work, "all.cpp")
@@ -98,17 +123,20 @@ def scan(sdk, type_names, castxml, cc, work):
     code, err = run_castxml(castxml, cc, includes, tu, xml)
     if code != 0:
         sys.stderr.write(err)
-        raise SystemExit("scan_constructors: castxml failed")
+        raise SystemExit("scan_script_members: castxml failed")
     cx = Castxml(xml, include)
     classes = find_classes(cx)
     records = []
     for name in type_names:
         cls = classes.get(name)
-        if cls is None or "<" in name or not value_class(cx, cls):
+        if cls is None or "<" in name or cls.get("incomplete") == "1":
             continue
-        found = constructors(cx, cls)
-        if found:
-            records.append({"type": name, "constructors": found})
+        record = {"type": name}
+        if value_class(cx, cls):
+            record["constructors"] = constructors(cx, cls)
+        record["virtuals"] = pure_virtuals(cx, cls)
+        if record.get("constructors") or record["virtuals"]:
+            records.append(record)
     return records
 
 
@@ -121,7 +149,7 @@ def main(argv=None):
     ap.add_argument("--cc", default="x86_64-w64-mingw32-g++")
     args = ap.parse_args(argv)
     if shutil.which(args.castxml) is None or not os.path.isdir(os.path.join(args.sdk, "include")):
-        sys.stderr.write("scan_constructors: needs castxml and a Qt SDK\n")
+        sys.stderr.write("scan_script_members: needs castxml and a Qt SDK\n")
         return 2
     names = []
     for path in args.type_names:
@@ -131,7 +159,9 @@ def main(argv=None):
     lines = [json.dumps({"format": FORMAT, "qt": "4.8.7", "classes": len(records)})]
     lines += [json.dumps(r, sort_keys=True) for r in records]
     write_if_changed(args.out, "\n".join(lines) + "\n")
-    print("%d value classes, %d constructors" % (len(records), sum(len(r["constructors"]) for r in records)))
+    print("%d constructors of %d value classes, %d pure virtual members of %d classes" % (
+        sum(len(r.get("constructors", [])) for r in records), sum(1 for r in records if r.get("constructors")),
+        sum(len(r["virtuals"]) for r in records), sum(1 for r in records if r["virtuals"])))
     return 0
 
 
