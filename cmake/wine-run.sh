@@ -119,7 +119,7 @@ run_on_prefix_display() {
     # The virtual display has no window manager, for which Wine's X11 driver
     # would wait 2 s whenever a window it left to one is hidden (a dialog
     # that closes): the prefix leaves windows unmanaged.
-    "$wine_bin" reg.exe add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 7>&- || true
+    "$wine_bin" reg.exe add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 7>&- 8>&- || true
   fi
   flock -s 7
   exec 8>&-
