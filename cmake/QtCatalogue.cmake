@@ -32,6 +32,19 @@ set(kw_qt_definitions QT_DLL QT_CORE_LIB QT_GUI_LIB)
 # The folders an installed Qt puts on a client's include path, as qmake does.
 set(kw_qt_sdk_includes include include/QtCore include/QtGui mkspecs/default)
 
+# A wrappers DLL's generated classes compiled against the SDK's headers and
+# linked to its DLLs, without debug information (that of hundreds of wrapper
+# classes would be most of the DLL).
+function(kw_build_wrappers_against_qt target)
+  target_include_directories(${target} SYSTEM PRIVATE ${kw_qt_sdk_includes})
+  target_compile_definitions(${target} PRIVATE ${kw_qt_definitions})
+  # Qt's headers redeclare some of its functions without dllimport.
+  target_compile_options(${target} PRIVATE -Wno-attributes)
+  target_link_libraries(${target} PRIVATE ${KW_QTCORE4_LIBRARY} ${KW_QTGUI4_LIBRARY})
+  set_source_files_properties(${${target}_generated_sources} TARGET_DIRECTORY ${target} PROPERTIES COMPILE_OPTIONS -g0)
+  target_link_options(${target} PRIVATE -s)
+endfunction()
+
 if(KW_QT_SDK)
   find_library(KW_QTCORE4_LIBRARY NAMES QtCore4 PATHS ${KW_QT_SDK}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
   find_library(KW_QTGUI4_LIBRARY NAMES QtGui4 PATHS ${KW_QT_SDK}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -45,15 +58,7 @@ if(KW_QT_SDK)
     TYPE_LIBRARY QtClientWrap HALVES 2
     WRAPPER_CLASSES PARTS ${KW_QT_WRAPPER_PARTS})
   list(TRANSFORM kw_qt_sdk_includes PREPEND ${KW_QT_SDK}/)
-  target_include_directories(kwQtWrappers SYSTEM PRIVATE ${kw_qt_sdk_includes})
-  target_compile_definitions(kwQtWrappers PRIVATE ${kw_qt_definitions})
-  # Qt's headers redeclare some of its functions without dllimport.
-  target_compile_options(kwQtWrappers PRIVATE -Wno-attributes)
-  target_link_libraries(kwQtWrappers PRIVATE ${KW_QTCORE4_LIBRARY} ${KW_QTGUI4_LIBRARY})
-  # Debug information of 569 wrapper classes would be most of the DLL.
-  set_source_files_properties(${kwQtWrappers_generated_sources} TARGET_DIRECTORY kwQtWrappers
-                              PROPERTIES COMPILE_OPTIONS -g0)
-  target_link_options(kwQtWrappers PRIVATE -s)
+  kw_build_wrappers_against_qt(kwQtWrappers)
   set(KW_QT_IMPORTED_DLLS "QtCore4|QtGui4")
   # Qt for the project's own Qt programs (tests, demo): the SDK's headers and
   # import libraries, and its DLLs beside every program in the output folder.

@@ -27,11 +27,5 @@ kw_add_wrappers_dll(kwQtMoreWrappers
   TYPE_LIBRARY QtMoreWrap LIBID ${kw_more_libid}
   HELPSTRING "Wrappers of the Qt classes kwQtWrappers leaves out, for kwscript"
   WRAPPER_CLASSES PARTS ${KW_QT_MORE_WRAPPER_PARTS})
-target_include_directories(kwQtMoreWrappers SYSTEM PRIVATE ${kw_qt_sdk_includes})
-target_compile_definitions(kwQtMoreWrappers PRIVATE ${kw_qt_definitions})
-target_compile_options(kwQtMoreWrappers PRIVATE -Wno-attributes)
-target_link_libraries(kwQtMoreWrappers PRIVATE ${KW_QTCORE4_LIBRARY} ${KW_QTGUI4_LIBRARY})
-set_source_files_properties(${kwQtMoreWrappers_generated_sources} TARGET_DIRECTORY kwQtMoreWrappers
-                            PROPERTIES COMPILE_OPTIONS -g0)
-target_link_options(kwQtMoreWrappers PRIVATE -s)
+kw_build_wrappers_against_qt(kwQtMoreWrappers)
 message(STATUS "kwQtMoreWrappers: the second wrappers set built against the SDK in ${KW_QT_SDK}")

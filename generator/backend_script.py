@@ -257,6 +257,23 @@ def _result_statements(member, call):
     return None
 
 
+def _callable_directly(decl, name, unreachable, abstract):
+    """A member record a host can call itself, with its parameters and
+    result classified, and the C++ expressions of its arguments; None when
+    a script cannot give it its arguments (a raw pointer, a buffer of bytes,
+    a private class, a list)."""
+    member = layout.Member(decl, name, 0)
+    layout._express(member, decl, None, unreachable, frozenset(), abstract)
+    if not member.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in member.params):
+        return None
+    if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
+           and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in member.params):
+        return None
+    if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in member.params):
+        return None  # a script has no list to give
+    return member, ", ".join(_argument_expression(p, i) for i, p in enumerate(member.params))
+
+
 def direct_members(itf, records, unreachable, abstract):
     """The members of `itf` the library drops for want of an object class
     that a host can call directly: (member, body lines). Not for a class
@@ -271,16 +288,10 @@ def direct_members(itf, records, unreachable, abstract):
             continue
         if m.decl["kind"] == "operator" or m.decl.get("variadic"):
             continue
-        probe = layout.Member(m.decl, m.name, m.dispid)
-        layout._express(probe, m.decl, None, unreachable, frozenset(), abstract)
-        if not probe.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in probe.params):
+        callable = _callable_directly(m.decl, m.name, unreachable, abstract)
+        if callable is None:
             continue
-        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
-               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in probe.params):
-            continue
-        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in probe.params):
-            continue  # a script has no list to give
-        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(probe.params))
+        probe, args = callable
         if m.decl["kind"] == "static":
             call = "%s::%s(%s)" % (own, m.decl["name"], args)
         else:
@@ -301,17 +312,10 @@ def constructor_members(itf, records_of_constructors, unreachable, abstract):
     names = naming.number_overloads(["%s_%s" % (itf.entry.flat, d["name"]) for d in decls])
     out = []
     for decl, name in zip(decls, names):
-        member = layout.Member(decl, name, 0)
-        layout._express(member, decl, None, unreachable, frozenset(), abstract)
-        if not member.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in member.params):
-            continue
-        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
-               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in member.params):
-            continue
-        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in member.params):
-            continue
-        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(member.params))
-        out.append((member, ["out->AddNew(new %s(%s), %s);" % (own, args, c_string(own))]))
+        callable = _callable_directly(decl, name, unreachable, abstract)
+        if callable is not None:
+            member, args = callable
+            out.append((member, ["out->AddNew(new %s(%s), %s);" % (own, args, c_string(own))]))
     return out
 
 
@@ -330,16 +334,10 @@ def virtual_members(itf, virtuals, unreachable, abstract):
             number += 1
             name = "%s_%d" % (stem, number)
         taken.add(name)
-        member = layout.Member(decl, name, 0)
-        layout._express(member, decl, None, unreachable, frozenset(), abstract)
-        if not member.kept or any(p.row not in DIRECT_ARGUMENT_ROWS or _takes_buffer(p) for p in member.params):
+        callable = _callable_directly(decl, name, unreachable, abstract)
+        if callable is None:
             continue
-        if any(p.row in (marshalling.CLASS, marshalling.CLASS_POINTER, marshalling.QSTRING, marshalling.FLAGS)
-               and not _public_class(typenames.object_class(typenames.parse_type(p.cxx))) for p in member.params):
-            continue
-        if any(_list_element(typenames.parse_type(p.cxx)) is not None for p in member.params):
-            continue
-        args = ", ".join(_argument_expression(p, i) for i, p in enumerate(member.params))
+        member, args = callable
         lines = _result_statements(member, "static_cast<%s*>(self)->%s(%s)" % (own, decl["name"], args))
         if lines is not None:
             out.append((member, lines))

@@ -65,6 +65,17 @@ def _is_copy(cx, ctor, cls):
     return len(args) == 1 and cx.spell(args[0].get("type"))[1].replace(" const &", "") == cx.class_spelling(cls)
 
 
+def parameters(cx, member):
+    """A member's parameters as declarations records: name, type, default."""
+    out = []
+    for a in member.findall("Argument"):
+        p = {"name": a.get("name", ""), "type": cx.spell(a.get("type"))[1]}
+        if a.get("default") is not None:
+            p["default"] = a.get("default")
+        out.append(p)
+    return out
+
+
 def constructors(cx, cls):
     """The public constructors of a class as member records, in
     declaration order; the copy constructor and the implicit ones are left
@@ -75,12 +86,7 @@ def constructors(cx, cls):
             continue
         if member.get("artificial") == "1" or _is_copy(cx, member, cls):
             continue
-        params = []
-        for a in member.findall("Argument"):
-            p = {"name": a.get("name", ""), "type": cx.spell(a.get("type"))[1]}
-            if a.get("default") is not None:
-                p["default"] = a.get("default")
-            params.append(p)
+        params = parameters(cx, member)
         path, line = cx.location(member)
         rec = {"name": cx.class_spelling(cls).rsplit("::", 1)[-1], "kind": "constructor", "access": "public",
                "flags": [], "result": "void", "params": params, "at": "%s:%d" % (path, line)}
@@ -99,12 +105,7 @@ def pure_virtuals(cx, cls):
             continue
         if member.get("pure_virtual") != "1" or member.find("Ellipsis") is not None:
             continue
-        params = []
-        for a in member.findall("Argument"):
-            p = {"name": a.get("name", ""), "type": cx.spell(a.get("type"))[1]}
-            if a.get("default") is not None:
-                p["default"] = a.get("default")
-            params.append(p)
+        params = parameters(cx, member)
         path, line = cx.location(member)
         flags = ["const"] if member.get("const") == "1" else []
         out.append({"name": member.get("name"), "kind": "method", "access": "public", "flags": flags + ["virtual", "pure"],

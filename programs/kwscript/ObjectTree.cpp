@@ -118,6 +118,19 @@ void DescribeItems(const QAbstractItemView* view, int depth, bool json, int maxI
     out->append(indent + QString::fromUtf8("\u2026 %1 rows listed (--max-items N lists more)").arg(lister.listed()));
 }
 
+// A widget's geometry and whether it is visible, as a line of the tree
+// shows them.
+QString Placement(const QWidget* widget, bool json) {
+  const QRect r = widget->geometry();
+  const bool visible = widget->isVisible();
+  return QString(json ? ", \"geometry\": [%1, %2, %3, %4], \"visible\": %5" : " %1,%2 %3x%4 %5")
+      .arg(r.x())
+      .arg(r.y())
+      .arg(r.width())
+      .arg(r.height())
+      .arg(json ? (visible ? "true" : "false") : (visible ? "visible" : "hidden"));
+}
+
 void DescribeObject(QObject* object, int depth, bool json, int maxItems, QStringList* out) {
   QString which;
   const QString text = ShownText(object, &which);
@@ -128,28 +141,12 @@ void DescribeObject(QObject* object, int depth, bool json, int maxItems, QString
     line = indent + QString("{\"class\": %1, \"name\": %2")
                         .arg(Quoted(object->metaObject()->className()), Quoted(object->objectName()));
     if (!which.isEmpty()) line += QString(", \"%1\": %2").arg(which, QuotedShort(text));
-    if (widget != nullptr) {
-      const QRect r = widget->geometry();
-      line += QString(", \"geometry\": [%1, %2, %3, %4], \"visible\": %5")
-                  .arg(r.x())
-                  .arg(r.y())
-                  .arg(r.width())
-                  .arg(r.height())
-                  .arg(widget->isVisible() ? "true" : "false");
-    }
+    if (widget != nullptr) line += Placement(widget, json);
   } else {
     line = indent + object->metaObject()->className();
     if (!object->objectName().isEmpty()) line += " #" + object->objectName();
     if (!which.isEmpty()) line += QString(" %1=%2").arg(which, QuotedShort(text));
-    if (widget != nullptr) {
-      const QRect r = widget->geometry();
-      line += QString(" %1,%2 %3x%4 %5")
-                  .arg(r.x())
-                  .arg(r.y())
-                  .arg(r.width())
-                  .arg(r.height())
-                  .arg(widget->isVisible() ? "visible" : "hidden");
-    }
+    if (widget != nullptr) line += Placement(widget, json);
   }
   out->append(line);
   if (const QAbstractItemView* view = qobject_cast<const QAbstractItemView*>(object))

@@ -15,6 +15,15 @@ namespace kwscript {
 
 namespace {
 
+// How well a string of enumerator names fits an enumeration or QFlags type:
+// 2 when they are its names, else 0.
+int NamesFit(const std::string& type, const VARIANT* names) {
+  int ignored = 0;
+  return EnumeratorValue(type.c_str(), QString::fromWCharArray(V_BSTR(names), SysStringLen(V_BSTR(names))), &ignored)
+             ? 2
+             : 0;
+}
+
 // How well a script value fits an argument kind and its parameter: 0 not
 // at all, 1 by conversion or without knowing an object's class, 2
 // exactly, 3 a whole number for an int, a fraction for a double or a
@@ -32,25 +41,13 @@ int Fit(const VARIANT* value, char kind, const ParameterInfo* parameter) {
     case 'b':
       return vt == VT_BOOL ? 2 : 0;
     case 'e':
-      if (vt == VT_BSTR) {
-        int ignored = 0;
-        return EnumeratorValue(type.c_str(), QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value))),
-                               &ignored)
-                   ? 2
-                   : 0;
-      }
+      if (vt == VT_BSTR) return NamesFit(type, value);
       return isWhole ? 2 : isFraction ? 1 : 0;
     case 'n':
       if ((isWhole && type == "int") || (isFraction && (type == "double" || type == "qreal"))) return 3;
       return isWhole || isFraction ? 2 : 0;
     case 'f':
-      if (vt == VT_BSTR) {
-        int ignored = 0;
-        return EnumeratorValue(type.c_str(), QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value))),
-                               &ignored)
-                   ? 2
-                   : 0;
-      }
+      if (vt == VT_BSTR) return NamesFit(type, value);
       if (facade != nullptr) return facade->IsA(type.c_str()) ? 2 : 0;
       return isWhole ? 2 : 0;
     case 't':

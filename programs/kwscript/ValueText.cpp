@@ -111,19 +111,6 @@ QString DispatchText(IDispatch* object, ScriptLanguage language, int depth) {
   return out;
 }
 
-// Whether `object` still lives: a facade keeps a plain pointer, and the
-// application may have deleted the object since (a dialog closed with
-// WA_DeleteOnClose). Only pointers are compared until it is found.
-bool StillLives(const QObject* object) {
-  if (object == QCoreApplication::instance()) return true;
-  foreach (QWidget* top, QApplication::topLevelWidgets()) {
-    if (top == object) return true;
-    if (top->findChildren<QObject*>().contains(const_cast<QObject*>(object))) return true;
-  }
-  return QCoreApplication::instance() != nullptr &&
-         QCoreApplication::instance()->findChildren<QObject*>().contains(const_cast<QObject*>(object));
-}
-
 }  // namespace
 
 void SetScriptLanguage(ScriptLanguage language) { g_language = language; }
@@ -190,8 +177,9 @@ QString ObjectDescription(const QObject* object) {
 }
 
 QString FacadeDescription(CScriptObject& facade) {
-  if (const QObject* object = CScriptObject::ObjectOf(&facade))
-    return StillLives(object) ? ObjectDescription(object) : facade.ClassName() + " (deleted)";
+  QString gone;
+  if (facade.Gone(&gone)) return facade.ClassName() + " (deleted)";
+  if (const QObject* object = CScriptObject::ObjectOf(&facade)) return ObjectDescription(object);
   QString text;
   if (facade.TextOf(&text)) return facade.ClassName() + " " + QuotedShort(text);
   return facade.ClassName();
