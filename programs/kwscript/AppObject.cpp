@@ -391,7 +391,15 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
       why = ClickItem(widget, x, y, false, options);
       break;
   }
-  return why.isEmpty() ? S_OK : Refuse(exception, E_FAIL, usage + ": " + why);
+  if (why.isEmpty()) return S_OK;
+  // A failure names the call as it was made: the path or keys given, not
+  // the usage's example.
+  const QString made = id == kMenu || id == kKey || id == kType
+                           ? QString("app.%1(%2, %3)")
+                                 .arg(id == kMenu ? "menu" : id == kKey ? "key" : "type",
+                                      widget->metaObject()->className(), Quoted(TextOfVariant(second)))
+                           : usage;
+  return Refuse(exception, E_FAIL, made + ": " + why);
 }
 
 // A list of the top-level widgets.

@@ -198,6 +198,20 @@ TABLE
     done
     quick 4
     ;;
+  reach)
+    # Everything a Qt object is, as Qt's own code reaches it: a class's
+    # whole chain and QObject's members, the model and items of a list,
+    # defaults, enumerator names, values made by constructors, objects of
+    # classes the library lacks. Each line read back through a second path.
+    step 0 '^QObject members: true true true true$' -- --launch "$(windows "$apps/configdialog.exe")" -- \
+      "$(script reach.js)"
+    for line in '^item view members: true true 0$' '^the model: 3 Update true$' '^findItems: 1 Update$' \
+      '^selectAll, then selectedItems: 1$' '^clearSelection: 0 ; focus: true$' '^findText, its flags left out: 1$' \
+      '^alignment by names: 130$' '^alignment by number: 1$' '^values made: true true 30$' \
+      '^objects of classes the library lacks: true true true$'; do
+      must "$line"
+    done
+    ;;
   harden)
     # Objects the application destroyed (an input dialog gone once
     # answered, its buttons and spin box) and a value the script destroyed:

@@ -102,8 +102,8 @@ class FacadeTest : public QtTest {
   std::unique_ptr<kwscript::MoreWrappers> more_;
 };
 
-// Every widget class the member table lists answers QWidget's members by
-// plain and prefixed name, whatever the library's composition list for it
+// Every widget class the member table lists answers QWidget's and QObject's
+// members by plain and prefixed name, whatever the library's composition list for it
 // holds; each facade stands over a real widget, whose QWidget part is what
 // those members reach.
 TEST_F(FacadeTest, EveryWidgetClassAnswersTheMembersOfItsWholeChain) {
@@ -116,13 +116,15 @@ TEST_F(FacadeTest, EveryWidgetClassAnswersTheMembersOfItsWholeChain) {
     IDispatch* facade = Facade(info.typeName, &widget);
     if (facade == nullptr) continue;  // a class the library declares but makes no object of
     ++classes;
-    Answer height, visible, focus;
+    Answer height, visible, focus, inherits;
     Call(facade, L"QWidget_height", {}, &height);
     Call(facade, L"isVisible", {}, &visible);
     Call(facade, L"setFocus", {}, &focus);
+    Call(facade, L"QObject_inherits", {Text(L"QWidget")}, &inherits);
     EXPECT_EQ(23, height.number()) << info.typeName << ": " << height.description.toStdString();
     EXPECT_EQ(S_OK, visible.hr) << info.typeName;
     EXPECT_EQ(S_OK, focus.hr) << info.typeName << ": " << focus.description.toStdString();
+    EXPECT_TRUE(inherits.isTrue()) << info.typeName << ": " << inherits.description.toStdString();
     facade->Release();
   }
   EXPECT_GT(classes, 60);
