@@ -112,6 +112,7 @@ CScriptObject::CScriptObject(IDispatch* exposer, void* instance, ScriptContext* 
     m_guard = m_object;
     m_objectName = m_object->objectName();
   }
+  if (m_own != nullptr && !made) m_item = ItemGuard::For(m_own->typeName, instance);
   if (m_made && m_free == nullptr && m_object == nullptr && m_own != nullptr) m_free = m_own->destroy;
   if (!m_made) m_free = nullptr;
 }
@@ -135,6 +136,7 @@ bool CScriptObject::Gone(QString* why) const {
     *why = QString("object destroyed: this %1 was destroyed by its destructor member").arg(ClassName());
     return true;
   }
+  if (m_item.Lost(why)) return true;
   if (m_object != nullptr && m_guard.isNull()) {
     *why = QString("object destroyed: the %1 %2 was destroyed by the application")
                .arg(ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"");

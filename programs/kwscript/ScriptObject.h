@@ -22,6 +22,7 @@
 #include <QtCore/QPointer>
 #include <QtCore/QString>
 
+#include "kwscript/ItemGuard.h"
 #include "kwscript/MemberTable.h"
 #include "kwscript/ScriptDispatch.h"
 #include "com/Interfaces.h"
@@ -195,6 +196,7 @@ class CScriptObject final : public CountedDispatch {
   // name, taken when the facade was made, say which object it was.
   QPointer<QObject> m_guard;
   QString m_objectName;
+  ItemGuard m_item;  // for an item of a list, table or tree widget
   bool m_made;
   bool m_destroyed = false;
   void (*m_free)(void*);  // for a copy the script made: frees it with the facade

@@ -9,6 +9,7 @@
 #include <QtGui/QLineEdit>
 #include <QtGui/QListWidget>
 #include <QtGui/QStringListModel>
+#include <QtGui/QTableWidget>
 
 #include <cstring>
 #include <functional>
@@ -216,6 +217,46 @@ TEST_F(FacadeTest, DroppedMembersAreCalledDirectlyAndListsComeBackAsLists) {
     }
   }
   facade->Release();
+}
+
+// An item of a list, table or tree widget is no QObject: once its view
+// deletes it (or the view goes), its facade answers "object destroyed"
+// instead of reading freed memory.
+TEST_F(FacadeTest, ItemsOfAViewAreRefusedOnceTheViewDeletedThem) {
+  auto* list = new QListWidget;
+  list->addItems(QStringList() << "kept" << "removed");
+  QTableWidget table(1, 1);
+  table.setItem(0, 0, new QTableWidgetItem("cell"));
+  IDispatch* listFacade = Facade("QListWidget", list);
+  IDispatch* tableFacade = Facade("QTableWidget", &table);
+  ASSERT_TRUE(listFacade != nullptr && tableFacade != nullptr);
+  Answer kept, removed, cell;
+  Call(listFacade, L"item", {I4(0)}, &kept);
+  Call(listFacade, L"item", {I4(1)}, &removed);
+  Call(tableFacade, L"item", {I4(0), I4(0)}, &cell);
+  ASSERT_TRUE(V_VT(&kept.value) == VT_DISPATCH && V_VT(&removed.value) == VT_DISPATCH && V_VT(&cell.value) == VT_DISPATCH);
+  delete list->takeItem(1);
+  table.setItem(0, 0, new QTableWidgetItem("replaced"));  // deletes the cell's item
+  struct Use {
+    Answer* item;
+    HRESULT hr;
+    const char* says;
+  };
+  const Use beforeListGoes[] = {{&kept, S_OK, ""},
+                                {&removed, DISP_E_EXCEPTION, "no longer an item of its QListWidget"},
+                                {&cell, DISP_E_EXCEPTION, "no longer an item of its QTableWidget"}};
+  for (const Use& use : beforeListGoes) {
+    Answer text;
+    Call(V_DISPATCH(&use.item->value), L"text", {}, &text);
+    EXPECT_EQ(use.hr, text.hr) << use.says;
+    EXPECT_TRUE(text.description.contains(use.says)) << text.description.toStdString();
+  }
+  listFacade->Release();
+  delete list;
+  Answer text;
+  Call(V_DISPATCH(&kept.value), L"text", {}, &text);
+  EXPECT_TRUE(text.description.contains("view was destroyed")) << text.description.toStdString();
+  tableFacade->Release();
 }
 
 // A model's pure virtual members, which no class of the library has a body
