@@ -376,6 +376,7 @@ HRESULT ConvertedArguments::TakeObject(VARIANT* arg, const ParameterInfo* parame
   }
   IDispatch* exposer = facade->ExposerFor(type);
   if (exposer == nullptr) return DISP_E_TYPEMISMATCH;
+  if (parameter != nullptr && parameter->pointer) facade->Disown();  // Qt may take what it gets by pointer
   V_DISPATCH(arg) = exposer;
   return S_OK;
 }

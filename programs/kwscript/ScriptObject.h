@@ -105,6 +105,10 @@ class CScriptObject final : public CountedDispatch {
   // Whether it is a `typeName` ("QWidget"): its own class, a base of it,
   // or a class its QObject inherits.
   bool IsA(const char* typeName) const;
+  // Gives up the script's ownership of a copy it made: passed to Qt as a
+  // pointer (QTableWidget::setItem, QLayout::addItem), it may be Qt's now,
+  // and is no longer freed with the facade.
+  void Disown() { m_free = nullptr; }
   // The exposer over the part of the object that is a `typeName` (a base
   // may lie elsewhere in the object than the object itself); null when
   // none can be made.

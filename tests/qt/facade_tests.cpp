@@ -307,6 +307,21 @@ TEST_F(FacadeTest, CopiesGoWhenTheScriptIsDoneWithThem) {
   Call(facade, L"text", {}, &plain);  // a plain name gives the text itself
   EXPECT_EQ(1, Sharers(edit.text())) << "the copy behind a plain-name string result is still alive";
   facade->Release();
+  // A value the script made and gave Qt by pointer is Qt's from then on.
+  QListWidget list;
+  IDispatch* listFacade = Facade("QListWidget", &list);
+  Answer item, added;
+  EXCEPINFO exception{};
+  std::vector<VARIANT> args{Text(L"given away")};
+  const DISPPARAMS params{args.data(), nullptr, 1, 0};
+  ASSERT_EQ(S_OK, kwscript::MakeValue(&context_, "QListWidgetItem", params, &item.value, &exception));
+  VariantClear(&args[0]);
+  Call(listFacade, L"addItem", {Object(V_DISPATCH(&item.value))}, &added);
+  ASSERT_EQ(S_OK, added.hr) << added.description.toStdString();
+  VariantClear(&item.value);  // the script lets go of its object
+  ASSERT_EQ(1, list.count()) << "the item was freed under the list";
+  EXPECT_EQ(QString("given away"), list.item(0)->text());
+  listFacade->Release();
 }
 
 // app.value: a value made by the constructor that fits the arguments, which
