@@ -29,3 +29,4 @@ var rect = app.value("QRect", 0, 0, 10, 10);
 app.echo("values made:", rect.contains(rect), rect.contains(app.value("QPoint", 3, 4)), app.value("QSize", 30, 20).width());
 app.echo("objects of classes the library lacks:", app.query("QListModel") != null,
          app.query("QStyledItemDelegate") != null, app.query("QStyledItemDelegate").parent() != null);
+try { app.menu(list.window(), "Tools/Nothing"); } catch (e) { app.echo("a menu path refused: " + e.message); }
