@@ -1,6 +1,7 @@
 // The conversation between kwscript and its agent inside an application,
-// over a named pipe: messages of a 4-byte length (little-endian) and that
-// many bytes of UTF-8.
+// over a named pipe: messages of UTF-8 of any length, each sent as frames
+// of a 4-byte length (little-endian; its top bit set when another frame of
+// the message follows) and that many bytes, at most 16 MB a frame.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
 //                      "publish"), the script's file name, its text (for a
 //                      tree: the most items listed per item view), the
