@@ -78,6 +78,21 @@ class Watchdog {
   std::thread m_thread;
 };
 
+// A script that cannot be read is a mistake in kwscript's arguments, as a
+// missing one is (status 2), not a script that failed (1).
+constexpr int kUsageError = 2;
+
+bool OpenScript(QFile* file) {
+  if (file->open(QIODevice::ReadOnly)) return true;
+  const QByteArray name = file->fileName().toUtf8();
+  if (!file->exists())
+    std::fprintf(stderr, "kwscript: no script file %s\n", name.constData());
+  else
+    std::fprintf(stderr, "kwscript: cannot read the script file %s (%s)\n", name.constData(),
+                 file->errorString().toUtf8().constData());
+  return false;
+}
+
 // Runs FILE against the demo form, the script on a fiber of the GUI thread.
 int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
@@ -97,10 +112,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
     std::wstring code;
     kwscript::CAppObject app(&context);
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-      std::fprintf(stderr, "kwscript: cannot read %s\n", path.toUtf8().constData());
-      return 1;
-    }
+    if (!OpenScript(&file)) return kUsageError;
     Watchdog watchdog(timeout);
     kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
                                   [&](bool done) {
@@ -144,10 +156,7 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
   }
   if (needsFile) {
     QFile script(file);
-    if (!script.open(QIODevice::ReadOnly)) {
-      std::fprintf(stderr, "kwscript: cannot read %s\n", file.toUtf8().constData());
-      return 1;
-    }
+    if (!OpenScript(&script)) return kUsageError;
     request.scriptPath = file;
     request.scriptText = QString::fromUtf8(script.readAll());
   }
