@@ -11,6 +11,7 @@
 #include "host/HostSupport.h"
 #include "kwscript/Checks.h"
 #include "kwscript/Output.h"
+#include "kwscript/StackGuard.h"
 #include "kwscript/ValueText.h"
 
 namespace kwscript {
@@ -54,6 +55,7 @@ const Known kKnown[] = {
     {static_cast<HRESULT>(0x800A03EC), "JS 1004", "syntax error: ';' expected"},
     {static_cast<HRESULT>(0x800A03EA), "JS 1002", "syntax error"},
     {static_cast<HRESULT>(0x800A139E), "JS 5022", "exception thrown and not caught"},
+    {static_cast<HRESULT>(0x800A001C), "JS/VBS 28", "the script's calls nest too deep"},
 };
 
 const Known* Lookup(HRESULT hr) {
@@ -82,10 +84,11 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
 
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
-    if (lstrcmpiW(name, L"app") != 0) return TYPE_E_ELEMENTNOTFOUND;
+    IDispatch* object = lstrcmpiW(name, L"app") == 0 ? m_app : lstrcmpiW(name, kStackItem) == 0 ? StackGuard() : nullptr;
+    if (object == nullptr) return TYPE_E_ELEMENTNOTFOUND;
     if ((mask & SCRIPTINFO_IUNKNOWN) && item != nullptr) {
-      *item = m_app;
-      m_app->AddRef();
+      *item = object;
+      object->AddRef();
     }
     if ((mask & SCRIPTINFO_ITYPEINFO) && info != nullptr) *info = nullptr;
     return S_OK;
@@ -180,18 +183,20 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;
   }
-  std::vector<CheckCallMark> marks;
-  const std::wstring marked = MarkCheckCalls(code, vbscript, &marks);
+  std::vector<CheckCallMark> marks, guardMarks;
+  const std::wstring marked = MarkCheckCalls(vbscript ? GuardProcedures(code, &guardMarks) : code, vbscript, &marks);
   SetScriptLanguage(vbscript ? ScriptLanguage::kVBScript : ScriptLanguage::kJScript);
   CheckLog& checks = CurrentChecks();
   checks = CheckLog();
   checks.script = QString::fromStdWString(path);
   checks.checking = !marks.empty();
+  marks.insert(marks.end(), guardMarks.begin(), guardMarks.end());
   CScriptSite site(path, app, std::move(marks));
   IActiveScriptParse* parser = nullptr;
   engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));
   bool ran = parser != nullptr && SUCCEEDED(parser->InitNew()) && SUCCEEDED(engine->SetScriptSite(&site)) &&
-             SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE));
+             SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE)) &&
+             (!vbscript || SUCCEEDED(engine->AddNamedItem(kStackItem, SCRIPTITEM_ISVISIBLE)));
   if (ran) {
     EXCEPINFO exception{};
     hr = parser->ParseScriptText(marked.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
