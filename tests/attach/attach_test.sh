@@ -302,8 +302,12 @@ TABLE
     await_line "$work/frozen_launch.txt" '^running$' && linux=$(linux_pid calculator.exe) && kill -STOP "$linux"
     mark
     finish "$work/frozen_launch.txt" 2 'the application does not answer' 8
-    state=$(ps -o stat= -p "$linux" 2>/dev/null)
-    [[ -z $state || $state == Z* ]] || { echo "FAIL: the launched application still runs ($state)"; fail=1; }
+    for _ in $(seq 50); do
+      state=$(ps -o stat= -p "$linux" 2>/dev/null)
+      [[ -z $state || $state == Z* ]] && break
+      sleep 0.1
+    done
+    [[ -z $state || $state == Z* ]] || { echo "FAIL: the launched application still runs 5 s on ($state)"; fail=1; }
     kill -KILL "$linux" 2>/dev/null
     # A publication ends as its application dies, with kwscript's input
     # still open.
