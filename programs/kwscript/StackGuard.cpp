@@ -58,14 +58,21 @@ std::size_t ProcedureHeaderEnd(const std::wstring& line, std::size_t at) {
   const std::size_t name = at;
   while (at < line.size() && IsNameChar(line[at])) ++at;
   if (at == name) return std::wstring::npos;
-  const std::size_t afterName = at;
-  at = SkipBlanks(line, at);
-  if (at >= line.size() || line[at] != L'(') return afterName;
-  for (int depth = 0; at < line.size(); ++at) {
-    if (line[at] == L'(') ++depth;
-    if (line[at] == L')' && --depth == 0) return at + 1;
+  std::size_t end = at;  // after the name, or after its parameters
+  std::size_t next = SkipBlanks(line, end);
+  if (next < line.size() && line[next] == L'(') {
+    std::size_t close = next;
+    for (int depth = 0; close < line.size(); ++close) {
+      if (line[close] == L'(') ++depth;
+      if (line[close] == L')' && --depth == 0) break;
+    }
+    if (close >= line.size()) return std::wstring::npos;  // its parameters go on past the line
+    end = close + 1;
+    next = SkipBlanks(line, end);
   }
-  return std::wstring::npos;
+  // Only a declaration the engine would take: the statement ends there.
+  const bool ends = next >= line.size() || line[next] == L':' || line[next] == L'\'' || line[next] == L'\r';
+  return ends ? end : std::wstring::npos;
 }
 
 // The places in one line where a statement starts: its start and after
