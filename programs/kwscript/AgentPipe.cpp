@@ -21,10 +21,11 @@ bool WriteAll(HANDLE pipe, const char* data, DWORD size) {
   return true;
 }
 
-bool ReadAll(HANDLE pipe, char* data, DWORD size) {
+bool ReadAll(HANDLE pipe, char* data, DWORD size, std::atomic<DWORD>* heard) {
   while (size > 0) {
     DWORD read = 0;
     if (!ReadFile(pipe, data, size, &read, nullptr) || read == 0) return false;
+    if (heard != nullptr) *heard = GetTickCount();
     data += read;
     size -= read;
   }
@@ -52,17 +53,17 @@ bool WriteMessage(HANDLE pipe, const QByteArray& message) {
   return true;
 }
 
-bool ReadMessage(HANDLE pipe, QByteArray* message) {
+bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard) {
   message->clear();
   for (;;) {
     unsigned char length[4];
-    if (!ReadAll(pipe, reinterpret_cast<char*>(length), 4)) return false;
+    if (!ReadAll(pipe, reinterpret_cast<char*>(length), 4, heard)) return false;
     const DWORD word = length[0] | (length[1] << 8) | (length[2] << 16) | (static_cast<DWORD>(length[3]) << 24);
     const DWORD size = word & ~kMoreFrames;
     if (size > kFrameLimit || message->size() > 0x7fffffff - static_cast<qint64>(size)) return false;
     const int at = message->size();
     message->resize(at + static_cast<int>(size));
-    if (size > 0 && !ReadAll(pipe, message->data() + at, size)) return false;
+    if (size > 0 && !ReadAll(pipe, message->data() + at, size, heard)) return false;
     if ((word & kMoreFrames) == 0) return true;
   }
 }

@@ -19,12 +19,16 @@
 
 #include <QtCore/QByteArray>
 
+#include <atomic>
+
 namespace kwscript {
 
 // Writes one message; false when the pipe is broken.
 bool WriteMessage(HANDLE pipe, const QByteArray& message);
 
-// Reads one message; false when the pipe is broken or closed.
-bool ReadMessage(HANDLE pipe, QByteArray* message);
+// Reads one message; false when the pipe is broken or closed. `heard`,
+// when given, receives the tick count whenever bytes of it arrive, so that
+// a long message in transit counts as a sign of life.
+bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard = nullptr);
 
 }  // namespace kwscript

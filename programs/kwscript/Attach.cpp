@@ -400,8 +400,7 @@ class Conversation {
       SetEvent(m_listened.get());
       return;
     }
-    for (QByteArray message; ReadMessage(m_pipe, &message);) {
-      m_lastHeard = GetTickCount();
+    for (QByteArray message; ReadMessage(m_pipe, &message, &m_lastHeard);) {
       if (message == "pub") {  // published until kwscript's thread says
         SetEvent(m_published.get());
         WaitForSingleObject(m_unpublish.get(), INFINITE);
