@@ -15,8 +15,9 @@
 //   --junit FILE (with a script)           writes a JUnit XML report of its checks
 //   --max-items N (with --tree)            lists up to N rows of each item view
 // The exit status is 0 when the script succeeded, 1 when it failed or a
-// check failed (the run then ends with "N passed, M failed"); the attach
-// modes' own statuses are in Attach.h.
+// check failed (the run then ends with "N passed, M failed"), 2 when the
+// arguments are wrong (a script file that cannot be read included); the
+// attach modes' own statuses are in Attach.h.
 #include <windows.h>
 
 #include <QtCore/QDir>
