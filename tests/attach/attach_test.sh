@@ -329,6 +329,10 @@ TABLE
     run "$bin/kwclosewindow.exe" "$pid" "QInputDialog::getInteger()" || { echo "FAIL: no dialog to close"; fail=1; }
     sleep 1
     step 0 'QLabel' -- --tree --attach "$pid"
+    # A script that ends while a call it posted runs a modal dialog: the
+    # next attach is accepted, and answers the dialog.
+    step 0 '^opened: QInputDialog' -- --attach "$pid" "$(script post_dialog.js)"
+    step 0 '^the label reads QLabel.*"25%"' -- --attach "$pid" "$(script answer_dialog.js)"
     run "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
     # Recursion without end, in either engine: a script error on its line,
     # and the application answers the next attach.

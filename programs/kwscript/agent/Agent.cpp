@@ -114,7 +114,7 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
 // The status a request ended with, its mark that a script is attached and
 // its events, kept until the request is gone, which may be long after the
 // agent's thread gave up on it: a script stuck in a call that never
-// returns ends when the call returns, and only then may another attach.
+// returns ends when the call returns.
 struct RequestEnd {
   HANDLE attached = nullptr;
   HANDLE scriptDone = nullptr;
@@ -122,12 +122,16 @@ struct RequestEnd {
   int status = 2;
 };
 
-// Closes the request's handles once it has finished, on a thread of its
-// own when the agent's thread does not wait for it.
+// Lets the next script attach once this one has ended, whatever a call it
+// posted still does (a modal dialog it opened waits for the next script to
+// answer it), and closes the request's events once the request has
+// finished; on a thread of its own when the agent's thread gives up.
 DWORD WINAPI ReleaseWhenFinished(void* parameter) {
   auto* end = static_cast<RequestEnd*>(parameter);
+  if (end->scriptDone != nullptr) WaitForSingleObject(end->scriptDone, INFINITE);
+  CloseHandle(end->attached);
   if (end->finished != nullptr) WaitForSingleObject(end->finished, INFINITE);
-  for (HANDLE handle : {end->scriptDone, end->finished, end->attached})
+  for (HANDLE handle : {end->scriptDone, end->finished})
     if (handle != nullptr) CloseHandle(handle);
   delete end;
   return 0;
@@ -407,6 +411,6 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   kwscript::SetOutputSink(nullptr, nullptr);
   g_pipe = nullptr;
   CloseHandle(pipe);
-  ReleaseWhenFinished(end);  // the request is gone, the library unloaded
+  ReleaseWhenFinished(end);  // the next script may attach; returns once the request is gone
   return static_cast<DWORD>(status);
 }
