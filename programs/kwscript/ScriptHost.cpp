@@ -12,6 +12,7 @@
 #include "kwscript/Checks.h"
 #include "kwscript/Output.h"
 #include "kwscript/StackGuard.h"
+#include "kwscript/ThrownValues.h"
 #include "kwscript/ValueText.h"
 
 namespace kwscript {
@@ -58,6 +59,8 @@ const Known kKnown[] = {
     {static_cast<HRESULT>(0x800A001C), "JS/VBS 28", "the script's calls nest too deep"},
 };
 
+constexpr HRESULT kThrownNotCaught = static_cast<HRESULT>(0x800A139E);
+
 const Known* Lookup(HRESULT hr) {
   for (const Known& known : kKnown)
     if (known.hr == hr) return &known;
@@ -84,7 +87,10 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
 
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
-    IDispatch* object = lstrcmpiW(name, L"app") == 0 ? m_app : lstrcmpiW(name, kStackItem) == 0 ? StackGuard() : nullptr;
+    IDispatch* object = lstrcmpiW(name, L"app") == 0          ? m_app
+                        : lstrcmpiW(name, kStackItem) == 0    ? StackGuard()
+                        : lstrcmpiW(name, kThrownItem) == 0   ? ThrownValues()
+                                                              : nullptr;
     if (object == nullptr) return TYPE_E_ELEMENTNOTFOUND;
     if ((mask & SCRIPTINFO_IUNKNOWN) && item != nullptr) {
       *item = object;
@@ -125,7 +131,11 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
                    .arg(where)
                    .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper().rightJustified(8, '0'))
                    .arg(known ? known->name : "(no name)", known ? known->meaning : "see the description");
-      if (!description.isEmpty()) report += QString(" (%1)").arg(description);
+      QString thrown;
+      if (hr == kThrownNotCaught && ThrownValueOn(static_cast<int>(line) + 1, &thrown))
+        report += ": " + thrown;  // the value itself, which the engine does not give
+      else if (!description.isEmpty())
+        report += QString(" (%1)").arg(description);
     }
     PrintLine(report);
     CurrentChecks().scriptError = report;
@@ -184,7 +194,9 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
     return false;
   }
   std::vector<CheckCallMark> marks, guardMarks;
-  const std::wstring marked = MarkCheckCalls(vbscript ? GuardProcedures(code, &guardMarks) : code, vbscript, &marks);
+  const std::wstring marked =
+      MarkCheckCalls(vbscript ? GuardProcedures(code, &guardMarks) : NoteThrows(code, &guardMarks), vbscript, &marks);
+  ForgetThrownValue();
   SetScriptLanguage(vbscript ? ScriptLanguage::kVBScript : ScriptLanguage::kJScript);
   CheckLog& checks = CurrentChecks();
   checks = CheckLog();
@@ -196,7 +208,7 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
   engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));
   bool ran = parser != nullptr && SUCCEEDED(parser->InitNew()) && SUCCEEDED(engine->SetScriptSite(&site)) &&
              SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE)) &&
-             (!vbscript || SUCCEEDED(engine->AddNamedItem(kStackItem, SCRIPTITEM_ISVISIBLE)));
+             SUCCEEDED(engine->AddNamedItem(vbscript ? kStackItem : kThrownItem, SCRIPTITEM_ISVISIBLE));
   if (ran) {
     EXCEPINFO exception{};
     hr = parser->ParseScriptText(marked.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
