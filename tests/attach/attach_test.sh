@@ -309,6 +309,12 @@ TABLE
     done
     [[ -z $state || $state == Z* ]] || { echo "FAIL: the launched application still runs 5 s on ($state)"; fail=1; }
     kill -KILL "$linux" 2>/dev/null
+    # An application whose GUI thread ends under a script: said at once,
+    # not at the time limit.
+    mark
+    step 4 "the application's GUI thread ended during the script" '!not reached' -- \
+      --timeout 20 --launch "$(windows "$bin/kwcrashapp.exe")" --end-gui-thread -- "$(script end_gui_thread.js)"
+    [[ $(($(now_ms) - started)) -lt 15000 ]] || { echo "FAIL: it took 15 s or more"; fail=1; }
     # A publication ends as its application dies, with kwscript's input
     # still open.
     step 0 'QLineEdit' -- --tree --launch "$calculator" --keep
