@@ -376,10 +376,11 @@ class Conversation {
       if ((elapsed >= limitMs && silent >= kSilenceMs) || elapsed >= limitMs + kAgentGraceMs + kSilenceMs) {
         StopListening();
         listener.detach();
-        Say(QString("the application does not answer: the script did not finish within %1 s and the application "
-                    "has said nothing for %2 s")
+        const QString why = silent >= kSilenceMs ? QString("the application has said nothing for %1 s").arg(silent / 1000)
+                                                 : QString("its agent sent no status");
+        Say(QString("the application does not answer: the script did not finish within %1 s and %2")
                 .arg(m_request.timeoutSeconds)
-                .arg(silent / 1000));
+                .arg(why));
         return kGivenUp;
       }
     }
