@@ -1,6 +1,7 @@
 // The conversation between kwscript and its agent inside an application,
-// over a named pipe: messages of a 4-byte length (little-endian) and that
-// many bytes of UTF-8.
+// over a named pipe: messages of UTF-8 of any length, each sent as frames
+// of a 4-byte length (little-endian; its top bit set when another frame of
+// the message follows) and that many bytes, at most 16 MB a frame.
 //   kwscript -> agent: the command ("run", "tree", "tree-json" or
 //                      "publish"), the script's file name, its text (for a
 //                      tree: the most items listed per item view), the
@@ -18,12 +19,16 @@
 
 #include <QtCore/QByteArray>
 
+#include <atomic>
+
 namespace kwscript {
 
 // Writes one message; false when the pipe is broken.
 bool WriteMessage(HANDLE pipe, const QByteArray& message);
 
-// Reads one message; false when the pipe is broken or closed.
-bool ReadMessage(HANDLE pipe, QByteArray* message);
+// Reads one message; false when the pipe is broken or closed. `heard`,
+// when given, receives the tick count whenever bytes of it arrive, so that
+// a long message in transit counts as a sign of life.
+bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard = nullptr);
 
 }  // namespace kwscript

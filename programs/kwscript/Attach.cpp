@@ -11,6 +11,7 @@
 #include <QtCore/QRegExp>
 
 #include <atomic>
+#include <mutex>
 #include <cstdio>
 #include <thread>
 #include <vector>
@@ -44,6 +45,11 @@ class Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
   HANDLE get() const { return m_handle; }
+  HANDLE release() {
+    HANDLE handle = m_handle;
+    m_handle = nullptr;
+    return handle;
+  }
   explicit operator bool() const { return m_handle != nullptr; }
 
  private:
@@ -292,48 +298,172 @@ void ReportFirstOutput() {
   g_timed = true;
 }
 
-// Returns once kwscript's standard input ends (or breaks).
-void WaitForInputToEnd() {
-  const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
-  char buffer[256];
-  DWORD read = 0;
-  while (ReadFile(input, buffer, sizeof buffer, &read, nullptr) && read > 0) {
-  }
+// Sets `ended` once kwscript's standard input ends (or breaks), from a
+// thread of its own that stays blocked in its read until then.
+void SignalWhenInputEnds(HANDLE ended) {
+  std::thread([ended] {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    char buffer[256];
+    DWORD read = 0;
+    while (ReadFile(input, buffer, sizeof buffer, &read, nullptr) && read > 0) {
+    }
+    SetEvent(ended);
+  }).detach();
 }
 
-// Sends the request and prints the agent's output; the exit status.
-int Converse(HANDLE pipe, HANDLE process, const AgentRequestText& request) {
-  if (!WriteMessage(pipe, request.command.toUtf8()) || !WriteMessage(pipe, request.scriptPath.toUtf8()) ||
-      !WriteMessage(pipe, request.scriptText.toUtf8()) || !WriteMessage(pipe, QDir::currentPath().toUtf8()) ||
-      !WriteMessage(pipe, QByteArray::number(request.timeoutSeconds))) {
+QString ExitCode(HANDLE process) {
+  DWORD code = 0;
+  GetExitCodeProcess(process, &code);
+  return QString("exit code 0x%1").arg(code, 0, 16);
+}
+
+// The agent's heartbeats come once a second; this long a silence past the
+// time limit means that the application stands still (stopped, or every
+// thread of it blocked), and kwscript gives up on it.
+constexpr DWORD kSilenceMs = 3000;
+// The agent itself gives a script that does not stop 10 s past its limit.
+constexpr DWORD kAgentGraceMs = 10000;
+
+// The conversation with the agent: the request sent and the agent's
+// messages read and printed on a thread of its own, while kwscript's own
+// thread keeps the time limit, watches the process and, when publishing,
+// its input. Once kwscript gives up, the listener prints nothing more; it
+// stays blocked in its read (with the pipe and this object) until kwscript
+// ends.
+class Conversation {
+ public:
+  Conversation(HANDLE pipe, const AgentRequestText& request)
+      : m_pipe(pipe),
+        m_request(request),
+        m_listened(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+        m_published(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+        m_unpublish(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+        m_lastHeard(GetTickCount()) {}
+
+  // The exit status, after saying what went wrong.
+  int Run(HANDLE process) {
+    std::thread listener([this] { Listen(); });
+    const DWORD start = GetTickCount();
+    const DWORD limitMs = m_request.timeoutSeconds * 1000u;
+    HANDLE inputEnded = nullptr;
+    for (;;) {
+      HANDLE waits[3] = {m_listened.get(), process, inputEnded ? inputEnded : m_published.get()};
+      const DWORD woke = WaitForMultipleObjects(3, waits, FALSE, 200);
+      if (woke == WAIT_OBJECT_0) {
+        listener.join();
+        return Outcome(process);
+      }
+      if (woke == WAIT_OBJECT_0 + 1) {
+        // The pipe breaks as the process goes: what the agent sent before
+        // is read to its end first (a publishing agent sends nothing more).
+        if (inputEnded == nullptr && WaitForSingleObject(m_listened.get(), 2000) == WAIT_OBJECT_0) {
+          listener.join();
+          return Outcome(process);
+        }
+        break;
+      }
+      if (woke == WAIT_OBJECT_0 + 2 && inputEnded == nullptr) {
+        inputEnded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        SignalWhenInputEnds(inputEnded);
+        continue;
+      }
+      if (woke == WAIT_OBJECT_0 + 2) {
+        SetEvent(m_unpublish.get());  // the listener asks the agent to stop
+        continue;                     // and reads its status
+      }
+      if (limitMs == 0) continue;
+      const DWORD elapsed = GetTickCount() - start, silent = GetTickCount() - m_lastHeard;
+      if ((elapsed >= limitMs && silent >= kSilenceMs) || elapsed >= limitMs + kAgentGraceMs + kSilenceMs) {
+        StopListening();
+        listener.detach();
+        const QString why = silent >= kSilenceMs ? QString("the application has said nothing for %1 s").arg(silent / 1000)
+                                                 : QString("its agent sent no status");
+        Say(QString("the application does not answer: the script did not finish within %1 s and %2")
+                .arg(m_request.timeoutSeconds)
+                .arg(why));
+        return kGivenUp;
+      }
+    }
+    StopListening();
+    listener.detach();
+    Say(Ended(process));
+    return kApplicationEnded;
+  }
+
+ private:
+  // Sends the request and prints the agent's output until its status, or
+  // until the pipe breaks.
+  void Listen() {
+    if (!WriteMessage(m_pipe, m_request.command.toUtf8()) || !WriteMessage(m_pipe, m_request.scriptPath.toUtf8()) ||
+        !WriteMessage(m_pipe, m_request.scriptText.toUtf8()) ||
+        !WriteMessage(m_pipe, QDir::currentPath().toUtf8()) ||
+        !WriteMessage(m_pipe, QByteArray::number(m_request.timeoutSeconds))) {
+      SetEvent(m_listened.get());
+      return;
+    }
+    for (QByteArray message; ReadMessage(m_pipe, &message, &m_lastHeard);) {
+      if (message == "pub") {  // published until kwscript's thread says
+        SetEvent(m_published.get());
+        WaitForSingleObject(m_unpublish.get(), INFINITE);
+        WriteMessage(m_pipe, "stop");
+        continue;
+      }
+      std::lock_guard<std::mutex> lock(m_printing);
+      if (m_stopped) return;
+      if (message.startsWith("out ")) {
+        ReportFirstOutput();
+        std::fwrite(message.constData() + 4, 1, message.size() - 4, stdout);
+        std::fputc('\n', stdout);
+        std::fflush(stdout);
+      } else if (message.startsWith("err ")) {
+        std::fprintf(stderr, "%s\n", message.constData() + 4);
+        std::fflush(stderr);
+      } else if (message.startsWith("checks ")) {
+        CurrentChecks() = CheckLog::Deserialized(message.mid(7));
+      } else if (message == "exit") {
+        m_exited = true;
+      } else if (message.startsWith("end ")) {
+        m_status = message.mid(4).toInt();
+        break;
+      }
+    }
+    SetEvent(m_listened.get());
+  }
+
+  void StopListening() {
+    std::lock_guard<std::mutex> lock(m_printing);
+    m_stopped = true;
+  }
+
+  // The status once the listener is done: the agent's, or the process's end.
+  int Outcome(HANDLE process) {
+    if (m_status >= 0) return m_status;
+    if (WaitForSingleObject(process, 2000) == WAIT_OBJECT_0) {
+      Say(Ended(process));
+      return kApplicationEnded;
+    }
     Say("the agent stopped answering");
     return kAttachFailed;
   }
-  for (QByteArray message; ReadMessage(pipe, &message);) {
-    if (message.startsWith("out ")) {
-      ReportFirstOutput();
-      std::printf("%s\n", message.constData() + 4);
-      std::fflush(stdout);
-    } else if (message.startsWith("err ")) {
-      std::fprintf(stderr, "%s\n", message.constData() + 4);
-      std::fflush(stderr);
-    } else if (message.startsWith("checks ")) {
-      CurrentChecks() = CheckLog::Deserialized(message.mid(7));
-    } else if (message == "pub") {
-      WaitForInputToEnd();
-      WriteMessage(pipe, "stop");
-    } else if (message.startsWith("end ")) {
-      return message.mid(4).toInt();
-    }
+
+  // How the process ended: by itself, or killed from outside (no code of
+  // it ran to say it exits, and Wine gives such a process no exit code of
+  // its own).
+  QString Ended(HANDLE process) const {
+    const QString during = m_request.command == "publish" ? "while published" : "during the script";
+    if (m_exited) return QString("the application ended %1 (%2)").arg(during, ExitCode(process));
+    return QString("the application was killed %1: it ended without exiting (%2)").arg(during, ExitCode(process));
   }
-  DWORD code = 0;
-  if (WaitForSingleObject(process, 2000) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code)) {
-    Say(QString("the application ended during the script (exit code 0x%1)").arg(code, 0, 16));
-    return kApplicationEnded;
-  }
-  Say("the agent stopped answering");
-  return kAttachFailed;
-}
+
+  HANDLE m_pipe;
+  const AgentRequestText& m_request;
+  Handle m_listened, m_published, m_unpublish;
+  std::atomic<DWORD> m_lastHeard;
+  std::mutex m_printing;
+  bool m_stopped = false;
+  std::atomic<bool> m_exited{false};
+  std::atomic<int> m_status{-1};
+};
 
 int RunIn(DWORD pid, HANDLE process, const AgentRequestText& request) {
   const QString unfit = Unfit(pid, process);
@@ -352,7 +482,16 @@ int RunIn(DWORD pid, HANDLE process, const AgentRequestText& request) {
   StartClock("loading the agent");
   Handle runner(StartAgent(pid, process, pipeName));
   if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), process)) return kAttachFailed;
-  return Converse(pipe.get(), process, request);
+  // Left open and allocated when kwscript gives up: its listener may still
+  // be blocked on the pipe.
+  auto* conversation = new Conversation(pipe.get(), request);
+  const int status = conversation->Run(process);
+  if (status != kGivenUp) {
+    delete conversation;
+    return status;
+  }
+  pipe.release();
+  return status;
 }
 
 // The application's environment: kwscript's, with kwscript's folder (and

@@ -18,9 +18,11 @@ struct AgentRequestText {
 };
 
 // Exit statuses of the attach modes besides the script's own 0 (succeeded)
-// and 1 (failed): the agent could not run it (2), another script is attached
-// already (3), the application ended during the script (4), no matching or
-// no fitting process, or the agent could not be loaded (5).
+// and 1 (failed): the agent could not run it or gave it up, or the
+// application does not answer within the time limit (2), another script is
+// attached already (3), the application ended during the script (4), no
+// matching or no fitting process, or the agent could not be loaded (5).
+constexpr int kGivenUp = 2;
 constexpr int kAttachFailed = 5;
 constexpr int kApplicationEnded = 4;
 

@@ -330,7 +330,7 @@ std::wstring MarkCheckCalls(const std::wstring& code, bool vbscript, std::vector
 int OriginalColumn(const std::vector<CheckCallMark>& marks, int line, int column) {
   int original = column;
   for (const CheckCallMark& mark : marks)
-    if (mark.line == line && mark.column < column) original -= mark.length;
+    if (mark.line == line && mark.column < column) original -= std::min(mark.length, column - mark.column);
   return original;
 }
 

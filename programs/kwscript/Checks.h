@@ -65,7 +65,7 @@ struct CheckCallMark {
 std::wstring MarkCheckCalls(const std::wstring& code, bool vbscript, std::vector<CheckCallMark>* marks);
 
 // The column (0-based) in the script's own text of a place the engine
-// reports in the marked text.
+// reports in the marked text; a place inside added text is where it was added.
 int OriginalColumn(const std::vector<CheckCallMark>& marks, int line, int column);
 
 // The app object's check members: a DISPID for "check", "checkEqual" and

@@ -11,6 +11,8 @@
 #include "host/HostSupport.h"
 #include "kwscript/Checks.h"
 #include "kwscript/Output.h"
+#include "kwscript/StackGuard.h"
+#include "kwscript/ThrownValues.h"
 #include "kwscript/ValueText.h"
 
 namespace kwscript {
@@ -54,7 +56,10 @@ const Known kKnown[] = {
     {static_cast<HRESULT>(0x800A03EC), "JS 1004", "syntax error: ';' expected"},
     {static_cast<HRESULT>(0x800A03EA), "JS 1002", "syntax error"},
     {static_cast<HRESULT>(0x800A139E), "JS 5022", "exception thrown and not caught"},
+    {static_cast<HRESULT>(0x800A001C), "JS/VBS 28", "the script's calls nest too deep"},
 };
+
+constexpr HRESULT kThrownNotCaught = static_cast<HRESULT>(0x800A139E);
 
 const Known* Lookup(HRESULT hr) {
   for (const Known& known : kKnown)
@@ -82,10 +87,14 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
 
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
-    if (lstrcmpiW(name, L"app") != 0) return TYPE_E_ELEMENTNOTFOUND;
+    IDispatch* object = lstrcmpiW(name, L"app") == 0          ? m_app
+                        : lstrcmpiW(name, kStackItem) == 0    ? StackGuard()
+                        : lstrcmpiW(name, kThrownItem) == 0   ? ThrownValues()
+                                                              : nullptr;
+    if (object == nullptr) return TYPE_E_ELEMENTNOTFOUND;
     if ((mask & SCRIPTINFO_IUNKNOWN) && item != nullptr) {
-      *item = m_app;
-      m_app->AddRef();
+      *item = object;
+      object->AddRef();
     }
     if ((mask & SCRIPTINFO_ITYPEINFO) && info != nullptr) *info = nullptr;
     return S_OK;
@@ -122,7 +131,11 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
                    .arg(where)
                    .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper().rightJustified(8, '0'))
                    .arg(known ? known->name : "(no name)", known ? known->meaning : "see the description");
-      if (!description.isEmpty()) report += QString(" (%1)").arg(description);
+      QString thrown;
+      if (hr == kThrownNotCaught && ThrownValueOn(static_cast<int>(line) + 1, &thrown))
+        report += ": " + thrown;  // the value itself, which the engine does not give
+      else if (!description.isEmpty())
+        report += QString(" (%1)").arg(description);
     }
     PrintLine(report);
     CurrentChecks().scriptError = report;
@@ -180,18 +193,22 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
                   .arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper()));
     return false;
   }
-  std::vector<CheckCallMark> marks;
-  const std::wstring marked = MarkCheckCalls(code, vbscript, &marks);
+  std::vector<CheckCallMark> marks, guardMarks;
+  const std::wstring marked =
+      MarkCheckCalls(vbscript ? GuardProcedures(code, &guardMarks) : NoteThrows(code, &guardMarks), vbscript, &marks);
+  ForgetThrownValue();
   SetScriptLanguage(vbscript ? ScriptLanguage::kVBScript : ScriptLanguage::kJScript);
   CheckLog& checks = CurrentChecks();
   checks = CheckLog();
   checks.script = QString::fromStdWString(path);
   checks.checking = !marks.empty();
+  marks.insert(marks.end(), guardMarks.begin(), guardMarks.end());
   CScriptSite site(path, app, std::move(marks));
   IActiveScriptParse* parser = nullptr;
   engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&parser));
   bool ran = parser != nullptr && SUCCEEDED(parser->InitNew()) && SUCCEEDED(engine->SetScriptSite(&site)) &&
-             SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE));
+             SUCCEEDED(engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE)) &&
+             SUCCEEDED(engine->AddNamedItem(vbscript ? kStackItem : kThrownItem, SCRIPTITEM_ISVISIBLE));
   if (ran) {
     EXCEPINFO exception{};
     hr = parser->ParseScriptText(marked.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,

@@ -15,8 +15,9 @@
 //   --junit FILE (with a script)           writes a JUnit XML report of its checks
 //   --max-items N (with --tree)            lists up to N rows of each item view
 // The exit status is 0 when the script succeeded, 1 when it failed or a
-// check failed (the run then ends with "N passed, M failed"); the attach
-// modes' own statuses are in Attach.h.
+// check failed (the run then ends with "N passed, M failed"), 2 when the
+// arguments are wrong (a script file that cannot be read included); the
+// attach modes' own statuses are in Attach.h.
 #include <windows.h>
 
 #include <QtCore/QDir>
@@ -78,6 +79,21 @@ class Watchdog {
   std::thread m_thread;
 };
 
+// A script that cannot be read is a mistake in kwscript's arguments, as a
+// missing one is (status 2), not a script that failed (1).
+constexpr int kUsageError = 2;
+
+bool OpenScript(QFile* file) {
+  if (file->open(QIODevice::ReadOnly)) return true;
+  const QByteArray name = file->fileName().toUtf8();
+  if (!file->exists())
+    std::fprintf(stderr, "kwscript: no script file %s\n", name.constData());
+  else
+    std::fprintf(stderr, "kwscript: cannot read the script file %s (%s)\n", name.constData(),
+                 file->errorString().toUtf8().constData());
+  return false;
+}
+
 // Runs FILE against the demo form, the script on a fiber of the GUI thread.
 int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   kwhost::ManagerHost host(L"kwQtWrappers.dll");
@@ -97,10 +113,7 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
     std::wstring code;
     kwscript::CAppObject app(&context);
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-      std::fprintf(stderr, "kwscript: cannot read %s\n", path.toUtf8().constData());
-      return 1;
-    }
+    if (!OpenScript(&file)) return kUsageError;
     Watchdog watchdog(timeout);
     kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
                                   [&](bool done) {
@@ -144,10 +157,7 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
   }
   if (needsFile) {
     QFile script(file);
-    if (!script.open(QIODevice::ReadOnly)) {
-      std::fprintf(stderr, "kwscript: cannot read %s\n", file.toUtf8().constData());
-      return 1;
-    }
+    if (!OpenScript(&script)) return kUsageError;
     request.scriptPath = file;
     request.scriptText = QString::fromUtf8(script.readAll());
   }

@@ -49,6 +49,39 @@ quick() {
     { echo "FAIL: $slow of $1 took 500 ms or more, or some did not say"; fail=1; }
 }
 pid_of_kept() { sed -n 's/.*keeps running as process \([0-9]*\).*/\1/p' <<<"$output"; }
+# The Linux process of the Windows program <image> in this scenario's prefix.
+linux_pid() {
+  local prefix pid
+  prefix=$(cd "$bin/../wine/attach" && pwd)
+  for pid in $(pgrep -f "$1"); do
+    [[ $(tr '\0' '\n' <"/proc/$pid/cmdline" 2>/dev/null | head -n 1) == *"$1" ]] || continue
+    tr '\0' '\n' <"/proc/$pid/environ" 2>/dev/null | grep -qxF "WINEPREFIX=$prefix" && echo "$pid"
+  done
+}
+now_ms() { echo $(($(date +%s%N) / 1000000)); }
+# background <file> -- kwscript arguments: kwscript in the background, its
+# output in <file>, its input from $input (none when unset).
+background() { local file=$1; shift 2; run "$bin/kwscript.exe" "$@" <"${input:-/dev/null}" >"$file" 2>&1 & bg=$!; }
+# await_line <file> <pattern>: waits (up to 60 s) until a line of <file> matches.
+await_line() {
+  for _ in $(seq 600); do grep -qE -- "$2" "$1" && return 0; sleep 0.1; done
+  echo "FAIL: no \"$2\" in $1"; cat "$1"; fail=1; return 1
+}
+# finish <file> <status> <pattern> <seconds>: the background kwscript ends
+# within <seconds> (from the last mark) with <status>, printing <pattern>;
+# it is ended when late.
+mark() { started=$(now_ms); }
+finish() {
+  local file=$1 want=$2 must=$3 limit=$4 status took
+  for _ in $(seq $((limit * 10 + 50))); do kill -0 "$bg" 2>/dev/null || break; sleep 0.1; done
+  took=$(($(now_ms) - started))
+  kill "$bg" 2>/dev/null
+  wait "$bg"; status=$?
+  echo "\$ kwscript (in the background, $took ms)"; tr -d '\r' <"$file"
+  [[ $status -eq $want ]] || { echo "FAIL: exit status $status, expected $want"; fail=1; }
+  grep -qE -- "$must" "$file" || { echo "FAIL: no line matches: $must"; fail=1; }
+  [[ $took -le $((limit * 1000)) ]] || { echo "FAIL: it took $took ms, more than $limit s"; fail=1; }
+}
 calculator=$(windows "$apps/calculator.exe")
 script() { windows "$here/$1"; }
 
@@ -246,6 +279,93 @@ TABLE
       --launch "$(windows "$apps/application.exe")" -- "$(script nested_menus.js)"
     took=$(sed -n 's/.* in \([0-9]*\) ms$/\1/p' <<<"$output")
     [[ -n $took && $took -lt 5000 ]] || { echo "FAIL: the queries took ${took:-?} ms"; fail=1; }
+    ;;
+  robust)
+    work=$(mktemp -d); trap 'rm -rf "$work" "$log"' EXIT
+    # A script file that is not there is a mistake in the arguments (2),
+    # not a script that failed (1).
+    step 2 'no script file .*not_there\.js' -- --launch "$calculator" -- "$(script not_there.js)"
+    # 70 MB on one line, more than one message between the agent and
+    # kwscript holds: every byte of it arrives, and the next line and the
+    # status after it.
+    run "$bin/kwscript.exe" --launch "$calculator" -- "$(script long_line.js)" >"$work/long.txt" 2>&1
+    status=$?
+    longest=$(awk '{ if (length($0) > n) n = length($0) } END { print n }' "$work/long.txt")
+    echo "\$ kwscript --launch calculator -- long_line.js: status $status, the longest line $longest characters"
+    grep -v '^0123' "$work/long.txt"
+    [[ $status -eq 0 && $longest -eq 73400320 ]] && grep -q '^after the long line$' "$work/long.txt" ||
+      { echo "FAIL: the long line, the next one or the status was lost"; fail=1; }
+    # An application that stands still (stopped) while a script runs in
+    # it: kwscript ends within the time limit and a few seconds, saying so.
+    step 0 'QLineEdit' -- --tree --launch "$calculator" --keep
+    pid=$(pid_of_kept) linux=$(linux_pid calculator.exe)
+    [[ -n $linux ]] || { echo "FAIL: no Linux process of calculator.exe"; fail=1; }
+    background "$work/frozen.txt" -- --timeout 3 --attach "$pid" "$(script frozen.js)"
+    await_line "$work/frozen.txt" '^running$' && kill -STOP "$linux"
+    mark
+    finish "$work/frozen.txt" 2 'the application does not answer' 8
+    kill -CONT "$linux"
+    # Once that script has ended, the next attach is accepted; the
+    # application killed under it is said to be killed.
+    sleep 1
+    background "$work/killed.txt" -- --attach "$pid" "$(script frozen.js)"
+    await_line "$work/killed.txt" '^running$' && kill -KILL "$linux"
+    mark
+    finish "$work/killed.txt" 4 'the application was killed during the script' 5
+    # A launched application that stands still is ended with kwscript.
+    background "$work/frozen_launch.txt" -- --timeout 3 --launch "$calculator" -- "$(script frozen.js)"
+    await_line "$work/frozen_launch.txt" '^running$' && linux=$(linux_pid calculator.exe) && kill -STOP "$linux"
+    mark
+    finish "$work/frozen_launch.txt" 2 'the application does not answer' 8
+    for _ in $(seq 50); do
+      state=$(ps -o stat= -p "$linux" 2>/dev/null)
+      [[ -z $state || $state == Z* ]] && break
+      sleep 0.1
+    done
+    [[ -z $state || $state == Z* ]] || { echo "FAIL: the launched application still runs 5 s on ($state)"; fail=1; }
+    kill -KILL "$linux" 2>/dev/null
+    # An application whose GUI thread ends under a script: said at once,
+    # not at the time limit.
+    mark
+    step 4 "the application's GUI thread ended during the script" '!not reached' -- \
+      --timeout 20 --launch "$(windows "$bin/kwcrashapp.exe")" --end-gui-thread -- "$(script end_gui_thread.js)"
+    [[ $(($(now_ms) - started)) -lt 15000 ]] || { echo "FAIL: it took 15 s or more"; fail=1; }
+    # A publication ends as its application dies, with kwscript's input
+    # still open.
+    step 0 'QLineEdit' -- --tree --launch "$calculator" --keep
+    pid=$(pid_of_kept) linux=$(linux_pid calculator.exe)
+    mkfifo "$work/publish.in"
+    input=$work/publish.in background "$work/publish.txt" -- --publish --attach "$pid"
+    exec 7>"$work/publish.in"  # open, and never ended
+    await_line "$work/publish.txt" "published as" && kill -KILL "$linux"
+    mark
+    finish "$work/publish.txt" 4 'the application was killed while published' 2
+    exec 7>&-
+    # A script given up in a call that never returns (a modal dialog's own
+    # loop): once the dialog is answered from outside and the script has
+    # ended, the application takes the next attach.
+    step 2 'the script did not finish within 2 s and does not stop' -- \
+      --timeout 2 --launch "$(windows "$apps/standarddialogs.exe")" --keep -- "$(script hang.js)"
+    pid=$(pid_of_kept)
+    run "$bin/kwclosewindow.exe" "$pid" "QInputDialog::getInteger()" || { echo "FAIL: no dialog to close"; fail=1; }
+    sleep 1
+    step 0 'QLabel' -- --tree --attach "$pid"
+    # A script that ends while a call it posted runs a modal dialog: the
+    # next attach is accepted, and answers the dialog.
+    step 0 '^opened: QInputDialog' -- --attach "$pid" "$(script post_dialog.js)"
+    step 0 '^the label reads QLabel.*"25%"' -- --attach "$pid" "$(script answer_dialog.js)"
+    run "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
+    # Recursion without end, in either engine: a script error on its line,
+    # and the application answers the next attach.
+    while IFS='|' read -r -u 3 file error; do
+      step 1 "$error" -- --launch "$calculator" --keep -- "$(script "$file")"
+      pid=$(pid_of_kept)
+      step 0 'QLineEdit' -- --tree --attach "$pid"
+      run "C:\\windows\\system32\\taskkill.exe" /F /PID "$pid" >/dev/null 2>&1
+    done 3<<'TABLE'
+recursion.js|recursion\.js:2:[0-9]+: script error .*Out of stack space
+recursion.vbs|recursion\.vbs:2:14: script error .*Out of stack space
+TABLE
     ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac

@@ -24,7 +24,9 @@
 
 #include <objbase.h>
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 
 #include "host/HostSupport.h"
 #include "host/ManagerHost.h"
@@ -47,12 +49,93 @@ using kwscript::PrintLine;
 constexpr int kCannotRun = 2;
 constexpr int kAlreadyAttached = 3;
 
-void SendLine(const QString& line, bool error, void* pipe) {
-  kwscript::WriteMessage(pipe, (error ? "err " : "out ") + line.toUtf8());
+// Messages reach the pipe from the GUI thread (output), from the agent's
+// thread (heartbeats, the status) and from a crashing thread: one at a time.
+std::mutex g_writing;
+
+bool Send(HANDLE pipe, const QByteArray& message) {
+  std::lock_guard<std::mutex> lock(g_writing);
+  return kwscript::WriteMessage(pipe, message);
 }
+
+void SendLine(const QString& line, bool error, void* pipe) { Send(pipe, (error ? "err " : "out ") + line.toUtf8()); }
 
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
+
+// The GUI thread, once a request has reached it.
+std::atomic<DWORD> g_guiThread{0};
+
+// While kwscript waits for a script, the agent says once a second that
+// the application still runs: kwscript tells a frozen application (whose
+// threads all stand still) from a slow script by the silence. A line of
+// output under way says as much, so a heartbeat never waits for one.
+constexpr DWORD kHeartbeatMs = 1000;
+
+void SendHeartbeat(HANDLE pipe) {
+  std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
+  if (lock.owns_lock()) kwscript::WriteMessage(pipe, "beat");
+}
+
+// Waits for `done` while the GUI thread lives, with heartbeats, at most
+// `seconds` (0: without limit), then asks the script to stop and gives it
+// 10 s more. 0 once `done` is set, or the status to end with after saying
+// why not: the script does not stop (2), the GUI thread ended (4).
+int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
+  constexpr DWORD kStopGraceMs = 10000;
+  const DWORD start = GetTickCount();
+  HANDLE gui = nullptr;
+  bool stopAsked = false;
+  int status = -1;
+  while (status < 0) {
+    if (gui == nullptr && g_guiThread != 0) gui = OpenThread(SYNCHRONIZE, FALSE, g_guiThread);
+    HANDLE waits[2] = {done, gui};
+    const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
+    const DWORD elapsed = GetTickCount() - start;
+    if (woke == WAIT_OBJECT_0) {
+      status = 0;
+    } else if (woke == WAIT_OBJECT_0 + 1) {
+      SendLine("kwscript: the application's GUI thread ended during the script", true, pipe);
+      status = 4;
+    } else if (seconds > 0 && !stopAsked && elapsed >= seconds * 1000u) {
+      kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
+      stopAsked = true;
+    } else if (stopAsked && elapsed >= seconds * 1000u + kStopGraceMs) {
+      SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(seconds), true, pipe);
+      status = 2;
+    } else {
+      SendHeartbeat(pipe);
+    }
+  }
+  if (gui != nullptr) CloseHandle(gui);
+  return status;
+}
+
+// The status a request ended with, its mark that a script is attached and
+// its events, kept until the request is gone, which may be long after the
+// agent's thread gave up on it: a script stuck in a call that never
+// returns ends when the call returns.
+struct RequestEnd {
+  HANDLE attached = nullptr;
+  HANDLE scriptDone = nullptr;
+  HANDLE finished = nullptr;
+  int status = 2;
+};
+
+// Lets the next script attach once this one has ended, whatever a call it
+// posted still does (a modal dialog it opened waits for the next script to
+// answer it), and closes the request's events once the request has
+// finished; on a thread of its own when the agent's thread gives up.
+DWORD WINAPI ReleaseWhenFinished(void* parameter) {
+  auto* end = static_cast<RequestEnd*>(parameter);
+  if (end->scriptDone != nullptr) WaitForSingleObject(end->scriptDone, INFINITE);
+  CloseHandle(end->attached);
+  if (end->finished != nullptr) WaitForSingleObject(end->finished, INFINITE);
+  for (HANDLE handle : {end->scriptDone, end->finished})
+    if (handle != nullptr) CloseHandle(handle);
+  delete end;
+  return 0;
+}
 
 // A crash of the application: said to kwscript with the checks made so
 // far (the script has reported the crash as its error by now) and the
@@ -60,9 +143,9 @@ HANDLE volatile g_pipe = nullptr;
 void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
-  kwscript::WriteMessage(pipe, "err " + line.toUtf8());
-  kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
-  kwscript::WriteMessage(pipe, "end 4");
+  Send(pipe, "err " + line.toUtf8());
+  Send(pipe, "checks " + kwscript::CurrentChecks().Serialized());
+  Send(pipe, "end 4");
 }
 
 // The folder of this DLL, where kwQtWrappers.dll lies beside it.
@@ -166,6 +249,7 @@ class AgentRequest : public QObject {
   }
 
   void Start() {
+    g_guiThread = GetCurrentThreadId();
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
       PrintError("kwscript: cannot drive this application: " + refusal);
@@ -246,6 +330,18 @@ class AgentRequest : public QObject {
 
 }  // namespace
 
+// A process that exits (its own ExitProcess, after Qt's main returned or a
+// script closed it) says so to the kwscript attached, which tells it from a
+// process killed from outside, where no code of it runs any more.
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
+  HANDLE pipe = g_pipe;
+  if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {
+    std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
+    if (lock.owns_lock()) kwscript::WriteMessage(pipe, "exit");
+  }
+  return TRUE;
+}
+
 extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                             OPEN_EXISTING, 0, nullptr);
@@ -260,8 +356,8 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   const std::wstring mutexName = L"Local\\kwagent-" + std::to_wstring(GetCurrentProcessId());
   HANDLE attached = CreateMutexW(nullptr, FALSE, mutexName.c_str());
   if (attached == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
-    kwscript::WriteMessage(pipe, "err kwscript: another script is attached to this application already");
-    kwscript::WriteMessage(pipe, "end " + QByteArray::number(kAlreadyAttached));
+    Send(pipe, "err kwscript: another script is attached to this application already");
+    Send(pipe, "end " + QByteArray::number(kAlreadyAttached));
     if (attached != nullptr) CloseHandle(attached);
     CloseHandle(pipe);
     return kAlreadyAttached;
@@ -273,48 +369,48 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   QCoreApplication* application = QCoreApplication::instance();
   // On the heap: a script that does not stop outlives this thread and
   // still writes its status when it ends.
-  int* statusBox = new int(kCannotRun);
-  int& status = *statusBox;
+  auto* end = new RequestEnd;
+  end->attached = attached;
+  int status = kCannotRun;
   if (application == nullptr) {
     SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", true, pipe);
   } else {
     auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
-                                     QString::fromUtf8(folder), statusBox);
-    const HANDLE scriptDone = request->scriptDone(), finished = request->finished();
+                                     QString::fromUtf8(folder), &end->status);
+    end->scriptDone = request->scriptDone();
+    end->finished = request->finished();
     request->moveToThread(application->thread());
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
-    QString why;
-    if (!kwscript::ScriptRunner::AwaitOrStop(scriptDone, timeout.toInt(), &why)) {
-      // It makes no calls that could fail: nothing more can be done from here.
-      SendLine("kwscript: " + why, true, pipe);
-      kwscript::WriteMessage(pipe, "end " + QByteArray::number(kCannotRun));
+    const int given = AwaitScript(pipe, end->scriptDone, timeout.toInt());
+    if (given != 0) {
+      // It makes no calls that could fail: nothing more can be done from
+      // here. The request and its events stay (the script still holds
+      // them), and so does the mark until the script has ended.
       g_pipe = nullptr;
       kwscript::SetOutputSink(nullptr, nullptr);
+      Send(pipe, "end " + QByteArray::number(given));
       CloseHandle(pipe);
-      return kCannotRun;  // the request and its events stay: the script still holds them
+      CloseHandle(CreateThread(nullptr, 0, &ReleaseWhenFinished, end, 0, nullptr));
+      return static_cast<DWORD>(given);
     }
+    status = end->status;
     if (command == "publish" && status == 0) {
       // Published: kwscript writes "stop", or the pipe breaks when it ends.
       // It reads nothing meanwhile, so what clients print stays here.
       kwscript::SetOutputSink(nullptr, nullptr);
-      kwscript::WriteMessage(pipe, "pub");
+      Send(pipe, "pub");
       QByteArray stop;
       kwscript::ReadMessage(pipe, &stop);
       QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
-      WaitForSingleObject(finished, INFINITE);  // every client cut off, the library unloaded
+      WaitForSingleObject(end->finished, INFINITE);  // every client cut off, the library unloaded
     }
     kwscript::SetOutputSink(nullptr, nullptr);
-    if (command == "run") kwscript::WriteMessage(pipe, "checks " + kwscript::CurrentChecks().Serialized());
-    kwscript::WriteMessage(pipe, "end " + QByteArray::number(status));
-    WaitForSingleObject(finished, INFINITE);  // the request is gone, the library unloaded
-    CloseHandle(scriptDone);
-    CloseHandle(finished);
+    if (command == "run") Send(pipe, "checks " + kwscript::CurrentChecks().Serialized());
+    Send(pipe, "end " + QByteArray::number(status));
   }
   kwscript::SetOutputSink(nullptr, nullptr);
   g_pipe = nullptr;
   CloseHandle(pipe);
-  CloseHandle(attached);
-  const int ended = status;
-  delete statusBox;
-  return static_cast<DWORD>(ended);
+  ReleaseWhenFinished(end);  // the next script may attach; returns once the request is gone
+  return static_cast<DWORD>(status);
 }
