@@ -391,7 +391,9 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
       why = ClickItem(widget, x, y, false, options);
       break;
   }
-  return why.isEmpty() ? S_OK : Refuse(exception, E_FAIL, usage + ": " + why);
+  if (why.isEmpty()) return S_OK;
+  QString stop;
+  return Refuse(exception, ScriptRunner::StopRequested(&stop) ? E_ABORT : E_FAIL, usage + ": " + why);
 }
 
 // A list of the top-level widgets.
@@ -497,7 +499,8 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
     case kEcho: {
       QStringList parts;
       for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << ValueText(Argument(params, i));
-      PrintLine(parts.join(" "));
+      // A NUL would end the line wherever it is printed as C text: "\0" instead.
+      PrintLine(parts.join(" ").replace(QChar(0), QLatin1String("\\0")));
       return S_OK;
     }
     default:

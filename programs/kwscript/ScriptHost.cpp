@@ -139,16 +139,37 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
   bool m_failed = false;
 };
 
-bool ReadText(const std::wstring& path, std::wstring* text) {
+bool ReadText(const std::wstring& path, std::wstring* text, QString* error) {
   std::ifstream in(QString::fromStdWString(path).toLocal8Bit().constData(), std::ios::binary);
   if (!in) return false;
   std::stringstream bytes;
   bytes << in.rdbuf();
-  *text = QString::fromUtf8(bytes.str().c_str()).toStdWString();
+  const std::string all = bytes.str();
+  QString decoded;
+  if (!ScriptText(QString::fromStdWString(path), QByteArray(all.data(), static_cast<int>(all.size())), &decoded, error))
+    return false;
+  *text = decoded.toStdWString();
   return true;
 }
 
 }  // namespace
+
+bool ScriptText(const QString& path, const QByteArray& bytes, QString* text, QString* error) {
+  const int nul = bytes.indexOf('\0');
+  if (nul < 0) {
+    *text = QString::fromUtf8(bytes.constData(), bytes.size());
+    return true;
+  }
+  const QString before = QString::fromUtf8(bytes.constData(), nul);
+  const int line = before.count('\n') + 1;
+  const int column = before.size() - (before.lastIndexOf('\n') + 1) + 1;
+  *error = QString("%1:%2:%3: the script holds a NUL byte (byte %4 of the file); nothing of it ran")
+               .arg(path)
+               .arg(line)
+               .arg(column)
+               .arg(nul + 1);
+  return false;
+}
 
 const char* HResultName(HRESULT hr) {
   const Known* known = Lookup(hr);
@@ -162,8 +183,9 @@ const char* HResultMeaning(HRESULT hr) {
 
 bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   std::wstring code;
-  if (!ReadText(path, &code)) {
-    PrintError(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
+  QString error;
+  if (!ReadText(path, &code, &error)) {
+    PrintError(error.isEmpty() ? QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)) : error);
     return false;
   }
   return RunScript(path, code, app);

@@ -101,8 +101,13 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
       std::fprintf(stderr, "kwscript: cannot read %s\n", path.toUtf8().constData());
       return 1;
     }
+    QString text, error;
+    if (!kwscript::ScriptText(path, file.readAll(), &text, &error)) {
+      std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+      return 1;
+    }
     Watchdog watchdog(timeout);
-    kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
+    kwscript::ScriptRunner runner(path.toStdWString(), text.toStdWString(), &app,
                                   [&](bool done) {
                                     succeeded = done;
                                     application.quit();
@@ -148,8 +153,12 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
       std::fprintf(stderr, "kwscript: cannot read %s\n", file.toUtf8().constData());
       return 1;
     }
+    QString error;
+    if (!kwscript::ScriptText(file, script.readAll(), &request.scriptText, &error)) {
+      std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+      return 1;
+    }
     request.scriptPath = file;
-    request.scriptText = QString::fromUtf8(script.readAll());
   }
   return launch ? kwscript::LaunchAndRun(rest.first(), rest.mid(1), keep, request)
                 : kwscript::AttachAndRun(rest.first(), request);
