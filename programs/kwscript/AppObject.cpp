@@ -248,7 +248,9 @@ CAppObject::CAppObject(ScriptContext* context)
 
 CAppObject::~CAppObject() { delete m_calls; }  // calls not yet made are dropped with it
 
-int CAppObject::PendingCalls() const { return static_cast<PostedCalls*>(m_calls)->pending; }
+int CAppObject::PendingCalls() const {
+  return static_cast<PostedCalls*>(m_calls)->pending + ScriptRunner::CallsGivenUp();
+}
 
 IDispatch* CAppObject::Wrap(QObject* object) { return WrapObject(object, m_context); }
 

@@ -42,6 +42,7 @@ const Known kKnown[] = {
     {E_INVALIDARG, "E_INVALIDARG", "an argument is not valid"},
     {E_FAIL, "E_FAIL", "unspecified failure"},
     {E_ABORT, "E_ABORT", "the script was stopped"},
+    {E_PENDING, "E_PENDING", "the call is still under way in a window it opened"},
     {E_ACCESSDENIED, "E_ACCESSDENIED", "the call is refused on this object"},
     {RPC_E_DISCONNECTED, "RPC_E_DISCONNECTED", "the object is gone"},
     {static_cast<HRESULT>(0x800A01AE), "VBS 430", "a member failed (VBScript's word for DISP_E_EXCEPTION)"},
