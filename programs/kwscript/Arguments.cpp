@@ -264,6 +264,12 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
       return S_OK;
     case 'n':
       return CheckNumber(arg, kind, parameter, why);
+    case 'p':
+      // An address (int *, void **): a number would be written through as
+      // one. A script can only say "none".
+      if (IsNull(arg) || V_VT(arg) == VT_EMPTY) return S_OK;
+      *why = QString("takes an address (%1 *), which a script cannot give; only null").arg(type);
+      return DISP_E_TYPEMISMATCH;
     default:
       return S_OK;  // booleans: the platform's dispatch converts them
   }

@@ -212,6 +212,7 @@ TABLE
     must '^stale, an argument: argument 1 of void QLabel::setBuddy\(QWidget \*\) is gone; object destroyed: the QSpinBox'
     must '^destroyed value, a member: object destroyed: this QString was destroyed by its destructor member$'
     must '^destroyed value, app.text: app.text\(object\): object destroyed: this QString'
+    must '^destroyed value, a property: property text of QLabel .*: the value given is gone; object destroyed: this QString'
     must '^list.item\(-1\): list.item\(-1\): the list has [0-9]+ item\(s\), 0 to [0-9]+$'
     must '^list.item\("abc"\): list.item\(i\) takes a whole number; "abc" is none$'
     must '^list.nothing: a list has length \(or count\), item\(i\) and \[i\]; not "nothing"$'
@@ -226,6 +227,7 @@ TABLE
     must '^refused, a widget made its own child: QWidget_setParent refused: the QLineEdit \(unnamed\) would become a child of itself'
     must '^refused, an object of another class: argument 1 of void QWidget::setFont\(QFont const &\) takes a QFont; given a QRect$'
     must '^refused, a name of no enumerator: setAlignment takes no 1 argument'
+    must '^refused, numbers for addresses: argument 1 of void QWidget::getContentsMargins\(int \* left, .* takes an address \(int \*\), which a script cannot give; only null$'
     # 20,000 nested popup menus: queries visit each object once (it was
     # quadratic, and 20,000 took the application down); a loose 5 s bound.
     step 0 '^menus found: 20004, the deepest: true, in [0-9]+ ms$' -- \
@@ -257,6 +259,16 @@ TABLE
     step 1 'long_type\.js:4:1: .*E_ABORT.*the script did not finish within 3 s' '!not reached' -- \
       --timeout 3 --launch "$(windows "$apps/lineedits.exe")" -- "$(script long_type.js)"
     (( SECONDS < 30 )) || { echo "FAIL: stopping the typing took $SECONDS s"; fail=1; }
+    ;;
+  fuzz)
+    # 300 random calls (a fixed seed) on four widget classes of the line
+    # edits example, with plain values, objects found, objects of other
+    # classes and values the script destroyed: the application neither
+    # crashes (status 4) nor hangs (status 2), and every refusal says why.
+    output=$("$here/fuzz.sh" "$bin" "$apps" 20261125 300)
+    grep -v '^Q\|^Could not parse' <<<"$output"
+    must '^status: 0$'
+    must '^fuzz: 300 calls, [0-9]+ made, [0-9]+ refused, 0 refused without a message; the application answers: true$'
     ;;
   *) echo "unknown scenario $scenario"; exit 2 ;;
 esac

@@ -9,7 +9,8 @@ var cases = [
   ["a window made its child's child", function () { win.setParent(edit); }],
   ["a widget made its own child", function () { edit.QWidget_setParent(edit); }],
   ["an object of another class", function () { edit.QWidget_setFont(rect); }],
-  ["a name of no enumerator", function () { edit.setAlignment("AlignNowhere"); }]
+  ["a name of no enumerator", function () { edit.setAlignment("AlignNowhere"); }],
+  ["numbers for addresses", function () { edit.QWidget_getContentsMargins(1, 2, 3, 4); }]
 ];
 for (var i = 0; i < cases.length; ++i) {
   var said = "(no error)";
