@@ -253,6 +253,10 @@ TABLE
     must '^QInputDialog::get&Int\(\) answered; the label reads 33% ; a modal dialog is left: false$'
     must '^QMessageBox::&question\(\) answered; the label reads Cancel ; a modal dialog is left: false$'
     quick 2 2000
+    step 0 '^refused: QAction \* QMenu::exec\(QPoint const &pos, QAction \* at\) did not return: it opened the popup QMenu' \
+      -- --timeout 30 --launch "$(windows "$apps/application.exe")" -- "$(script popup_direct.js)"
+    must '^popup open: QMenu "&File"$'
+    must '^popup left: null$'
     # 200,000 keys typed: stopped by the time limit with the script's line
     # (Qt delivered every posted key first: 130 s, and kwscript gave up).
     SECONDS=0
