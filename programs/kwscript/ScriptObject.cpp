@@ -610,6 +610,12 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
   call->HandOverException(exception);
   if (argumentError != nullptr && (hr == DISP_E_TYPEMISMATCH || hr == DISP_E_PARAMNOTFOUND)) *argumentError = call->argumentError;
   if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
+  if (hr == DISP_E_BADVARTYPE) {
+    VariantClear(&answer);
+    return Refuse(exception, hr,
+                  QString("%1 cannot be called from a script: the platform's dispatch cannot carry its %2")
+                      .arg(member.declaration, member.result == 'p' ? "result (an address)" : "arguments"));
+  }
   if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW ||
       hr == DISP_E_PARAMNOTFOUND) {
     VariantClear(&answer);

@@ -227,6 +227,8 @@ TABLE
     must '^refused, a widget made its own child: QWidget_setParent refused: the QLineEdit \(unnamed\) would become a child of itself'
     must '^refused, an object of another class: argument 1 of void QWidget::setFont\(QFont const &\) takes a QFont; given a QRect$'
     must '^refused, a name of no enumerator: setAlignment takes no 1 argument'
+    must '^refused, null for an event: argument 1 of bool QLineEdit::event\(QEvent \*\) takes a QEvent; null is no event$'
+    must '^refused, an address as a result: void \* QLineEdit::qt_metacast\(char const \*\) cannot be called from a script: .*its result \(an address\)$'
     must '^refused, numbers for addresses: argument 1 of void QWidget::getContentsMargins\(int \* left, .* takes an address \(int \*\), which a script cannot give; only null$'
     # 20,000 nested popup menus: queries visit each object once (it was
     # quadratic, and 20,000 took the application down); a loose 5 s bound.

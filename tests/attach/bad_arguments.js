@@ -10,7 +10,9 @@ var cases = [
   ["a widget made its own child", function () { edit.QWidget_setParent(edit); }],
   ["an object of another class", function () { edit.QWidget_setFont(rect); }],
   ["a name of no enumerator", function () { edit.setAlignment("AlignNowhere"); }],
-  ["numbers for addresses", function () { edit.QWidget_getContentsMargins(1, 2, 3, 4); }]
+  ["numbers for addresses", function () { edit.QWidget_getContentsMargins(1, 2, 3, 4); }],
+  ["null for an event", function () { edit.event(null); }],
+  ["an address as a result", function () { edit.qt_metacast("QWidget"); }]
 ];
 for (var i = 0; i < cases.length; ++i) {
   var said = "(no error)";
