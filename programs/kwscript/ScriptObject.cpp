@@ -577,6 +577,35 @@ bool CScriptObject::MakesCycle(const MemberInfo& member, const DISPPARAMS& param
   return false;
 }
 
+bool CScriptObject::MakesOrphan(const MemberInfo& member, const DISPPARAMS& params, QString* why) const {
+  // overrideWindowFlags changes the flags behind Qt's back: a widget with no
+  // parent left without Qt::Window is neither a window nor a child, and Qt
+  // crashes on it (raising a child of it, for one).
+  if (m_object == nullptr || !m_object->isWidgetType() || params.cArgs == 0 ||
+      std::strstr(member.name, "_overrideWindowFlags") == nullptr)
+    return false;
+  const auto* widget = static_cast<const QWidget*>(m_object);
+  if (widget->parentWidget() != nullptr) return false;
+  const VARIANT* first = &params.rgvarg[params.cArgs - 1];
+  if (V_VT(first) == (VT_BYREF | VT_VARIANT)) first = V_VARIANTREF(first);
+  int flags = 0;
+  VARIANT number;
+  VariantInit(&number);
+  if (V_VT(first) == VT_BSTR) {
+    if (!EnumeratorValue("Qt::WindowType", QString::fromWCharArray(V_BSTR(first), SysStringLen(V_BSTR(first))), &flags))
+      return false;  // the conversion says what is wrong with it
+  } else if (SUCCEEDED(VariantChangeType(&number, const_cast<VARIANT*>(first), 0, VT_I4))) {
+    flags = V_I4(&number);
+  } else {
+    return false;
+  }
+  if (flags & Qt::Window) return false;
+  *why = QString("%1 refused: the %2 %3 has no parent, and flags without Qt::Window would leave it neither a "
+                 "window nor a child (Qt would crash on it)")
+             .arg(member.name, ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"");
+  return true;
+}
+
 HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
                                   EXCEPINFO* exception, UINT* argumentError) {
   const MemberInfo& member = *route.member;
@@ -587,7 +616,8 @@ HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* pa
                           "made (app.str, values members return)")
                       .arg(member.name, ClassName()));
   QString why;
-  if (MakesCycle(member, *params, &why)) return Refuse(exception, E_INVALIDARG, why);
+  if (MakesCycle(member, *params, &why) || MakesOrphan(member, *params, &why))
+    return Refuse(exception, E_INVALIDARG, why);
   std::unique_ptr<MemberCall> call(new MemberCall(route.exposer, route.id, flags, member));
   UINT refused = 0;
   HRESULT hr = call->arguments.Convert(*params, member, m_context, &refused, &why);

@@ -229,6 +229,7 @@ TABLE
     must '^refused, a name of no enumerator: setAlignment takes no 1 argument'
     must '^refused, null for an event: argument 1 of bool QLineEdit::event\(QEvent \*\) takes a QEvent; null is no event$'
     must '^refused, an address as a result: void \* QLineEdit::qt_metacast\(char const \*\) cannot be called from a script: .*its result \(an address\)$'
+    must '^refused, a widget left neither window nor child: QWidget_overrideWindowFlags refused: the QGroupBox .* has no parent, and flags without Qt::Window would leave it neither a window nor a child'
     must '^refused, numbers for addresses: argument 1 of void QWidget::getContentsMargins\(int \* left, .* takes an address \(int \*\), which a script cannot give; only null$'
     # 20,000 nested popup menus: queries visit each object once (it was
     # quadratic, and 20,000 took the application down); a loose 5 s bound.
