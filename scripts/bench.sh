@@ -4,7 +4,9 @@
 # real Qt objects (on a virtual display, in a Wine prefix of its own). Each
 # prints its figures as ratios of medians measured side by side in one
 # process, and a summary; last, with Qt's example applications, what
-# driving one from outside costs (programs/bench/attach_bench.sh). Not a test:
+# driving one from outside costs (programs/bench/attach_bench.sh), and what
+# long random calls and many calls do to it (programs/bench/robust_bench.sh).
+# Not a test:
 # nothing here passes or fails on time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -31,6 +33,9 @@ if [[ -n $qt && -f $apps/calculator.exe ]]; then
   echo "Driving Qt's calculator example from outside:"
   cmake --build "$build" --target kwscript kwrotclient
   "$root/programs/bench/attach_bench.sh" "$build/bin" "$apps/calculator.exe" "$root/programs/bench"
+  echo
+  echo "Robustness: random calls, memory, the guard against destroyed objects:"
+  "$root/programs/bench/robust_bench.sh" "$build/bin" "$apps"
 else
   echo "The attach benchmark was SKIPPED: it needs a Qt 4.8 SDK and Qt's example applications"
 fi

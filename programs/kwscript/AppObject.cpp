@@ -248,7 +248,9 @@ CAppObject::CAppObject(ScriptContext* context)
 
 CAppObject::~CAppObject() { delete m_calls; }  // calls not yet made are dropped with it
 
-int CAppObject::PendingCalls() const { return static_cast<PostedCalls*>(m_calls)->pending; }
+int CAppObject::PendingCalls() const {
+  return static_cast<PostedCalls*>(m_calls)->pending + ScriptRunner::CallsGivenUp();
+}
 
 IDispatch* CAppObject::Wrap(QObject* object) { return WrapObject(object, m_context); }
 
@@ -399,7 +401,8 @@ HRESULT CAppObject::Act(DISPID id, DISPPARAMS* params, EXCEPINFO* exception) {
                                  .arg(id == kMenu ? "menu" : id == kKey ? "key" : "type",
                                       widget->metaObject()->className(), Quoted(TextOfVariant(second)))
                            : usage;
-  return Refuse(exception, E_FAIL, made + ": " + why);
+  QString stop;
+  return Refuse(exception, ScriptRunner::StopRequested(&stop) ? E_ABORT : E_FAIL, made + ": " + why);
 }
 
 // A list of the top-level widgets.
@@ -505,7 +508,8 @@ STDMETHODIMP CAppObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* param
     case kEcho: {
       QStringList parts;
       for (UINT i = 0; params != nullptr && i < params->cArgs; ++i) parts << ValueText(Argument(params, i));
-      PrintLine(parts.join(" "));
+      // A NUL would end the line wherever it is printed as C text: "\0" instead.
+      PrintLine(parts.join(" ").replace(QChar(0), QLatin1String("\\0")));
       return S_OK;
     }
     default:

@@ -36,6 +36,12 @@ bool IsNull(const VARIANT* value) {
   return V_VT(value) == VT_NULL || V_VT(value) == VT_EMPTY || (V_VT(value) == VT_DISPATCH && V_DISPATCH(value) == nullptr);
 }
 
+// Whether `type` is one of Qt's event classes ("QEvent", "QMouseEvent").
+bool IsEventClass(const char* type) {
+  const std::size_t length = std::strlen(type);
+  return type[0] == 'Q' && length > 5 && std::strcmp(type + length - 5, "Event") == 0;
+}
+
 void DeleteString(void* value) { delete static_cast<QString*>(value); }
 
 void SetNumber(VARIANT* arg, double number) {
@@ -211,7 +217,13 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
     case 's':
     case 'o':
       if (kind == 's' && V_VT(arg) == VT_BSTR) return MakeString(arg, context);
-      if (parameter != nullptr && parameter->pointer && IsNull(arg)) return MakeNull(arg, type, context);
+      if (parameter != nullptr && parameter->pointer && IsNull(arg)) {
+        if (IsEventClass(type)) {  // every handler reads the event it is given
+          *why = QString("takes a %1; null is no event").arg(type);
+          return DISP_E_TYPEMISMATCH;
+        }
+        return MakeNull(arg, type, context);
+      }
       return TakeObject(arg, parameter, why);
     case 'f': {
       int value = 0;
@@ -264,6 +276,12 @@ HRESULT ConvertedArguments::ConvertOne(VARIANT* arg, char kind, const ParameterI
       return S_OK;
     case 'n':
       return CheckNumber(arg, kind, parameter, why);
+    case 'p':
+      // An address (int *, void **): a number would be written through as
+      // one. A script can only say "none".
+      if (IsNull(arg) || V_VT(arg) == VT_EMPTY) return S_OK;
+      *why = QString("takes an address (%1 *), which a script cannot give; only null").arg(type);
+      return DISP_E_TYPEMISMATCH;
     default:
       return S_OK;  // booleans: the platform's dispatch converts them
   }

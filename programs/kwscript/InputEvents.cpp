@@ -63,6 +63,18 @@ QString AwaitDelivery() {
   return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
+// Lets the event loop run until the events posted so far are delivered, as
+// AwaitDelivery without its rounds after; for a slice of a long sequence.
+QString AwaitSlice() {
+  Sentinel sentinel;
+  QCoreApplication::postEvent(&sentinel, new QEvent(Sentinel::kType));
+  const bool delivered = AwaitCondition([&sentinel] { return sentinel.delivered; }, kDeliveryLimitMs);
+  QCoreApplication::removePostedEvents(&sentinel);
+  QString stop;
+  if (ScriptRunner::StopRequested(&stop)) return stop;
+  return delivered ? QString() : "the application did not take the events within 10 s";
+}
+
 // One mouse event for `target` at `at` in its coordinates: `button` is the
 // one that changed (none for a move), `held` those down afterwards.
 void PostMouse(QWidget* target, QEvent::Type type, const QPoint& at, Qt::MouseButton button, Qt::MouseButtons held,
@@ -273,11 +285,20 @@ QString Drag(QWidget* from, const QPoint& start, QWidget* to, const QPoint& end,
 }
 
 QString Type(QWidget* widget, const QString& text) {
+  // In slices: Qt delivers every event posted before the script resumes,
+  // so a long text posted at once could be neither stopped nor timed out.
+  constexpr int kKeysPerSlice = 100;
   Focus(widget);
+  const QPointer<QWidget> named(widget);  // the handlers of a slice may destroy it
+  int posted = 0;
   foreach (const QChar c, text) {
     Qt::KeyboardModifiers modifiers;
     const int key = KeyOfCharacter(c, &modifiers);
-    PostKey(widget, key, modifiers, QString(c));
+    PostKey(named.data(), key, modifiers, QString(c));
+    if (++posted % kKeysPerSlice == 0 && posted < text.size()) {
+      const QString why = AwaitSlice();
+      if (!why.isEmpty()) return why;
+    }
   }
   return AwaitDelivery();
 }

@@ -111,6 +111,15 @@ HRESULT WriteProperty(QObject* object, int index, const VARIANT* value, QString*
     *why = Describe(object, property) + " is read-only";
     return DISP_E_MEMBERNOTFOUND;
   }
+  // An object destroyed by the script or the application: copying it would
+  // read freed memory.
+  const VARIANT* given = V_VT(value) == (VT_BYREF | VT_VARIANT) ? V_VARIANTREF(value) : value;
+  const CScriptObject* facade = V_VT(given) == VT_DISPATCH ? CScriptObject::FacadeOf(V_DISPATCH(given)) : nullptr;
+  QString gone;
+  if (facade != nullptr && facade->Gone(&gone)) {
+    *why = QString("%1: the value given is gone; %2").arg(Describe(object, property), gone);
+    return RPC_E_DISCONNECTED;
+  }
   QVariant converted = VariantOf(value, property.isEnumType() || property.isFlagType() ? QVariant::Int : property.type());
   if (!converted.isValid() || !property.write(object, converted)) {
     *why = QString("%1 takes a %2; the value given does not convert").arg(Describe(object, property), property.typeName());

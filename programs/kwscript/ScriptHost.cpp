@@ -44,6 +44,7 @@ const Known kKnown[] = {
     {E_INVALIDARG, "E_INVALIDARG", "an argument is not valid"},
     {E_FAIL, "E_FAIL", "unspecified failure"},
     {E_ABORT, "E_ABORT", "the script was stopped"},
+    {E_PENDING, "E_PENDING", "the call is still under way in a window it opened"},
     {E_ACCESSDENIED, "E_ACCESSDENIED", "the call is refused on this object"},
     {RPC_E_DISCONNECTED, "RPC_E_DISCONNECTED", "the object is gone"},
     {static_cast<HRESULT>(0x800A01AE), "VBS 430", "a member failed (VBScript's word for DISP_E_EXCEPTION)"},
@@ -152,16 +153,37 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
   bool m_failed = false;
 };
 
-bool ReadText(const std::wstring& path, std::wstring* text) {
+bool ReadText(const std::wstring& path, std::wstring* text, QString* error) {
   std::ifstream in(QString::fromStdWString(path).toLocal8Bit().constData(), std::ios::binary);
   if (!in) return false;
   std::stringstream bytes;
   bytes << in.rdbuf();
-  *text = QString::fromUtf8(bytes.str().c_str()).toStdWString();
+  const std::string all = bytes.str();
+  QString decoded;
+  if (!ScriptText(QString::fromStdWString(path), QByteArray(all.data(), static_cast<int>(all.size())), &decoded, error))
+    return false;
+  *text = decoded.toStdWString();
   return true;
 }
 
 }  // namespace
+
+bool ScriptText(const QString& path, const QByteArray& bytes, QString* text, QString* error) {
+  const int nul = bytes.indexOf('\0');
+  if (nul < 0) {
+    *text = QString::fromUtf8(bytes.constData(), bytes.size());
+    return true;
+  }
+  const QString before = QString::fromUtf8(bytes.constData(), nul);
+  const int line = before.count('\n') + 1;
+  const int column = before.size() - (before.lastIndexOf('\n') + 1) + 1;
+  *error = QString("%1:%2:%3: the script holds a NUL byte (byte %4 of the file); nothing of it ran")
+               .arg(path)
+               .arg(line)
+               .arg(column)
+               .arg(nul + 1);
+  return false;
+}
 
 const char* HResultName(HRESULT hr) {
   const Known* known = Lookup(hr);
@@ -175,8 +197,9 @@ const char* HResultMeaning(HRESULT hr) {
 
 bool RunScriptFile(const std::wstring& path, IDispatch* app) {
   std::wstring code;
-  if (!ReadText(path, &code)) {
-    PrintError(QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)));
+  QString error;
+  if (!ReadText(path, &code, &error)) {
+    PrintError(error.isEmpty() ? QString("kwscript: cannot read %1").arg(QString::fromStdWString(path)) : error);
     return false;
   }
   return RunScript(path, code, app);

@@ -11,7 +11,15 @@
 
 #include <string>
 
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
 namespace kwscript {
+
+// The text of a script file's bytes (UTF-8). False, with `error` saying
+// where ("FILE:LINE:COLUMN: ..."), when the file holds a NUL byte: the
+// engines would take the text to end there and run only what comes before.
+bool ScriptText(const QString& path, const QByteArray& bytes, QString* text, QString* error);
 
 // The name and meaning of an HRESULT scripts meet, or null for another.
 const char* HResultName(HRESULT hr);

@@ -14,11 +14,14 @@
 #include "kwscript/ValueText.h"
 
 #include <QtCore/QMetaProperty>
+#include <QtCore/QPointer>
+#include <QtGui/QWidget>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace kwscript {
@@ -423,84 +426,6 @@ HRESULT CScriptObject::InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* pa
   return CallMember(m_routes[known->second], DISPATCH_METHOD, params, true, result, exception, argumentError);
 }
 
-bool CScriptObject::MakesCycle(const MemberInfo& member, const DISPPARAMS& params, QString* why) const {
-  // Qt's setParent loops forever once an object is its own ancestor.
-  if (m_object == nullptr || params.cArgs == 0 || std::strstr(member.name, "_setParent") == nullptr) return false;
-  const VARIANT* first = &params.rgvarg[params.cArgs - 1];
-  if (V_VT(first) == (VT_BYREF | VT_VARIANT)) first = V_VARIANTREF(first);
-  QObject* parent = V_VT(first) == VT_DISPATCH ? ObjectOf(V_DISPATCH(first)) : nullptr;
-  for (QObject* up = parent; up != nullptr; up = up->parent())
-    if (up == m_object) {
-      *why = QString("%1 refused: the %2 %3 would become a child of %4 (Qt would loop forever)")
-                 .arg(member.name, ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"",
-                      parent == m_object ? QString("itself") : QString("its own descendant"));
-      return true;
-    }
-  return false;
-}
-
-HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
-                                  EXCEPINFO* exception, UINT* argumentError) {
-  const MemberInfo& member = *route.member;
-  const bool destructor = std::strstr(member.name, "_DTOR_") != nullptr;
-  if (destructor && !m_made)
-    return Refuse(exception, E_ACCESSDENIED,
-                  QString("%1 refused: the application owns this %2; a script destroys only the objects it "
-                          "made (app.str, values members return)")
-                      .arg(member.name, ClassName()));
-  QString why;
-  if (MakesCycle(member, *params, &why)) return Refuse(exception, E_INVALIDARG, why);
-  ConvertedArguments arguments;
-  UINT refused = 0;
-  HRESULT hr = arguments.Convert(*params, member, m_context, &refused, &why);
-  if (FAILED(hr)) {
-    if (argumentError != nullptr) *argumentError = refused;
-    return Refuse(exception, hr, QString("argument %1 of %2 %3").arg(params->cArgs - refused).arg(member.declaration).arg(why));
-  }
-  if (member.direct != nullptr) return CallDirect(route, arguments.forward(), result, exception);
-  VARIANT answer;
-  VariantInit(&answer);
-  NoteCall(member.name);
-  hr = route.exposer->Invoke(route.id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, exception,
-                             argumentError);
-  NoteCall(nullptr);
-  if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
-  if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW ||
-      hr == DISP_E_PARAMNOTFOUND) {
-    VariantClear(&answer);
-    const std::size_t required = RequiredArguments(member), all = std::strlen(member.arguments);
-    return Refuse(exception, hr,
-                  QString("%1 takes %2 argument(s), %3; given %4")
-                      .arg(member.name)
-                      .arg(required == all ? QString::number(all) : QString("%1 to %2").arg(required).arg(all))
-                      .arg(member.declaration)
-                      .arg(params->cArgs - params->cNamedArgs));
-  }
-  if (destructor && SUCCEEDED(hr)) m_destroyed = true;
-  if (FAILED(hr) || result == nullptr) {
-    VariantClear(&answer);
-    return hr;
-  }
-  if (member.result == 'b' && V_VT(&answer) == VT_I4) {
-    const bool value = V_I4(&answer) != 0;
-    V_VT(&answer) = VT_BOOL;
-    V_BOOL(&answer) = value ? VARIANT_TRUE : VARIANT_FALSE;
-  } else if (V_VT(&answer) == VT_DISPATCH && V_DISPATCH(&answer) != nullptr) {
-    // A value result is a copy the script owns; a pointer, the application's.
-    IDispatch* exposer = V_DISPATCH(&answer);
-    IDispatch* wrapped = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer
-    exposer->Release();
-    V_DISPATCH(&answer) = wrapped;
-    QString text;
-    if (plain && wrapped != nullptr && static_cast<CScriptObject*>(wrapped)->TextOf(&text)) {
-      wrapped->Release();  // a plain-name call gives strings as strings
-      ReturnText(&answer, text);
-    }
-  }
-  *result = answer;
-  return hr;
-}
-
 namespace {
 
 // What a direct call gave, as a script value: a number, boolean or text as
@@ -558,18 +483,192 @@ HRESULT Deliver(const MemberInfo& member, DirectResult& out, ScriptContext* cont
 }
 
 
+// A member call as the script's thread makes it (ScriptRunner::CallOffScript),
+// owning its arguments and what it gives: given up while a modal dialog it
+// opened is open, it outlives the script's call.
+class MemberCall final : public FiberCall {
+ public:
+  MemberCall(IDispatch* exposer, DISPID id, WORD flags, const MemberInfo& member)
+      : exposer(exposer), id(id), flags(flags), member(member) {
+    exposer->AddRef();
+    VariantInit(&answer);
+  }
+  ~MemberCall() override {
+    VariantClear(&answer);
+    HandOverException(nullptr);
+    exposer->Release();
+  }
+  void Make() override {
+    NoteCall(member.name);
+    if (member.direct != nullptr)
+      hr = member.direct(InstanceOf(exposer), arguments.forward(), &out);
+    else
+      hr = exposer->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, arguments.params(), &answer, &exception,
+                           &argumentError);
+    NoteCall(nullptr);
+  }
+  // Moves the failure the call described to `to` (when given), else frees it.
+  void HandOverException(EXCEPINFO* to) {
+    if (to != nullptr) {
+      *to = exception;
+    } else {
+      SysFreeString(exception.bstrSource);
+      SysFreeString(exception.bstrDescription);
+      SysFreeString(exception.bstrHelpFile);
+    }
+    exception = EXCEPINFO{};
+  }
+
+  IDispatch* exposer;
+  DISPID id;
+  WORD flags;
+  const MemberInfo& member;
+  ConvertedArguments arguments;
+  HRESULT hr = E_FAIL;
+  VARIANT answer;
+  EXCEPINFO exception{};
+  UINT argumentError = 0;
+  DirectResult out;
+};
+
+// Why a call that opened a modal window (or a popup) fails while it waits
+// for it: what the call and the window are, and what to do instead.
+QString GivenUp(const MemberInfo& member, QWidget* window) {
+  QString what = "a window that is gone";
+  if (window != nullptr) {
+    what = QString("the %1 %2").arg(window->isModal() ? "modal" : "popup", window->metaObject()->className());
+    if (!window->objectName().isEmpty()) what += " \"" + window->objectName() + "\"";
+    if (!window->windowTitle().isEmpty()) what += " titled \"" + window->windowTitle() + "\"";
+  }
+  return QString("%1 did not return: it opened %2 and waits until it closes. The window stays open for the "
+                 "script to answer (app.activeModal(), app.waitFor); to open it, use app.click or "
+                 "app.post(object, \"%3\"), which return while it is open")
+      .arg(member.declaration, what, QString::fromLatin1(member.name).section('_', 1, 1));
+}
+
 }  // namespace
 
-HRESULT CScriptObject::CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result,
-                                  EXCEPINFO* exception) {
-  const MemberInfo& member = *route.member;
-  DirectResult out;
-  NoteCall(member.name);
-  const HRESULT hr = member.direct(InstanceOf(route.exposer), arguments, &out);
-  NoteCall(nullptr);
-  if (FAILED(hr)) return Refuse(exception, hr, QString("%1 failed").arg(member.declaration));
-  return Deliver(member, out, m_context, result, exception);
+bool CScriptObject::MakesCycle(const MemberInfo& member, const DISPPARAMS& params, QString* why) const {
+  // Qt's setParent loops forever once an object is its own ancestor.
+  if (m_object == nullptr || params.cArgs == 0 || std::strstr(member.name, "_setParent") == nullptr) return false;
+  const VARIANT* first = &params.rgvarg[params.cArgs - 1];
+  if (V_VT(first) == (VT_BYREF | VT_VARIANT)) first = V_VARIANTREF(first);
+  QObject* parent = V_VT(first) == VT_DISPATCH ? ObjectOf(V_DISPATCH(first)) : nullptr;
+  for (QObject* up = parent; up != nullptr; up = up->parent())
+    if (up == m_object) {
+      *why = QString("%1 refused: the %2 %3 would become a child of %4 (Qt would loop forever)")
+                 .arg(member.name, ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"",
+                      parent == m_object ? QString("itself") : QString("its own descendant"));
+      return true;
+    }
+  return false;
 }
+
+bool CScriptObject::MakesOrphan(const MemberInfo& member, const DISPPARAMS& params, QString* why) const {
+  // overrideWindowFlags changes the flags behind Qt's back: a widget with no
+  // parent left without Qt::Window is neither a window nor a child, and Qt
+  // crashes on it (raising a child of it, for one).
+  if (m_object == nullptr || !m_object->isWidgetType() || params.cArgs == 0 ||
+      std::strstr(member.name, "_overrideWindowFlags") == nullptr)
+    return false;
+  const auto* widget = static_cast<const QWidget*>(m_object);
+  if (widget->parentWidget() != nullptr) return false;
+  const VARIANT* first = &params.rgvarg[params.cArgs - 1];
+  if (V_VT(first) == (VT_BYREF | VT_VARIANT)) first = V_VARIANTREF(first);
+  int flags = 0;
+  VARIANT number;
+  VariantInit(&number);
+  if (V_VT(first) == VT_BSTR) {
+    if (!EnumeratorValue("Qt::WindowType", QString::fromWCharArray(V_BSTR(first), SysStringLen(V_BSTR(first))), &flags))
+      return false;  // the conversion says what is wrong with it
+  } else if (SUCCEEDED(VariantChangeType(&number, const_cast<VARIANT*>(first), 0, VT_I4))) {
+    flags = V_I4(&number);
+  } else {
+    return false;
+  }
+  if (flags & Qt::Window) return false;
+  *why = QString("%1 refused: the %2 %3 has no parent, and flags without Qt::Window would leave it neither a "
+                 "window nor a child (Qt would crash on it)")
+             .arg(member.name, ClassName(), m_objectName.isEmpty() ? QString("(unnamed)") : "\"" + m_objectName + "\"");
+  return true;
+}
+
+HRESULT CScriptObject::CallMember(const Route& route, WORD flags, DISPPARAMS* params, bool plain, VARIANT* result,
+                                  EXCEPINFO* exception, UINT* argumentError) {
+  const MemberInfo& member = *route.member;
+  const bool destructor = std::strstr(member.name, "_DTOR_") != nullptr;
+  if (destructor && !m_made)
+    return Refuse(exception, E_ACCESSDENIED,
+                  QString("%1 refused: the application owns this %2; a script destroys only the objects it "
+                          "made (app.str, values members return)")
+                      .arg(member.name, ClassName()));
+  QString why;
+  if (MakesCycle(member, *params, &why) || MakesOrphan(member, *params, &why))
+    return Refuse(exception, E_INVALIDARG, why);
+  std::unique_ptr<MemberCall> call(new MemberCall(route.exposer, route.id, flags, member));
+  UINT refused = 0;
+  HRESULT hr = call->arguments.Convert(*params, member, m_context, &refused, &why);
+  if (FAILED(hr)) {
+    if (argumentError != nullptr) *argumentError = refused;
+    return Refuse(exception, hr, QString("argument %1 of %2 %3").arg(params->cArgs - refused).arg(member.declaration).arg(why));
+  }
+  if (!ScriptRunner::CallOffScript(call.get())) {
+    const QPointer<QWidget> window = call->window;
+    call.release();  // the runner's now: it waits in the window's loop
+    return Refuse(exception, E_PENDING, GivenUp(member, window));
+  }
+  if (member.direct != nullptr) {
+    if (FAILED(call->hr)) return Refuse(exception, call->hr, QString("%1 failed").arg(member.declaration));
+    return Deliver(member, call->out, m_context, result, exception);
+  }
+  VARIANT answer = call->answer;
+  VariantInit(&call->answer);
+  hr = call->hr;
+  call->HandOverException(exception);
+  if (argumentError != nullptr && (hr == DISP_E_TYPEMISMATCH || hr == DISP_E_PARAMNOTFOUND)) *argumentError = call->argumentError;
+  if (hr == DISP_E_EXCEPTION && exception != nullptr) DescribeFailure(member, exception);
+  if (hr == DISP_E_BADVARTYPE) {
+    VariantClear(&answer);
+    return Refuse(exception, hr,
+                  QString("%1 cannot be called from a script: the platform's dispatch cannot carry its %2")
+                      .arg(member.declaration, member.result == 'p' ? "result (an address)" : "arguments"));
+  }
+  if (hr == DISP_E_BADPARAMCOUNT || hr == DISP_E_TYPEMISMATCH || hr == DISP_E_OVERFLOW ||
+      hr == DISP_E_PARAMNOTFOUND) {
+    VariantClear(&answer);
+    const std::size_t required = RequiredArguments(member), all = std::strlen(member.arguments);
+    return Refuse(exception, hr,
+                  QString("%1 takes %2 argument(s), %3; given %4")
+                      .arg(member.name)
+                      .arg(required == all ? QString::number(all) : QString("%1 to %2").arg(required).arg(all))
+                      .arg(member.declaration)
+                      .arg(params->cArgs - params->cNamedArgs));
+  }
+  if (destructor && SUCCEEDED(hr)) m_destroyed = true;
+  if (FAILED(hr) || result == nullptr) {
+    VariantClear(&answer);
+    return hr;
+  }
+  if (member.result == 'b' && V_VT(&answer) == VT_I4) {
+    const bool value = V_I4(&answer) != 0;
+    V_VT(&answer) = VT_BOOL;
+    V_BOOL(&answer) = value ? VARIANT_TRUE : VARIANT_FALSE;
+  } else if (V_VT(&answer) == VT_DISPATCH && V_DISPATCH(&answer) != nullptr) {
+    // A value result is a copy the script owns; a pointer, the application's.
+    IDispatch* exposer = V_DISPATCH(&answer);
+    IDispatch* wrapped = Wrap(exposer, m_context, nullptr, member.result == 'o');  // null for a null pointer
+    exposer->Release();
+    V_DISPATCH(&answer) = wrapped;
+    QString text;
+    if (plain && wrapped != nullptr && static_cast<CScriptObject*>(wrapped)->TextOf(&text)) {
+      wrapped->Release();  // a plain-name call gives strings as strings
+      ReturnText(&answer, text);
+    }
+  }
+  *result = answer;
+  return hr;
+}
+
 
 HRESULT MakeValue(ScriptContext* context, const QString& type, const DISPPARAMS& params, VARIANT* result,
                   EXCEPINFO* exception) {

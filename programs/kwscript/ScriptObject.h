@@ -163,8 +163,9 @@ class CScriptObject final : public CountedDispatch {
   // Whether `member` is a setParent that would make the object its own
   // ancestor; `why` then says so.
   bool MakesCycle(const MemberInfo& member, const DISPPARAMS& params, QString* why) const;
-  // Calls a member the library drops, through its generated function.
-  HRESULT CallDirect(const Route& route, const VARIANT* arguments, VARIANT* result, EXCEPINFO* exception);
+  // Whether `member` is an overrideWindowFlags that would leave a widget
+  // without a parent no window either; `why` then says so.
+  bool MakesOrphan(const MemberInfo& member, const DISPPARAMS& params, QString* why) const;
   HRESULT InvokePlain(std::size_t entry, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
                       UINT* argumentError);
 

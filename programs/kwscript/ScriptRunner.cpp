@@ -4,6 +4,8 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QMutex>
 #include <QtCore/QTimerEvent>
+#include <QtGui/QApplication>
+#include <QtGui/QWidget>
 
 #include "kwscript/Output.h"
 #include "kwscript/ScriptHost.h"
@@ -21,6 +23,8 @@ ScriptRunner* g_waiting = nullptr;
 QMutex g_stopLock;
 QString g_stopReason;
 QAtomicInt g_stopRequested(0);
+// Calls given up (CallOffScript) still under way.
+int g_givenUp = 0;
 constexpr SIZE_T kScriptStack = 4 * 1024 * 1024;
 constexpr int kResumeIntervalMs = 10;
 
@@ -39,6 +43,7 @@ ScriptRunner::ScriptRunner(std::wstring path, std::wstring code, IDispatch* app,
     : m_path(std::move(path)), m_code(std::move(code)), m_app(app), m_done(std::move(done)) {}
 
 ScriptRunner::~ScriptRunner() {
+  if (qApp != nullptr) qApp->removeEventFilter(this);
   if (m_timer != 0) killTimer(m_timer);
   if (m_fiber != nullptr) DeleteFiber(m_fiber);
   if (g_waiting == this) g_waiting = nullptr;
@@ -95,7 +100,66 @@ void ScriptRunner::Start() {
     if (m_done) m_done(false);
     return;
   }
+  qApp->installEventFilter(this);
   m_timer = startTimer(0);
+}
+
+bool ScriptRunner::CallOffScript(FiberCall* call) {
+  ScriptRunner* runner = g_current;
+  if (runner == nullptr || runner->m_fiber == nullptr || CurrentFiber() != runner->m_fiber) {
+    call->Make();
+    return true;
+  }
+  runner->m_request = call;
+  SwitchToFiber(runner->m_mainFiber);
+  return !call->givenUp;
+}
+
+int ScriptRunner::CallsGivenUp() { return g_givenUp; }
+
+bool ScriptRunner::eventFilter(QObject* watched, QEvent* event) {
+  // A modal window or a popup shown while a call of the script is under
+  // way: the call runs its loop, and will not return until it closes.
+  if (event->type() == QEvent::Show && m_underway != nullptr && m_underway->window.isNull() &&
+      watched->isWidgetType()) {
+    auto* widget = static_cast<QWidget*>(watched);
+    if (widget->isWindow() && (widget->isModal() || widget->windowType() == Qt::Popup)) {
+      m_underway->window = widget;
+      if (m_giveUpTimer == 0) m_giveUpTimer = startTimer(0);
+    }
+  }
+  return false;
+}
+
+bool ScriptRunner::EnterScript() {
+  SwitchToFiber(m_fiber);
+  while (m_request != nullptr && !m_finished) {
+    FiberCall* call = m_request;
+    m_request = nullptr;
+    FiberCall* outer = m_underway;
+    m_underway = call;
+    call->Make();
+    m_underway = outer;
+    if (call->givenUp) {
+      --g_givenUp;
+      delete call;
+      return false;
+    }
+    if (m_giveUpTimer != 0) killTimer(m_giveUpTimer);
+    m_giveUpTimer = 0;
+    SwitchToFiber(m_fiber);
+  }
+  return true;
+}
+
+void ScriptRunner::GiveUpCall() {
+  killTimer(m_giveUpTimer);
+  m_giveUpTimer = 0;
+  if (m_underway == nullptr || m_finished) return;
+  m_underway->givenUp = true;
+  m_underway = nullptr;
+  ++g_givenUp;
+  Resume();
 }
 
 void CALLBACK ScriptRunner::FiberMain(void* parameter) {
@@ -115,14 +179,19 @@ bool ScriptRunner::YieldToEventLoop() {
 }
 
 void ScriptRunner::timerEvent(QTimerEvent* event) {
+  if (event->timerId() == m_giveUpTimer && m_giveUpTimer != 0) return GiveUpCall();
   if (event->timerId() != m_timer || m_inScript || m_finished) return;
   if (m_timer != 0) killTimer(m_timer);
   m_timer = 0;
+  Resume();
+}
+
+void ScriptRunner::Resume() {
   m_inScript = true;
-  ScriptRunner* outer = g_current;
+  ScriptRunner* outer = g_current == this ? nullptr : g_current;
   g_current = this;
   g_waiting = nullptr;
-  SwitchToFiber(m_fiber);
+  if (!EnterScript()) return;
   g_current = outer;
   m_inScript = false;
   g_waiting = m_finished ? nullptr : this;

@@ -10,12 +10,28 @@
 #include <oaidl.h>
 
 #include <QtCore/QObject>
+#include <QtCore/QPointer>
 #include <QtCore/QString>
 
 #include <functional>
 #include <string>
 
+class QWidget;
+
 namespace kwscript {
+
+// A call the script makes on an object of the application, made on the
+// GUI thread's own fiber (ScriptRunner::CallOffScript). It owns what the
+// call needs: when it is given up it outlives the script's call.
+class FiberCall {
+ public:
+  virtual ~FiberCall() = default;
+  // Makes the call; on the main fiber.
+  virtual void Make() = 0;
+  // The modal window or popup the call opened and waits in, once shown.
+  QPointer<QWidget> window;
+  bool givenUp = false;
+};
 
 class ScriptRunner : public QObject {
  public:
@@ -32,6 +48,16 @@ class ScriptRunner : public QObject {
   // script fiber it processes the pending events instead. False when the
   // script is to stop (see RequestStop): its loops end there.
   static bool YieldToEventLoop();
+
+  // From the script: makes `call` on the main fiber and returns true once
+  // it has returned. When a modal window or a popup shows while it runs,
+  // the call is given up instead: false at once, `call->window` that
+  // window, which stays open; the call waits in the window's loop, the
+  // script goes on (and may answer the window), and the runner deletes
+  // `call` when it returns. Outside a script fiber the call is made in place.
+  static bool CallOffScript(FiberCall* call);
+  // Calls given up that have not returned yet.
+  static int CallsGivenUp();
 
   // Asks the running script to stop, from any thread: every call it makes
   // from then on (on app or on an object) fails with `reason`, which the
@@ -55,9 +81,18 @@ class ScriptRunner : public QObject {
 
  protected:
   void timerEvent(QTimerEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   static void CALLBACK FiberMain(void* runner);
+  // On the main fiber: lets the script run until it waits or ends, making
+  // the calls it asks for meanwhile.
+  void Resume();
+  // Runs the script fiber and serves its calls; false when a call given up
+  // returned here after the script had gone on without it (the script's
+  // state is then no business of this frame any more).
+  bool EnterScript();
+  void GiveUpCall();
 
   std::wstring m_path, m_code;
   IDispatch* m_app;
@@ -70,6 +105,9 @@ class ScriptRunner : public QObject {
   DWORD m_thread = 0;
   bool m_succeeded = false;
   int m_timer = 0;
+  FiberCall* m_request = nullptr;   // asked for by the script, not yet made
+  FiberCall* m_underway = nullptr;  // being made on the main fiber
+  int m_giveUpTimer = 0;
 };
 
 }  // namespace kwscript

@@ -110,12 +110,16 @@ int RunOnDemoForm(QApplication& application, const QString& path, int timeout) {
   context.folder = QDir::currentPath();
   bool succeeded = false;
   {
-    std::wstring code;
     kwscript::CAppObject app(&context);
     QFile file(path);
     if (!OpenScript(&file)) return kUsageError;
+    QString text, error;
+    if (!kwscript::ScriptText(path, file.readAll(), &text, &error)) {
+      std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+      return 1;
+    }
     Watchdog watchdog(timeout);
-    kwscript::ScriptRunner runner(path.toStdWString(), QString::fromUtf8(file.readAll()).toStdWString(), &app,
+    kwscript::ScriptRunner runner(path.toStdWString(), text.toStdWString(), &app,
                                   [&](bool done) {
                                     succeeded = done;
                                     application.quit();
@@ -158,8 +162,12 @@ int RunInApplication(const QStringList& args, kwscript::AgentRequestText request
   if (needsFile) {
     QFile script(file);
     if (!OpenScript(&script)) return kUsageError;
+    QString error;
+    if (!kwscript::ScriptText(file, script.readAll(), &request.scriptText, &error)) {
+      std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+      return 1;
+    }
     request.scriptPath = file;
-    request.scriptText = QString::fromUtf8(script.readAll());
   }
   return launch ? kwscript::LaunchAndRun(rest.first(), rest.mid(1), keep, request)
                 : kwscript::AttachAndRun(rest.first(), request);

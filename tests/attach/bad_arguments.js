@@ -9,7 +9,16 @@ var cases = [
   ["a window made its child's child", function () { win.setParent(edit); }],
   ["a widget made its own child", function () { edit.QWidget_setParent(edit); }],
   ["an object of another class", function () { edit.QWidget_setFont(rect); }],
-  ["a name of no enumerator", function () { edit.setAlignment("AlignNowhere"); }]
+  ["a name of no enumerator", function () { edit.setAlignment("AlignNowhere"); }],
+  ["numbers for addresses", function () { edit.QWidget_getContentsMargins(1, 2, 3, 4); }],
+  ["null for an event", function () { edit.event(null); }],
+  ["an address as a result", function () { edit.qt_metacast("QWidget"); }],
+  ["a widget left neither window nor child", function () {
+    var box = app.query("QGroupBox:1"), combo = app.query("QGroupBox:1 QComboBox");
+    box.setParent(null);
+    box.overrideWindowFlags(0);
+    combo.raise();  // Qt crashed here
+  }]
 ];
 for (var i = 0; i < cases.length; ++i) {
   var said = "(no error)";

@@ -25,6 +25,7 @@ var text = app.str("gone");
 text.QString_DTOR_QString();
 app.echo("destroyed value, a member: " + refusal(function () { text.QString_size(); }));
 app.echo("destroyed value, app.text: " + refusal(function () { app.text(text); }));
+app.echo("destroyed value, a property: " + refusal(function () { label.text = text; }));
 // Lists say what they hold.
 var all = app.queryAll("QPushButton");
 app.echo("list.item(-1): " + refusal(function () { all.item(-1); }));
