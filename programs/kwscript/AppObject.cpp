@@ -232,19 +232,13 @@ QString NotAWidget(const VARIANT* arg) {
 
 }  // namespace
 
-STDMETHODIMP CAppObject::GetTypeInfoCount(UINT* count) {
-  if (count == nullptr) return E_POINTER;
-  *count = 0;
-  return S_OK;
-}
-
 STDMETHODIMP CAppObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
   if (count == 1 && names != nullptr && ids != nullptr && CheckMemberId(names[0], ids)) return S_OK;
   return IdsOfFixedNames(kMethods, kLastMethod, names, count, ids);
 }
 
 CAppObject::CAppObject(ScriptContext* context)
-    : HostObject(IID_IDispatch), m_context(context), m_calls(new PostedCalls) {}
+    : m_context(context), m_calls(new PostedCalls) {}
 
 CAppObject::~CAppObject() { delete m_calls; }  // calls not yet made are dropped with it
 

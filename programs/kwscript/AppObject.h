@@ -45,18 +45,17 @@
 #include <QtCore/QString>
 
 #include "host/HostSupport.h"
+#include "kwscript/ScriptDispatch.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
 
 // Lives as long as the run; the last reference does not delete it.
-class CAppObject final : public kwhost::HostObject<IDispatch> {
+class CAppObject final : public ScriptItem {
  public:
   explicit CAppObject(ScriptContext* context);
   ~CAppObject() override;
 
-  STDMETHOD(GetTypeInfoCount)(UINT* count) override;
-  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
   STDMETHOD(Invoke)
   (DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,

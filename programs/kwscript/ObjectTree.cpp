@@ -40,16 +40,22 @@ class ItemLister {
   bool complete() const { return m_complete; }
   int listed() const { return m_listed; }
 
+  // Counts one more row listed; false once the cap is reached.
+  bool Take() {
+    if (m_listed == m_budget) {
+      m_complete = false;
+      return false;
+    }
+    ++m_listed;
+    return true;
+  }
+
   // The rows under `parent`: lines of text indented by `indent`, or a JSON
   // array.
   QStringList Lines(const QModelIndex& parent, const QString& indent) {
     QStringList out;
     for (int row = 0; row < m_model->rowCount(parent); ++row) {
-      if (m_listed == m_budget) {
-        m_complete = false;
-        break;
-      }
-      ++m_listed;
+      if (!Take()) break;
       const QModelIndex first = m_model->index(row, 0, parent);
       out << indent + QString("row %1: %2").arg(row).arg(Cells(parent, row).join(" | "));
       if (HasChildRows(first)) out << Lines(first, indent + "  ");
@@ -60,11 +66,7 @@ class ItemLister {
   QString Json(const QModelIndex& parent) {
     QStringList rows;
     for (int row = 0; row < m_model->rowCount(parent); ++row) {
-      if (m_listed == m_budget) {
-        m_complete = false;
-        break;
-      }
-      ++m_listed;
+      if (!Take()) break;
       const QModelIndex first = m_model->index(row, 0, parent);
       QString item = QString("{\"row\": %1, \"cells\": [%2]").arg(row).arg(Cells(parent, row).join(", "));
       if (HasChildRows(first)) item += ", \"children\": " + Json(first);

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 
+#include "host/HostSupport.h"
+
 namespace kwscript {
 
 class CountedDispatch : public IDispatch {
@@ -44,6 +46,22 @@ class CountedDispatch : public IDispatch {
  private:
   IID m_own;
   volatile LONG m_refs = 1;
+};
+
+// A named item the run hands the script engine ("app" and kwscript's own
+// helpers): the run owns it, so the engine's last reference does not delete
+// it; no type information.
+class ScriptItem : public kwhost::HostObject<IDispatch> {
+ public:
+  STDMETHOD(GetTypeInfoCount)(UINT* count) override {
+    if (count == nullptr) return E_POINTER;
+    *count = 0;
+    return S_OK;
+  }
+  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+
+ protected:
+  ScriptItem() : HostObject(IID_IDispatch) {}
 };
 
 // GetIDsOfNames for an object whose members are `names` (any case): DISPID

@@ -5,6 +5,7 @@
 #include <QtCore/QString>
 
 #include "host/HostSupport.h"
+#include "kwscript/ScriptDispatch.h"
 
 namespace kwscript {
 
@@ -95,14 +96,8 @@ std::vector<std::size_t> StatementStarts(const std::wstring& line) {
   return starts;
 }
 
-class CStackGuard final : public kwhost::HostObject<IDispatch> {
+class CStackGuard final : public ScriptItem {
  public:
-  CStackGuard() : HostObject(IID_IDispatch) {}
-  STDMETHOD(GetTypeInfoCount)(UINT* count) override {
-    if (count != nullptr) *count = 0;
-    return S_OK;
-  }
-  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   STDMETHOD(GetIDsOfNames)(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override {
     if (count != 1 || _wcsicmp(names[0], L"Check") != 0) return DISP_E_UNKNOWNNAME;
     ids[0] = 1;

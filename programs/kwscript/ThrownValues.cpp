@@ -3,6 +3,7 @@
 #include <cwctype>
 
 #include "host/HostSupport.h"
+#include "kwscript/ScriptDispatch.h"
 #include "kwscript/Output.h"
 #include "kwscript/ValueText.h"
 
@@ -91,14 +92,8 @@ bool Scan(const std::wstring& code, std::wstring* out, OnThrow onThrow) {
   return true;
 }
 
-class CThrownValues final : public kwhost::HostObject<IDispatch> {
+class CThrownValues final : public ScriptItem {
  public:
-  CThrownValues() : HostObject(IID_IDispatch) {}
-  STDMETHOD(GetTypeInfoCount)(UINT* count) override {
-    if (count != nullptr) *count = 0;
-    return S_OK;
-  }
-  STDMETHOD(GetTypeInfo)(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   // "L<line>" is that line's note.
   STDMETHOD(GetIDsOfNames)(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override {
     const int line = count == 1 && names[0][0] == L'L' ? _wtoi(names[0] + 1) : 0;
