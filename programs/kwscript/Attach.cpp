@@ -16,10 +16,13 @@
 #include <thread>
 #include <vector>
 
-#include "kwscript/AgentPipe.h"
+#include "agentkit/AgentPipe.h"
 #include "kwscript/Checks.h"
 
 namespace kwscript {
+
+using kwagentkit::ReadMessage;
+using kwagentkit::WriteMessage;
 
 namespace {
 

@@ -38,7 +38,7 @@
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
 #include "kwscript/MoreWrappers.h"
-#include "kwscript/ObjectTree.h"
+#include "automation/ObjectTree.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
