@@ -112,6 +112,10 @@ QList<Found> Candidates(const Element* root, int maxItems) {
     addItems(ViewOf(*root), ItemsBelow(kwauto::ListItems(ViewOf(*root), maxItems), root->index));
     return out;
   }
+  // Below a view come its items, then its child objects (and their items).
+  if (root != nullptr)
+    if (QAbstractItemView* view = kwauto::ItemViewOf(root->object.data()))
+      addItems(view, kwauto::ItemsInOrder(kwauto::ListItems(view, maxItems)));
   foreach (QObject* object, kwauto::ObjectsBelow(root != nullptr ? root->object.data() : nullptr)) {
     Found found;
     found.object = object;
