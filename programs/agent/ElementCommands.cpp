@@ -20,8 +20,9 @@
 //                      page source name it ("Item" for items)
 //   name               the accessible name, else the text a user reads
 //   link text, partial link text   the text a user reads on an object (a
-//                      button's, label's, menu's or action's, mnemonics
-//                      left out) or an item, whole or a part of it
+//                      button's, label's or action's, mnemonics left out;
+//                      a menu is found as the action that opens it) or an
+//                      item, whole or a part of it
 //
 // A click or keys go to the element as a user's would (kwauto's input
 // events); on an element a modal window blocks they fail with `unexpected
@@ -216,9 +217,13 @@ QList<Found> Find(const Json& params, const Element* root, int maxItems) {
       const QString accessible = f.object->isWidgetType() ? static_cast<QWidget*>(f.object)->accessibleName() : QString();
       return accessible.isEmpty() ? ShownText(f) == value : accessible == value;
     });
-  if (strategy == "link text") return Filtered(all, [&](const Found& f) { return ShownText(f) == value.trimmed(); });
+  // A menu's title is what its entry in the menu bar (or in the menu above
+  // it) shows: that entry, the menu's action, is the element a user clicks.
+  auto linkable = [](const Found& f) { return f.item || qobject_cast<QMenu*>(f.object) == nullptr; };
+  if (strategy == "link text")
+    return Filtered(all, [&](const Found& f) { return linkable(f) && ShownText(f) == value.trimmed(); });
   if (strategy == "partial link text")
-    return Filtered(all, [&](const Found& f) { return ShownText(f).contains(value); });
+    return Filtered(all, [&](const Found& f) { return linkable(f) && ShownText(f).contains(value); });
   Fail("invalid argument", QString("\"%1\" is no locator strategy (css selector, xpath, id, accessibility id, "
                                    "class name, tag name, name, link text, partial link text)")
                                .arg(strategy));

@@ -45,6 +45,7 @@ class Session {
     if (ready.value("type", "") != "ready") failure = "the agent answered " + ready.dump();
   }
   ~Session() {
+    // (An application whose last window closed has ended: nobody reads it.)
     if (m_connection.pipe != nullptr) Send({{"type", "quit"}});
     kwagentkit::CloseConnection(&m_connection);
   }
@@ -52,10 +53,11 @@ class Session {
   // The answer to one command: {"value": ...} or {"error": ..., "message": ...}.
   Json Call(const std::string& name, const Json& params = Json::object()) {
     const int id = ++m_id;
-    Send({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});
+    if (!Send({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}})) return Json{{"type", "gone"}};
     for (;;) {
       Json answer = Receive();
       if (answer.value("type", "") == "beat") continue;
+      if (answer.value("type", "") == "gone") return answer;  // the application ended
       EXPECT_EQ(id, answer.value("id", -1)) << answer.dump();
       return answer;
     }
@@ -85,9 +87,9 @@ class Session {
   std::string failure;
 
  private:
-  void Send(const Json& message) {
+  bool Send(const Json& message) {
     const std::string text = message.dump();
-    ASSERT_TRUE(kwagentkit::WriteMessage(m_connection.pipe, QByteArray(text.c_str())));
+    return kwagentkit::WriteMessage(m_connection.pipe, QByteArray(text.c_str()));
   }
   Json Receive() {
     QByteArray message;
@@ -115,11 +117,13 @@ constexpr char kCalculator[] = "calculator.exe";
 constexpr char kStandardDialogs[] = "standarddialogs.exe";
 constexpr char kConfigDialog[] = "configdialog.exe";
 constexpr char kLineEdits[] = "lineedits.exe";
+constexpr char kApplication[] = "application.exe";
 
 using CalculatorTest = AppTest<kCalculator>;
 using StandardDialogsTest = AppTest<kStandardDialogs>;
 using ConfigDialogTest = AppTest<kConfigDialog>;
 using LineEditsTest = AppTest<kLineEdits>;
+using ApplicationTest = AppTest<kApplication>;
 
 TEST_F(CalculatorTest, EachStrategyFindsWhatAUserSees) {
   const struct {
@@ -265,6 +269,35 @@ TEST_F(LineEditsTest, KeysTypeAndClearEmpties) {
   EXPECT_EQ(field, s.Value("getActiveElement").value(kElementKey, std::string()));
   s.Value("elementClear", s.On(field));
   EXPECT_EQ("", s.Value("getElementProperty", s.On(field, {{"name", "text"}})));
+}
+
+// Menu entries are actions: found by their text, clicked where a user sees
+// them; an action in a closed menu is not interactable.
+TEST_F(ApplicationTest, MenusOpenThroughTheirEntriesAndWindowsClose) {
+  Session& s = *session;
+  const Json main = s.Value("getWindowHandle");
+  EXPECT_NE(std::string::npos, s.Value("getTitle").get<std::string>().find("untitled.txt")) << s.Value("getTitle");
+  const std::string help = s.Find("link text", "Help");
+  EXPECT_EQ("QAction", s.Value("getElementTagName", s.On(help)));
+  const std::string aboutQt = s.Find("link text", "About Qt");
+  EXPECT_EQ(false, s.Value("isElementDisplayed", s.On(aboutQt)));
+  EXPECT_EQ("element not interactable", s.Error("elementClick", s.On(aboutQt)));
+  s.Value("elementClick", s.On(help));
+  EXPECT_EQ(true, s.Value("isElementDisplayed", s.On(aboutQt)));
+  s.Value("elementClick", s.On(aboutQt));  // a modal box: the click returns while it is open
+  const Json handles = s.Value("getWindowHandles");
+  ASSERT_EQ(2u, handles.size()) << handles.dump();
+  const Json box = handles[0] == main ? handles[1] : handles[0];
+  s.Value("switchToWindow", {{"handle", box}});
+  EXPECT_EQ("About Qt", s.Value("getTitle"));
+  EXPECT_EQ(Json::array({main}), s.Value("closeWindow"));
+  EXPECT_EQ("no such window", s.Error("getTitle"));  // the closed window stays current
+  s.Value("switchToWindow", {{"handle", main}});
+  // The last window: answered before the application ends with it.
+  EXPECT_EQ(Json::array(), s.Value("closeWindow"));
+  const Json after = s.Call("getWindowHandles");
+  // The window is gone; the application ends soon after (or already has).
+  EXPECT_TRUE(after.value("type", "") == "gone" || after.value("value", Json()) == Json::array()) << after.dump();
 }
 
 }  // namespace
