@@ -149,7 +149,7 @@ void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
   if (g_inSession) {
-    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", std::string(line.toUtf8().constData())}})
+    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", kwagent::Utf8(line)}})
                    .dump(-1, ' ', false, kwagent::Json::error_handler_t::replace)
                    .c_str());
     return;
@@ -384,7 +384,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     int status = 0;
     if (!refusal.isEmpty()) {
       Send(pipe, kwagent::Json({{"type", "refused"}, {"status", kCannotRun},
-                                {"message", std::string(("cannot drive this application: " + refusal).toUtf8().constData())}})
+                                {"message", kwagent::Utf8("cannot drive this application: " + refusal)}})
                      .dump()
                      .c_str());
       status = kCannotRun;

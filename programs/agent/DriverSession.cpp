@@ -16,7 +16,12 @@ void Fail(const char* code, const QString& message) { throw CommandError{code, m
 
 QString TextOf(const Json& value) { return QString::fromUtf8(value.get_ref<const std::string&>().c_str()); }
 
-Json JsonOf(const QString& text) { return Json(std::string(text.toUtf8().constData())); }
+std::string Utf8(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return std::string(bytes.constData(), bytes.size());
+}
+
+Json JsonOf(const QString& text) { return Json(Utf8(text)); }
 
 QString StringParam(const Json& params, const char* key) {
   auto found = params.find(key);
@@ -111,7 +116,7 @@ class SessionHost : public QObject {
       answer["value"] = handler(command.params, m_state);
     } catch (const CommandError& error) {
       answer["error"] = error.code;
-      answer["message"] = std::string(error.message.toUtf8().constData());
+      answer["message"] = Utf8(error.message);
     } catch (const std::exception& error) {
       answer["error"] = "invalid argument";
       answer["message"] = error.what();
