@@ -94,7 +94,7 @@ class PageSource {
 
  private:
   void AddObject(pugi::xml_node parent, QObject* object);
-  void AddItems(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedItem>& items);
+  void AddRows(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedRow>& rows);
   pugi::xml_node AddElement(pugi::xml_node parent, const QString& name, const Attributes& attributes,
                             const SourceTarget& target);
 

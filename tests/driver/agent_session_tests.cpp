@@ -94,7 +94,9 @@ class Session {
   Json Receive() {
     QByteArray message;
     if (!kwagentkit::ReadMessage(m_connection.pipe, &message)) return Json{{"type", "gone"}};
-    return Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
+    Json parsed = Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
+    // The agent's last word when the application exits is "exit", no JSON.
+    return parsed.is_object() ? parsed : Json{{"type", "gone"}, {"said", message.constData()}};
   }
 
   kwagentkit::AgentConnection m_connection;
