@@ -261,6 +261,22 @@ TEST_F(LineEditsTest, TheWindowTakesTheSizeAskedFor) {
   EXPECT_EQ(after, s.Value("getWindowRect"));
 }
 
+// A minimized window's widgets are not displayed and take no clicks; the
+// window shown again, they are and do.
+TEST_F(LineEditsTest, MinimizedWindowsHideTheirWidgets) {
+  Session& s = *session;
+  const std::string field = s.Find("css selector", "QLineEdit");
+  const Json normal = s.Value("getWindowRect");
+  s.Value("minimizeWindow");
+  EXPECT_EQ(false, s.Value("isElementDisplayed", s.On(field)));
+  EXPECT_EQ("element not interactable", s.Error("elementClick", s.On(field)));
+  const Json maximized = s.Value("maximizeWindow");
+  EXPECT_EQ(true, s.Value("isElementDisplayed", s.On(field)));
+  EXPECT_GE(maximized["width"].get<int>(), normal["width"].get<int>()) << maximized.dump();
+  s.Value("elementClick", s.On(field));
+  EXPECT_EQ(normal, s.Value("setWindowRect", normal));  // back to normal, where it was
+}
+
 TEST_F(LineEditsTest, KeysTypeAndClearEmpties) {
   Session& s = *session;
   const std::string field = s.Find("css selector", "QLineEdit");
