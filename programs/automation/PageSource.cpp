@@ -79,6 +79,7 @@ Attributes ObjectAttributes(const QObject* object) {
   QSet<QString> taken;
   foreach (const auto& attribute, out) taken.insert(attribute.first);
   taken.insert("text");  // the raw property would contradict what a user reads
+  taken.insert("html");  // a text edit's document once more, as markup made anew at each read
   const QMetaObject* meta = object->metaObject();
   for (int i = 0; i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);
