@@ -149,7 +149,7 @@ void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
   if (g_inSession) {
-    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", line.toUtf8().toStdString()}})
+    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", std::string(line.toUtf8().constData())}})
                    .dump(-1, ' ', false, kwagent::Json::error_handler_t::replace)
                    .c_str());
     return;
@@ -267,7 +267,7 @@ class AgentRequest : public QObject {
       return Finish(kCannotRun);
     }
     if (m_command == "tree" || m_command == "tree-json") {
-      const int maxItems = m_code.isEmpty() ? kwscript::kDefaultMaxItems : m_code.toInt();
+      const int maxItems = m_code.isEmpty() ? kwauto::kDefaultMaxItems : m_code.toInt();
       foreach (const QString& line, kwauto::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
       return Finish(0);
     }
@@ -384,7 +384,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     int status = 0;
     if (!refusal.isEmpty()) {
       Send(pipe, kwagent::Json({{"type", "refused"}, {"status", kCannotRun},
-                                {"message", ("cannot drive this application: " + refusal).toUtf8().toStdString()}})
+                                {"message", std::string(("cannot drive this application: " + refusal).toUtf8().constData())}})
                      .dump()
                      .c_str());
       status = kCannotRun;

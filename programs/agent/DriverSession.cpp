@@ -14,9 +14,15 @@ namespace kwagent {
 
 void Fail(const char* code, const QString& message) { throw CommandError{code, message}; }
 
-QString TextOf(const Json& value) { return QString::fromUtf8(value.get_ref<const std::string&>().c_str()); }
+QString TextOf(const Json& value) {
+  const std::string& text = value.get_ref<const std::string&>();
+  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+}
 
-Json JsonOf(const QString& text) { return Json(text.toUtf8().toStdString()); }
+Json JsonOf(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return Json(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+}
 
 QString StringParam(const Json& params, const char* key) {
   auto found = params.find(key);
@@ -111,7 +117,7 @@ class SessionHost : public QObject {
       answer["value"] = handler(command.params, m_state);
     } catch (const CommandError& error) {
       answer["error"] = error.code;
-      answer["message"] = error.message.toUtf8().toStdString();
+      answer["message"] = JsonOf(error.message);
     } catch (const std::exception& error) {
       answer["error"] = "invalid argument";
       answer["message"] = error.what();

@@ -35,6 +35,8 @@ using kwauto::ClickItem;
 using kwauto::Drag;
 using kwauto::Key;
 using kwauto::MouseOptions;
+using kwauto::ParseButton;
+using kwauto::ParseModifiers;
 using kwauto::ParseMouseOptions;
 using kwauto::QueryObjects;
 using kwauto::SelectorError;
