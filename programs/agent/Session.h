@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include <map>
+#include <memory>
 #include <string>
 
 class QAbstractItemView;
@@ -81,6 +82,10 @@ struct SessionState {
   ElementTable elements;
   QPointer<QWidget> window;  // the current window; null until one is chosen
   int maxItems = 1000;       // items listed per item view
+  // What the script and action commands keep between commands: made by
+  // their first use, released with the session, on the GUI thread.
+  std::shared_ptr<void> scripts;
+  std::shared_ptr<void> input;
 };
 
 using CommandHandler = Json (*)(const Json& params, SessionState& session);
