@@ -12,7 +12,7 @@
 #include "agent/ScriptCommands.h"
 #include "automation/EventPump.h"
 #include "automation/InputEvents.h"
-#include "automation/KeyCodes.h"
+#include "automation/W3CKeys.h"
 
 namespace kwagent {
 
@@ -193,17 +193,49 @@ namespace {
 
 // ---- Carrying a sequence out
 
+// A key held down by a key source.
+struct HeldKey {
+  int key = 0;
+  Qt::KeyboardModifier modifier = Qt::NoModifier;  // for a modifier key
+  Qt::KeyboardModifiers keypad = Qt::NoModifier;
+  QString text;
+};
+
+// The key a key action's value names: one of WebDriver's codes, or a
+// character typed as a "send keys" text types it; false for Null.
+bool KeyOf(const QString& value, HeldKey* held) {
+  kwauto::W3CKey code;
+  if (value.size() == 1 && kwauto::LookUpW3CKey(value[0], &code)) {
+    held->key = code.key;
+    held->modifier = code.modifier;
+    held->keypad = code.keypad;
+    held->text = code.text;
+    return code.key != 0;
+  }
+  const QList<kwauto::KeyStroke> strokes = kwauto::W3CKeyStrokes(value);
+  held->key = strokes.isEmpty() ? static_cast<int>(Qt::Key_unknown) : strokes[0].key;
+  held->text = value;
+  return true;
+}
+
+// The text a key types with `modifiers` held: none with Ctrl, Alt or Meta,
+// a letter in upper case with Shift.
+QString TypedText(const HeldKey& key, Qt::KeyboardModifiers modifiers) {
+  if (modifiers & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)) return QString();
+  return modifiers & Qt::ShiftModifier ? key.text.toUpper() : key.text;
+}
+
 // What a session's sources hold between commands.
 struct InputState {
   KnownSources sources;
-  std::map<std::string, std::vector<kwauto::KeyCode>> keysDown;  // by source, in the order pressed
+  std::map<std::string, std::vector<HeldKey>> keysDown;  // by source, in the order pressed
   std::map<std::string, kwauto::Pointer> pointers;
   kwauto::Pointer wheel;
 
   Qt::KeyboardModifiers Modifiers() const {
     Qt::KeyboardModifiers held = Qt::NoModifier;
     for (const auto& source : keysDown)
-      for (const kwauto::KeyCode& code : source.second) held |= code.modifier;
+      for (const HeldKey& key : source.second) held |= key.modifier;
     return held;
   }
 };
@@ -270,14 +302,10 @@ void WaitUntil(const QElapsedTimer& clock, qint64 ms) {
 }
 
 void Key(InputState& input, const std::string& source, const Action& action) {
-  kwauto::KeyCode code;
-  if (!kwauto::KeyOfValue(action.value[0], &code) || action.value.size() > 1) {
-    code = kwauto::KeyCode();
-    code.key = Qt::Key_unknown;
-    code.text = action.value;
-  }
-  std::vector<kwauto::KeyCode>& down = input.keysDown[source];
-  auto same = std::find_if(down.begin(), down.end(), [&code](const kwauto::KeyCode& held) {
+  HeldKey code;
+  if (!KeyOf(action.value, &code)) return;  // Null presses nothing
+  std::vector<HeldKey>& down = input.keysDown[source];
+  auto same = std::find_if(down.begin(), down.end(), [&code](const HeldKey& held) {
     return held.key == code.key && held.text == code.text;
   });
   if (action.kind == Action::kKeyDown) {
@@ -287,10 +315,8 @@ void Key(InputState& input, const std::string& source, const Action& action) {
     down.erase(same);
   }
   const Qt::KeyboardModifiers modifiers = input.Modifiers() | (action.kind == Action::kKeyUp ? code.modifier : Qt::NoModifier);
-  QString text = kwauto::TypedText(code, modifiers);
-  if (modifiers & Qt::ShiftModifier) text = text.toUpper();
-  Check(kwauto::SendKeyEvent(action.kind == Action::kKeyDown, code.key,
-                             code.keypad ? modifiers | Qt::KeypadModifier : modifiers, text));
+  Check(kwauto::SendKeyEvent(action.kind == Action::kKeyDown, code.key, modifiers | code.keypad,
+                             TypedText(code, modifiers)));
 }
 
 // A move over `duration` ms in steps of about 20 ms, the last at the target.
@@ -360,10 +386,10 @@ Json ReleaseActions(const Json&, SessionState& session) {
   InputState& input = InputOf(session);
   for (auto& source : input.keysDown)
     while (!source.second.empty()) {
-      const kwauto::KeyCode code = source.second.back();
+      const HeldKey key = source.second.back();
       source.second.pop_back();
-      const Qt::KeyboardModifiers modifiers = input.Modifiers();
-      Check(kwauto::SendKeyEvent(false, code.key, modifiers, kwauto::TypedText(code, modifiers)));
+      const Qt::KeyboardModifiers modifiers = input.Modifiers() | key.modifier;
+      Check(kwauto::SendKeyEvent(false, key.key, modifiers | key.keypad, TypedText(key, modifiers)));
     }
   for (auto& pointer : input.pointers)
     for (Qt::MouseButton button : {Qt::XButton2, Qt::XButton1, Qt::RightButton, Qt::MiddleButton, Qt::LeftButton})

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 class QAbstractItemView;
 
@@ -63,6 +64,10 @@ class ElementTable {
  public:
   Json Reference(QObject* object);
   Json Reference(QAbstractItemView* view, const QModelIndex& index);
+  Json Reference(const Element& element);
+  // The reference string alone (a window's handle is its reference).
+  std::string Id(QObject* object);
+  std::string Id(QAbstractItemView* view, const QModelIndex& index);
   // The element that params[key] names (a reference string); `no such
   // element` for a reference never handed out, `stale element reference`
   // for one whose object or item is gone.
@@ -70,17 +75,24 @@ class ElementTable {
   // The same for an element reference object ({kElementKey: ref}) inside a
   // script's arguments or an action's origin.
   Element ResolveReference(const Json& reference) const;
+  // The same for a reference string.
+  Element ResolveId(const std::string& id) const;
   void Clear();
 
  private:
+  std::string NewId();
+
   std::map<std::string, Element> m_elements;
   std::map<const void*, std::string> m_objectRefs;  // QObject* -> reference
+  // An item view's items that have references, by the view's address.
+  std::map<const void*, std::vector<std::string>> m_itemRefs;
   int m_next = 0;
 };
 
 struct SessionState {
   ElementTable elements;
   QPointer<QWidget> window;  // the current window; null until one is chosen
+  bool windowChosen = false; // once one was: its end is then "no such window"
   int maxItems = 1000;       // items listed per item view
   // What the script and action commands keep between commands: made by
   // their first use, released with the session, on the GUI thread.

@@ -330,10 +330,42 @@ QString ClickItem(QWidget* widget, int row, int column, bool twice, const MouseO
         .arg(column)
         .arg(view->model()->rowCount(view->rootIndex()))
         .arg(view->model()->columnCount(view->rootIndex()));
+  return ClickIndex(view, index, twice, options);
+}
+
+QString ClickIndex(QAbstractItemView* view, const QModelIndex& index, bool twice, const MouseOptions& options) {
+  if (!index.isValid() || index.model() != view->model()) return "the item is not one of the view's";
   view->scrollTo(index);
   QCoreApplication::processEvents();
-  return Click(view->viewport(), view->visualRect(index).center(), twice, options);
+  const QRect place = view->visualRect(index);
+  if (place.isEmpty()) return "the item is not shown (a collapsed branch, or a hidden row or column)";
+  return Click(view->viewport(), place.center(), twice, options);
 }
+
+QString PressKeys(QWidget* widget, const QList<KeyStroke>& strokes) {
+  constexpr int kKeysPerSlice = 100;  // as Type, in slices
+  Focus(widget);
+  const QPointer<QWidget> named(widget);
+  int posted = 0;
+  foreach (const KeyStroke& stroke, strokes) {
+    PostKey(named.data(), stroke.key, stroke.modifiers, stroke.text);
+    if (++posted % kKeysPerSlice == 0 && posted < strokes.size()) {
+      const QString why = AwaitSlice();
+      if (!why.isEmpty()) return why;
+    }
+  }
+  return AwaitDelivery();
+}
+
+QString CloseWindow(QWidget* window) {
+  // close() is a slot: queued, it runs from the event loop as the window
+  // system's request would, so a dialog its closeEvent opens does not hold
+  // up the caller.
+  QMetaObject::invokeMethod(window, "close", Qt::QueuedConnection);
+  return AwaitDelivery();
+}
+
+QString Settle() { return AwaitDelivery(); }
 
 QString ChooseMenu(QWidget* window, const QString& path) {
   QWidget* in = qobject_cast<QMenu*>(window);

@@ -9,11 +9,14 @@
 // is still open. Each returns an empty string, or what went wrong.
 #pragma once
 
+#include <QtCore/QList>
 #include <QtCore/QPoint>
 #include <QtCore/QPointer>
 #include <QtCore/QString>
 #include <QtCore/QTime>
 
+class QAbstractItemView;
+class QModelIndex;
 class QWidget;
 
 namespace kwauto {
@@ -56,6 +59,33 @@ QString Key(QWidget* widget, const QString& combination);
 // Clicks (or double-clicks) the item at row and column of an item view (a
 // list, table or tree) at the centre of its rectangle, scrolled into view.
 QString ClickItem(QWidget* view, int row, int column, bool twice, const MouseOptions& options = MouseOptions());
+
+// Clicks (or double-clicks) the item of `index` (of the view's model, at
+// any depth of a tree) at the centre of its rectangle, scrolled into view.
+QString ClickIndex(QAbstractItemView* view, const QModelIndex& index, bool twice,
+                   const MouseOptions& options = MouseOptions());
+
+// One key pressed and released: the Qt key, the modifiers held and the
+// text it types (empty for keys that type nothing).
+struct KeyStroke {
+  int key = 0;
+  Qt::KeyboardModifiers modifiers = Qt::NoModifier;
+  QString text;
+};
+
+// Gives the widget the focus in its window, as Type does, then presses the
+// keys one after another, each delivered to whichever widget has the
+// keyboard when it arrives.
+QString PressKeys(QWidget* widget, const QList<KeyStroke>& strokes);
+
+// Asks the window to close, as its title bar's close button does (its
+// closeEvent may refuse, or open a dialog that asks first), and returns
+// once the event loop has delivered that.
+QString CloseWindow(QWidget* window);
+
+// Lets the event loop deliver everything posted so far (a window moved or
+// shown, a model changed); returns once it has, or what went wrong.
+QString Settle();
 
 // Opens the menus of the path ("File/Save As...") in the window's menu bar
 // by clicks and clicks the last entry; given an open menu (a context menu)

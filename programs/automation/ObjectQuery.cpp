@@ -185,11 +185,17 @@ QList<QObject*> Candidates(QObject* context, bool childOnly) {
 }  // namespace
 
 QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
+  return QueryObjects(selector, error, nullptr);
+}
+
+QList<QObject*> ObjectsBelow(QObject* root) { return Candidates(root, false); }
+
+QList<QObject*> QueryObjects(const QString& selector, SelectorError* error, QObject* root) {
   QList<Step> steps;
   SelectorParser parser(selector, error);
   if (!parser.Parse(&steps)) return QList<QObject*>();
   QList<QObject*> contexts;
-  contexts.append(nullptr);
+  contexts.append(root);
   foreach (const Step& step, steps) {
     QList<QObject*> matches;
     QSet<QObject*> seen;

@@ -37,4 +37,12 @@ struct SelectorError {
 // and `error` says where and what.
 QList<QObject*> QueryObjects(const QString& selector, SelectorError* error);
 
+// The same below `root`: the first step looks at the descendants of `root`
+// only (not at `root` itself); a null root is the application.
+QList<QObject*> QueryObjects(const QString& selector, SelectorError* error, QObject* root);
+
+// Every object a selector's first step looks at below `root` (null: the
+// application's top-level widgets and all below them), in tree order.
+QList<QObject*> ObjectsBelow(QObject* root);
+
 }  // namespace kwauto

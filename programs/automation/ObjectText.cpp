@@ -1,6 +1,12 @@
 #include "automation/ObjectText.h"
 
 #include <QtCore/QVariant>
+#include <QtGui/QAbstractButton>
+#include <QtGui/QAction>
+#include <QtGui/QComboBox>
+#include <QtGui/QGroupBox>
+#include <QtGui/QLabel>
+#include <QtGui/QMenu>
 
 namespace kwauto {
 
@@ -42,6 +48,31 @@ QString ReadableText(const QObject* object, QString* property) {
     }
   }
   return QString();
+}
+
+QString WithoutMnemonics(const QString& text) {
+  QString out;
+  out.reserve(text.size());
+  for (int i = 0; i < text.size(); ++i) {
+    if (text[i] == '&' && i + 1 < text.size()) ++i;  // "&&" keeps one
+    out += text[i];
+  }
+  return out;
+}
+
+QString VisibleText(const QObject* object) {
+  if (const auto* combo = qobject_cast<const QComboBox*>(object)) return combo->currentText();
+  QString text = ReadableText(object);
+  if (qobject_cast<const QAction*>(object) != nullptr) {
+    const int tab = text.indexOf('\t');
+    if (tab >= 0) text.truncate(tab);
+    return WithoutMnemonics(text);
+  }
+  const QLabel* label = qobject_cast<const QLabel*>(object);
+  if (qobject_cast<const QAbstractButton*>(object) != nullptr || qobject_cast<const QGroupBox*>(object) != nullptr ||
+      qobject_cast<const QMenu*>(object) != nullptr || (label != nullptr && label->buddy() != nullptr))
+    return WithoutMnemonics(text);
+  return text;
 }
 
 QString ObjectDescription(const QObject* object) {

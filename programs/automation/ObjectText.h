@@ -26,6 +26,16 @@ QString QuotedShort(const QString& text);
 // windowTitle, title and plainText properties, and which one it is.
 QString ReadableText(const QObject* object, QString* property = nullptr);
 
+// What the user sees of the readable text (of a combo box, its current
+// text): a button's, an action's, a
+// menu's or a group box's "&Save" shows as "Save" ("&&" as "&"), an
+// action's shortcut after a tab is left out, as is a label's mnemonic when
+// it has a buddy to give the focus to.
+QString VisibleText(const QObject* object);
+
+// `text` without its mnemonic marks: "&Save" is "Save", "&&" is "&".
+QString WithoutMnemonics(const QString& text);
+
 // `QPushButton "okButton" "OK"`: the object's class, its object name and its
 // readable text (cut when long), leaving out what is empty.
 QString ObjectDescription(const QObject* object);
