@@ -301,7 +301,7 @@ void WaitUntil(const QElapsedTimer& clock, qint64 ms) {
     }
 }
 
-void Key(InputState& input, const std::string& source, const Action& action) {
+void Key(InputState& input, SessionState& session, const std::string& source, const Action& action) {
   HeldKey code;
   if (!KeyOf(action.value, &code)) return;  // Null presses nothing
   std::vector<HeldKey>& down = input.keysDown[source];
@@ -315,8 +315,12 @@ void Key(InputState& input, const std::string& source, const Action& action) {
     down.erase(same);
   }
   const Qt::KeyboardModifiers modifiers = input.Modifiers() | (action.kind == Action::kKeyUp ? code.modifier : Qt::NoModifier);
+  // With no window active, the keys go where they would once the
+  // viewport's window is: to its focus widget.
+  QWidget* viewport = Viewport(session);
+  QWidget* fallback = viewport->focusWidget() != nullptr ? viewport->focusWidget() : viewport;
   Check(kwauto::SendKeyEvent(action.kind == Action::kKeyDown, code.key, modifiers | code.keypad,
-                             TypedText(code, modifiers)));
+                             TypedText(code, modifiers), fallback));
 }
 
 // A move over `duration` ms in steps of about 20 ms, the last at the target.
@@ -349,7 +353,7 @@ void Perform(InputState& input, SessionState& session, const std::vector<SourceA
           break;
         case Action::kKeyDown:
         case Action::kKeyUp:
-          Key(input, source.id, action);
+          Key(input, session, source.id, action);
           break;
         case Action::kPointerDown:
           Check(input.pointers[source.id].Press(ButtonOf(action.button), modifiers));

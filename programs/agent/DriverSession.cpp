@@ -160,7 +160,9 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
     command->params = request.value("params", Json::object());
     QCoreApplication::postEvent(host, new SessionHost::CommandEvent(command));
     // A script's time limit: asked to stop once it has run that long.
-    const double timeoutMs = command->params.is_object() ? command->params.value("timeoutMs", 0.0) : 0.0;
+    // A script's time limit (null: none, as a driver's "script": null says).
+    const Json limit = command->params.is_object() ? command->params.value("timeoutMs", Json()) : Json();
+    const double timeoutMs = limit.is_number() ? limit.get<double>() : 0.0;
     const DWORD start = GetTickCount();
     bool stopAsked = false;
     for (;;) {

@@ -428,6 +428,12 @@ QString Pointer::Press(Qt::MouseButton button, Qt::KeyboardModifiers modifiers) 
                      m_lastRelease.elapsed() < QApplication::doubleClickInterval() &&
                      (m_at - m_lastAt).manhattanLength() <= QApplication::startDragDistance();
   m_lastButton = Qt::NoButton;
+  // A press in a window makes it the active one, as the window system does.
+  QWidget* window = target->window();
+  if (window != QApplication::activeWindow() && QApplication::activePopupWidget() == nullptr) {
+    window->activateWindow();
+    QApplication::setActiveWindow(window);
+  }
   if (m_held == Qt::NoButton) m_grab = target;
   m_held |= button;
   PostMouse(target, twice ? QEvent::MouseButtonDblClick : QEvent::MouseButtonPress, local, button, m_held, modifiers);
