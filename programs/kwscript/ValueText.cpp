@@ -16,6 +16,7 @@
 
 #include "kwscript/ObjectList.h"
 #include "kwscript/Output.h"
+#include "kwscript/Properties.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
@@ -317,6 +318,15 @@ class JsonWriter {
     }
     if (CScriptObject* facade = CScriptObject::FacadeOf(unknown)) {
       QString why;
+      // A QVariant (what a model's data gives) stands for its value.
+      VARIANT plain;
+      if (facade->ClassName() == "QVariant" && !facade->Gone(&why) &&
+          SUCCEEDED(ScriptValueOf(*static_cast<const QVariant*>(facade->instance()), nullptr, &plain, &why))) {
+        why = Write(&plain, json);
+        VariantClear(&plain);
+        return why;
+      }
+      why.clear();
       if (!m_hooks.facadeJson || !m_hooks.facadeJson(*facade, json, &why)) *json = TextJson(FacadeDescription(*facade));
       return why;
     }

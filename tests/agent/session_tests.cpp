@@ -159,7 +159,7 @@ class Form : WithApplication {
 TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
   Form form;
   form.slider->setValue(10);
-  Json slider, value, set, sum, list, thrown, missing;
+  Json slider, value, set, sum, list, variant, thrown, missing;
   Serve([&](Client& session) {
     slider = session.Script("return app.find('slider');");
     value = session.Script("return arguments[0].value;", Json::array({slider}));
@@ -167,6 +167,8 @@ TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
     sum = session.Script("var s = 0; for (var i = 0; i < arguments[0].length; i++) s += arguments[0][i].n; return {sum: s};",
                          Json::array({Json::array({{{"n", 1}}, {{"n", 2.5}}})}));
     list = session.Script("return app.queryAll('QSlider');");
+    variant = session.Script("return [arguments[0].property('value'), arguments[0].property('noSuchProperty')];",
+                             Json::array({slider}));
     thrown = session.Script("var a = 1;\nthrow new Error('no way');");
     missing = session.Script("return arguments[0];", Json::array({{{kwagent::kElementKey, "nowhere"}}}));
   });
@@ -177,6 +179,7 @@ TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
   EXPECT_EQ(form.slider->value(), 33);
   EXPECT_EQ(sum, Json({{"sum", 3.5}}));
   EXPECT_EQ(list, Json::array({slider}));  // a list of the app object is an array
+  EXPECT_EQ(variant, Json::array({33, nullptr}));  // a QVariant is its value
   EXPECT_EQ(ErrorOf(thrown), "javascript error") << thrown;
   EXPECT_NE(thrown.value("message", "").find("no way"), std::string::npos) << thrown;
   EXPECT_NE(thrown.value("message", "").find(":2:"), std::string::npos) << thrown;
