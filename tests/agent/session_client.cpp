@@ -24,6 +24,7 @@
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
 
 namespace {
 
@@ -84,8 +85,9 @@ int wmain(int argc, wchar_t** argv) {
     kwagentkit::CloseConnection(&connection);
     return 2;
   }
-  // The opening of a driver session: the job, then its fields as the agent reads them.
-  for (const char* part : {"session", "", "1000", "", "0"}) Send(connection.pipe, part);
+  kwagentkit::Opening opening;
+  opening.job = kwagentkit::Job::Session;
+  Send(connection.pipe, kwagentkit::OpeningMessage(opening));
   QByteArray ready;
   kwagentkit::ReadMessage(connection.pipe, &ready);
   std::printf("%s\n", ready.constData());
