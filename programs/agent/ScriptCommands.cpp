@@ -8,7 +8,8 @@
 // of a QObject as an element reference.
 #include <windows.h>
 
-#include <QtCore/QElapsedTimer>
+#include <QtCore/QObject>
+#include <QtCore/QTimerEvent>
 #include <QtGui/QAbstractItemView>
 
 #include <memory>
@@ -66,6 +67,9 @@ class ScriptScope {
   }
 
   const QString& failure() const { return m_failure; }
+  // Whether no call a script posted or gave up is still under way (in a
+  // modal dialog's loop): the library must stay loaded until then.
+  bool idle() const { return m_app == nullptr || m_app->PendingCalls() == 0; }
   kwscript::ScriptFunctions& functions() { return *m_functions; }
   kwscript::ScriptContext& context() { return m_context; }
 
@@ -79,8 +83,31 @@ class ScriptScope {
   std::unique_ptr<kwscript::ScriptFunctions> m_functions;
 };
 
+// Deletes a session's scope once its scripts' calls have all returned.
+class ScopeReaper : public QObject {
+ public:
+  explicit ScopeReaper(ScriptScope* scope) : m_scope(scope) { startTimer(50); }
+
+ protected:
+  void timerEvent(QTimerEvent*) override {
+    if (!m_scope->idle()) return;
+    delete m_scope;
+    deleteLater();
+  }
+
+ private:
+  ScriptScope* m_scope;
+};
+
+void EndScope(ScriptScope* scope) {
+  if (scope->idle())
+    delete scope;
+  else
+    new ScopeReaper(scope);
+}
+
 ScriptScope& ScopeOf(SessionState& session) {
-  if (!session.scripts) session.scripts = std::make_shared<ScriptScope>();
+  if (!session.scripts) session.scripts = std::shared_ptr<ScriptScope>(new ScriptScope, &EndScope);
   auto& scope = *static_cast<ScriptScope*>(session.scripts.get());
   if (!scope.failure().isEmpty()) Fail("javascript error", "scripts cannot run: " + scope.failure());
   return scope;
