@@ -15,7 +15,10 @@ namespace kwagent {
 
 void Fail(const char* code, const QString& message) { throw CommandError{code, message}; }
 
-QString TextOf(const Json& value) { return QString::fromUtf8(value.get_ref<const std::string&>().c_str()); }
+QString TextOf(const Json& value) {
+  const std::string& text = value.get_ref<const std::string&>();
+  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+}
 
 std::string Utf8(const QString& text) {
   const QByteArray bytes = text.toUtf8();
@@ -160,7 +163,9 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
     command->params = request.value("params", Json::object());
     QCoreApplication::postEvent(host, new SessionHost::CommandEvent(command));
     // A script's time limit: asked to stop once it has run that long.
-    const double timeoutMs = command->params.is_object() ? command->params.value("timeoutMs", 0.0) : 0.0;
+    // A script's time limit (null: none, as a driver's "script": null says).
+    const Json limit = command->params.is_object() ? command->params.value("timeoutMs", Json()) : Json();
+    const double timeoutMs = limit.is_number() ? limit.get<double>() : 0.0;
     const DWORD start = GetTickCount();
     bool stopAsked = false;
     for (;;) {

@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,10 @@ struct SessionState {
   QPointer<QWidget> window;  // the current window; null until one is chosen
   bool windowChosen = false; // once one was: its end is then "no such window"
   int maxItems = 1000;       // items listed per item view
+  // What the script and action commands keep between commands: made by
+  // their first use, released with the session, on the GUI thread.
+  std::shared_ptr<void> scripts;
+  std::shared_ptr<void> input;
 };
 
 using CommandHandler = Json (*)(const Json& params, SessionState& session);

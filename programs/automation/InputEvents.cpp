@@ -8,6 +8,7 @@
 #include <QtGui/QAction>
 #include <QtGui/QApplication>
 #include <QtGui/QContextMenuEvent>
+#include <QtGui/QWheelEvent>
 #include <QtGui/QKeyEvent>
 #include <QtGui/QKeySequence>
 #include <QtGui/QMenu>
@@ -161,10 +162,14 @@ class KeyRelay : public QObject {
   }
 };
 
-void PostKey(QWidget* named, int key, Qt::KeyboardModifiers modifiers, const QString& text) {
+void PostKeyEvent(QEvent::Type type, QWidget* named, int key, Qt::KeyboardModifiers modifiers, const QString& text) {
   static KeyRelay* relay = new KeyRelay;  // lives as long as the agent's module
-  QCoreApplication::postEvent(relay, new RelayedKey(QEvent::KeyPress, key, modifiers, text, named));
-  QCoreApplication::postEvent(relay, new RelayedKey(QEvent::KeyRelease, key, modifiers, text, named));
+  QCoreApplication::postEvent(relay, new RelayedKey(type, key, modifiers, text, named));
+}
+
+void PostKey(QWidget* named, int key, Qt::KeyboardModifiers modifiers, const QString& text) {
+  PostKeyEvent(QEvent::KeyPress, named, key, modifiers, text);
+  PostKeyEvent(QEvent::KeyRelease, named, key, modifiers, text);
 }
 
 // The key a character of typed text is, with its modifiers.
@@ -395,6 +400,91 @@ QString ChooseMenu(QWidget* window, const QString& path) {
     actions = menu->actions();
   }
   return QString();
+}
+
+QWidget* WidgetAtPoint(const QPoint& global, QPoint* local) {
+  QWidget* target = nullptr;
+  if (QWidget* popup = QApplication::activePopupWidget()) {
+    target = popup->rect().contains(popup->mapFromGlobal(global)) ? QApplication::widgetAt(global) : nullptr;
+    if (target == nullptr || target->window() != popup) target = popup;
+  } else {
+    target = QApplication::widgetAt(global);
+  }
+  if (target != nullptr) *local = target->mapFromGlobal(global);
+  return target;
+}
+
+QString Pointer::Move(const QPoint& global, Qt::KeyboardModifiers modifiers) {
+  m_at = global;
+  QWidget* target = m_grab.data();
+  QPoint local;
+  if (m_held != Qt::NoButton && target != nullptr)
+    local = target->mapFromGlobal(global);
+  else
+    target = WidgetAtPoint(global, &local);
+  if (target == nullptr) return QString();  // over no window of the application
+  PostMouse(target, QEvent::MouseMove, local, Qt::NoButton, m_held, modifiers);
+  return AwaitSlice();
+}
+
+QString Pointer::Press(Qt::MouseButton button, Qt::KeyboardModifiers modifiers) {
+  if (m_held & button) return QString();
+  QPoint local;
+  QWidget* target = m_held != Qt::NoButton && m_grab != nullptr ? m_grab.data() : WidgetAtPoint(m_at, &local);
+  if (target == nullptr) return "no window of the application is under the pointer";
+  local = target->mapFromGlobal(m_at);
+  const bool twice = button == m_lastButton && m_lastRelease.isValid() &&
+                     m_lastRelease.elapsed() < QApplication::doubleClickInterval() &&
+                     (m_at - m_lastAt).manhattanLength() <= QApplication::startDragDistance();
+  m_lastButton = Qt::NoButton;
+  // A press in a window makes it the active one, as the window system does.
+  QWidget* window = target->window();
+  if (window != QApplication::activeWindow() && QApplication::activePopupWidget() == nullptr) {
+    window->activateWindow();
+    QApplication::setActiveWindow(window);
+  }
+  if (m_held == Qt::NoButton) m_grab = target;
+  m_held |= button;
+  PostMouse(target, twice ? QEvent::MouseButtonDblClick : QEvent::MouseButtonPress, local, button, m_held, modifiers);
+  return AwaitDelivery();
+}
+
+QString Pointer::Release(Qt::MouseButton button, Qt::KeyboardModifiers modifiers) {
+  if (!(m_held & button)) return QString();
+  m_held &= ~button;
+  QWidget* target = m_grab.data();
+  if (m_held == Qt::NoButton) m_grab = nullptr;
+  m_lastButton = button;
+  m_lastAt = m_at;
+  m_lastRelease.start();
+  if (target == nullptr) return QString();  // the widget that took the press is gone
+  const QPoint local = target->mapFromGlobal(m_at);
+  PostMouse(target, QEvent::MouseButtonRelease, local, button, m_held, modifiers);
+  if (button == Qt::RightButton)
+    QCoreApplication::postEvent(target,
+                                new QContextMenuEvent(QContextMenuEvent::Mouse, local, m_at, modifiers));
+  return AwaitDelivery();
+}
+
+QString Pointer::Scroll(const QPoint& global, int deltaX, int deltaY, Qt::KeyboardModifiers modifiers) {
+  // A wheel's notch is 120 eighths of a degree; take one for 100 pixels,
+  // the distance a browser scrolls for it, and at least one eighth.
+  const auto wheel = [](int pixels) { return pixels == 0 ? 0 : (pixels > 0 ? 1 : -1) * qMax(1, qAbs(pixels) * 120 / 100); };
+  QPoint local;
+  QWidget* target = WidgetAtPoint(global, &local);
+  if (target == nullptr) return "no window of the application is under the pointer";
+  // Qt's wheel turns away from the user for content moving down: the
+  // opposite sign of a scroll down.
+  if (deltaY != 0)
+    QCoreApplication::postEvent(target, new QWheelEvent(local, global, -wheel(deltaY), m_held, modifiers, Qt::Vertical));
+  if (deltaX != 0)
+    QCoreApplication::postEvent(target, new QWheelEvent(local, global, -wheel(deltaX), m_held, modifiers, Qt::Horizontal));
+  return AwaitDelivery();
+}
+
+QString SendKeyEvent(bool press, int key, Qt::KeyboardModifiers modifiers, const QString& text, QWidget* fallback) {
+  PostKeyEvent(press ? QEvent::KeyPress : QEvent::KeyRelease, fallback, key, modifiers, text);
+  return AwaitSlice();
 }
 
 }  // namespace kwauto

@@ -11,7 +11,9 @@
 
 #include <QtCore/QList>
 #include <QtCore/QPoint>
+#include <QtCore/QPointer>
 #include <QtCore/QString>
+#include <QtCore/QTime>
 
 class QAbstractItemView;
 class QModelIndex;
@@ -90,5 +92,45 @@ QString Settle();
 // instead of a window, the path starts in it. Entries are named by their
 // text without "&" and without a shortcut.
 QString ChooseMenu(QWidget* window, const QString& path);
+
+// The pointer of a sequence its caller drives step by step (WebDriver's
+// actions): moves, presses and releases at places on the screen, each
+// delivered as the window system would before the call returns. A move or
+// press goes to the widget under the pointer (inside an open popup, the
+// popup), the moves and the release while a button is held to the widget
+// that took the press. A press where the last one of the same button was
+// released, within the double-click interval, is a double click.
+class Pointer {
+ public:
+  QPoint position() const { return m_at; }
+  Qt::MouseButtons buttons() const { return m_held; }
+
+  QString Move(const QPoint& global, Qt::KeyboardModifiers modifiers);
+  QString Press(Qt::MouseButton button, Qt::KeyboardModifiers modifiers);
+  QString Release(Qt::MouseButton button, Qt::KeyboardModifiers modifiers);
+  // A wheel turned at `global` by `deltaX` and `deltaY` pixels (positive:
+  // right and down), to the widget under it.
+  QString Scroll(const QPoint& global, int deltaX, int deltaY, Qt::KeyboardModifiers modifiers);
+
+ private:
+  QPoint m_at;
+  Qt::MouseButtons m_held = Qt::NoButton;
+  QPointer<QWidget> m_grab;  // took the press of the buttons held
+  // The last release, for a double click.
+  Qt::MouseButton m_lastButton = Qt::NoButton;
+  QPoint m_lastAt;
+  QTime m_lastRelease;
+};
+
+// The widget a pointer event at `global` reaches: inside an open popup
+// the popup's child there (the popup outside it), else the widget there;
+// `local` becomes the place in it. Null when no widget of the application
+// is there.
+QWidget* WidgetAtPoint(const QPoint& global, QPoint* local);
+
+// One key's press (or release) alone, delivered to the widget that has the
+// keyboard when it arrives (else to `fallback`); returns once delivered.
+QString SendKeyEvent(bool press, int key, Qt::KeyboardModifiers modifiers, const QString& text,
+                     QWidget* fallback = nullptr);
 
 }  // namespace kwauto
