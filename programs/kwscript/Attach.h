@@ -1,7 +1,6 @@
-// kwscript's side of driving another application: finding or starting the
-// process, checking that it is a 64-bit Qt 4.8 application built with this
-// library's compiler, loading the agent (kwagent.dll, beside kwscript) into
-// it, and relaying the request, the output and the exit status.
+// kwscript's side of driving another application: the process found or
+// started and the agent loaded by agentkit's launcher, then the request
+// relayed to the agent, its output printed and its exit status returned.
 #pragma once
 
 #include <QtCore/QString>

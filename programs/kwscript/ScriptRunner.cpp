@@ -7,6 +7,7 @@
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
 
+#include "automation/EventPump.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptHost.h"
 
@@ -40,7 +41,10 @@ void* CurrentFiber() {
 }  // namespace
 
 ScriptRunner::ScriptRunner(std::wstring path, std::wstring code, IDispatch* app, Done done)
-    : m_path(std::move(path)), m_code(std::move(code)), m_app(app), m_done(std::move(done)) {}
+    : m_job([path = std::move(path), code = std::move(code), app] { return RunScript(path, code, app); }),
+      m_done(std::move(done)) {}
+
+ScriptRunner::ScriptRunner(std::function<bool()> job, Done done) : m_job(std::move(job)), m_done(std::move(done)) {}
 
 ScriptRunner::~ScriptRunner() {
   if (qApp != nullptr) qApp->removeEventFilter(this);
@@ -87,6 +91,7 @@ bool ScriptRunner::GiveCrashToScript(const QString& reason) {
 void ScriptRunner::Start() {
   g_stopRequested = 0;
   m_thread = GetCurrentThreadId();
+  kwauto::SetEventPump(&ScriptRunner::YieldToEventLoop, &ScriptRunner::StopRequested);
   if (IsThreadAFiber()) {
     m_mainFiber = CurrentFiber();
   } else {
@@ -164,7 +169,7 @@ void ScriptRunner::GiveUpCall() {
 
 void CALLBACK ScriptRunner::FiberMain(void* parameter) {
   auto* runner = static_cast<ScriptRunner*>(parameter);
-  runner->m_succeeded = RunScript(runner->m_path, runner->m_code, runner->m_app);
+  runner->m_succeeded = runner->m_job();
   runner->m_finished = true;
   for (;;) SwitchToFiber(runner->m_mainFiber);  // never resumed once finished
 }

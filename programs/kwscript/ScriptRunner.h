@@ -1,4 +1,4 @@
-// Runs a script on a fiber of the GUI thread. Whenever the script waits
+// Runs a script (or another job) on a fiber of the GUI thread. Whenever the script waits
 // (app.processEvents, app.waitFor) it hands the thread back to the event
 // loop, which resumes it on a timer, so the application goes on working
 // while the script waits: a modal dialog opened by a call the script posted
@@ -39,6 +39,10 @@ class ScriptRunner : public QObject {
   using Done = std::function<void(bool succeeded)>;
 
   ScriptRunner(std::wstring path, std::wstring code, IDispatch* app, Done done);
+  // Runs `job` on the fiber instead of a script (a driver's command): its
+  // waits and calls are served as a script's are; it returns whether it
+  // succeeded.
+  ScriptRunner(std::function<bool()> job, Done done);
   ~ScriptRunner() override;
 
   // Starts the script from the event loop of the calling (GUI) thread.
@@ -94,8 +98,7 @@ class ScriptRunner : public QObject {
   bool EnterScript();
   void GiveUpCall();
 
-  std::wstring m_path, m_code;
-  IDispatch* m_app;
+  std::function<bool()> m_job;
   Done m_done;
   void* m_fiber = nullptr;
   void* m_mainFiber = nullptr;

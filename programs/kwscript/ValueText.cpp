@@ -150,32 +150,6 @@ QString JScriptNumber(double value) {
   return QString::fromLatin1((value < 0 ? "-" + out : out).c_str());
 }
 
-QString Shortened(const QString& text) {
-  if (text.size() <= kShortTextLength) return text;
-  return text.left(kShortTextLength) + QString::fromUtf8("\u2026(%1 chars)").arg(text.size());
-}
-
-QString QuotedShort(const QString& text) { return Quoted(Shortened(text)); }
-
-QString ReadableText(const QObject* object, QString* property) {
-  for (const char* name : {"text", "windowTitle", "title", "plainText"}) {
-    const QVariant value = object->property(name);
-    if (value.type() == QVariant::String && !value.toString().isEmpty()) {
-      if (property != nullptr) *property = name;
-      return value.toString();
-    }
-  }
-  return QString();
-}
-
-QString ObjectDescription(const QObject* object) {
-  QString out = object->metaObject()->className();
-  if (!object->objectName().isEmpty()) out += " " + Quoted(object->objectName());
-  const QString text = ReadableText(object);
-  if (!text.isEmpty()) out += " " + QuotedShort(text);
-  return out;
-}
-
 QString FacadeDescription(CScriptObject& facade) {
   QString gone;
   if (facade.Gone(&gone)) return facade.ClassName() + " (deleted)";

@@ -13,7 +13,15 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+#include "automation/ObjectText.h"
+
 namespace kwscript {
+
+using kwauto::kShortTextLength;
+using kwauto::ObjectDescription;
+using kwauto::QuotedShort;
+using kwauto::ReadableText;
+using kwauto::Shortened;
 
 class CScriptObject;
 
@@ -33,23 +41,6 @@ QString ValueText(const VARIANT* value);
 // below 1e-6.
 QString JScriptNumber(double value);
 
-// How long a text may be before it is cut.
-constexpr int kShortTextLength = 60;
-
-// `text` cut to its first kShortTextLength characters and followed by
-// "…(N chars)" when it is longer.
-QString Shortened(const QString& text);
-
-// The shortened text as a quoted literal (Quoted).
-QString QuotedShort(const QString& text);
-
-// What a person reads on an object: the first non-empty one of its text,
-// windowTitle, title and plainText properties, and which one it is.
-QString ReadableText(const QObject* object, QString* property = nullptr);
-
-// `QPushButton "okButton" "OK"`: the object's class, its object name and its
-// readable text (cut when long), leaving out what is empty.
-QString ObjectDescription(const QObject* object);
 
 // The description of a facade: as ObjectDescription for a QObject (its
 // class and "(deleted)" once the application deleted it), the class and its

@@ -38,7 +38,7 @@
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
 #include "kwscript/MoreWrappers.h"
-#include "kwscript/ObjectTree.h"
+#include "automation/ObjectTree.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -200,7 +200,7 @@ int main(int argc, char** argv) {
   kwscript::UseLineFeedsWhenRedirected();
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
-  int timeout = kDefaultTimeoutSeconds, maxItems = kwscript::kDefaultMaxItems;
+  int timeout = kDefaultTimeoutSeconds, maxItems = kwauto::kDefaultMaxItems;
   QString junit;
   if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems) ||
       !TakeOption(&args, "--junit", &junit)) {

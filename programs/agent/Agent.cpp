@@ -28,15 +28,17 @@
 #include <memory>
 #include <mutex>
 
+#include "agent/DriverSession.h"
+#include "agentkit/AgentPipe.h"
 #include "host/HostSupport.h"
 #include "host/ManagerHost.h"
-#include "kwscript/AgentPipe.h"
+#include "agentkit/AgentPipe.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
 #include "kwscript/MoreWrappers.h"
-#include "kwscript/ObjectQuery.h"
-#include "kwscript/ObjectTree.h"
+#include "automation/ObjectQuery.h"
+#include "automation/ObjectTree.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -55,7 +57,7 @@ std::mutex g_writing;
 
 bool Send(HANDLE pipe, const QByteArray& message) {
   std::lock_guard<std::mutex> lock(g_writing);
-  return kwscript::WriteMessage(pipe, message);
+  return kwagentkit::WriteMessage(pipe, message);
 }
 
 void SendLine(const QString& line, bool error, void* pipe) { Send(pipe, (error ? "err " : "out ") + line.toUtf8()); }
@@ -74,7 +76,7 @@ constexpr DWORD kHeartbeatMs = 1000;
 
 void SendHeartbeat(HANDLE pipe) {
   std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-  if (lock.owns_lock()) kwscript::WriteMessage(pipe, "beat");
+  if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, "beat");
 }
 
 // Waits for `done` while the GUI thread lives, with heartbeats, at most
@@ -140,9 +142,18 @@ DWORD WINAPI ReleaseWhenFinished(void* parameter) {
 // A crash of the application: said to kwscript with the checks made so
 // far (the script has reported the crash as its error by now) and the
 // status of an application that ended during the script.
+// A driver session is under way (its messages are JSON).
+std::atomic<bool> g_inSession{false};
+
 void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
+  if (g_inSession) {
+    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", std::string(line.toUtf8().constData())}})
+                   .dump(-1, ' ', false, kwagent::Json::error_handler_t::replace)
+                   .c_str());
+    return;
+  }
   Send(pipe, "err " + line.toUtf8());
   Send(pipe, "checks " + kwscript::CurrentChecks().Serialized());
   Send(pipe, "end 4");
@@ -256,8 +267,8 @@ class AgentRequest : public QObject {
       return Finish(kCannotRun);
     }
     if (m_command == "tree" || m_command == "tree-json") {
-      const int maxItems = m_code.isEmpty() ? kwscript::kDefaultMaxItems : m_code.toInt();
-      foreach (const QString& line, kwscript::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
+      const int maxItems = m_code.isEmpty() ? kwauto::kDefaultMaxItems : m_code.toInt();
+      foreach (const QString& line, kwauto::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
       return Finish(0);
     }
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
@@ -337,7 +348,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
   HANDLE pipe = g_pipe;
   if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {
     std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-    if (lock.owns_lock()) kwscript::WriteMessage(pipe, "exit");
+    if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, "exit");
   }
   return TRUE;
 }
@@ -347,9 +358,9 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
                             OPEN_EXISTING, 0, nullptr);
   if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
   QByteArray command, path, code, folder, timeout;
-  if (!kwscript::ReadMessage(pipe, &command) || !kwscript::ReadMessage(pipe, &path) ||
-      !kwscript::ReadMessage(pipe, &code) || !kwscript::ReadMessage(pipe, &folder) ||
-      !kwscript::ReadMessage(pipe, &timeout)) {
+  if (!kwagentkit::ReadMessage(pipe, &command) || !kwagentkit::ReadMessage(pipe, &path) ||
+      !kwagentkit::ReadMessage(pipe, &code) || !kwagentkit::ReadMessage(pipe, &folder) ||
+      !kwagentkit::ReadMessage(pipe, &timeout)) {
     CloseHandle(pipe);
     return kCannotRun;
   }
@@ -367,6 +378,28 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   g_pipe = pipe;
   kwscript::ReportUnhandledExceptions(&SendCrash, &kwscript::ScriptRunner::GiveCrashToScript);
   QCoreApplication* application = QCoreApplication::instance();
+  if (command == "session") {
+    // A driver's session: commands until it says "quit" or goes away.
+    const QString refusal = application == nullptr ? QString("it has no QApplication (yet)") : QtRefusal();
+    int status = 0;
+    if (!refusal.isEmpty()) {
+      Send(pipe, kwagent::Json({{"type", "refused"}, {"status", kCannotRun},
+                                {"message", std::string(("cannot drive this application: " + refusal).toUtf8().constData())}})
+                     .dump()
+                     .c_str());
+      status = kCannotRun;
+    } else {
+      g_inSession = true;
+      status = kwagent::ServeDriverSession(pipe, kwagent::Json({{"maxItems", code.toInt()}}),
+                                           [pipe](const QByteArray& message) { return Send(pipe, message); });
+      g_inSession = false;
+    }
+    kwscript::SetOutputSink(nullptr, nullptr);
+    g_pipe = nullptr;
+    CloseHandle(pipe);
+    CloseHandle(attached);
+    return static_cast<DWORD>(status);
+  }
   // On the heap: a script that does not stop outlives this thread and
   // still writes its status when it ends.
   auto* end = new RequestEnd;
@@ -400,7 +433,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
       kwscript::SetOutputSink(nullptr, nullptr);
       Send(pipe, "pub");
       QByteArray stop;
-      kwscript::ReadMessage(pipe, &stop);
+      kwagentkit::ReadMessage(pipe, &stop);
       QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
       WaitForSingleObject(end->finished, INFINITE);  // every client cut off, the library unloaded
     }

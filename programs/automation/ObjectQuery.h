@@ -25,7 +25,7 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-namespace kwscript {
+namespace kwauto {
 
 // What a selector with a mistake says: where (1-based character) and what.
 struct SelectorError {
@@ -37,4 +37,4 @@ struct SelectorError {
 // and `error` says where and what.
 QList<QObject*> QueryObjects(const QString& selector, SelectorError* error);
 
-}  // namespace kwscript
+}  // namespace kwauto

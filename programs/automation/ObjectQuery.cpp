@@ -1,13 +1,12 @@
-#include "kwscript/ObjectQuery.h"
+#include "automation/ObjectQuery.h"
 
-#include "kwscript/Output.h"
 
 #include <QtCore/QSet>
 #include <QtCore/QVariant>
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
 
-namespace kwscript {
+namespace kwauto {
 
 namespace {
 
@@ -210,4 +209,4 @@ QList<QObject*> QueryObjects(const QString& selector, SelectorError* error) {
   return contexts;
 }
 
-}  // namespace kwscript
+}  // namespace kwauto

@@ -9,7 +9,7 @@
 #include <QtCore/QString>
 #include <QtGui/QWidget>
 
-namespace kwscript {
+namespace kwauto {
 
 class ItemGuard {
  public:
@@ -30,4 +30,4 @@ class ItemGuard {
   QString m_className;
 };
 
-}  // namespace kwscript
+}  // namespace kwauto

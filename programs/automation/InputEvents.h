@@ -14,7 +14,7 @@
 
 class QWidget;
 
-namespace kwscript {
+namespace kwauto {
 
 // The button a click or drag uses and the modifier keys held meanwhile.
 struct MouseOptions {
@@ -61,4 +61,4 @@ QString ClickItem(QWidget* view, int row, int column, bool twice, const MouseOpt
 // text without "&" and without a shortcut.
 QString ChooseMenu(QWidget* window, const QString& path);
 
-}  // namespace kwscript
+}  // namespace kwauto

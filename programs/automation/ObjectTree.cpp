@@ -1,4 +1,4 @@
-#include "kwscript/ObjectTree.h"
+#include "automation/ObjectTree.h"
 
 #include <QtCore/QAbstractItemModel>
 #include <QtCore/QVariant>
@@ -8,10 +8,9 @@
 #include <QtGui/QTreeView>
 #include <QtGui/QWidget>
 
-#include "kwscript/Output.h"
-#include "kwscript/ValueText.h"
+#include "automation/ObjectText.h"
 
-namespace kwscript {
+namespace kwauto {
 
 namespace {
 
@@ -191,4 +190,4 @@ QStringList DescribeObjectTree(bool json, int maxItems) {
   return out;
 }
 
-}  // namespace kwscript
+}  // namespace kwauto

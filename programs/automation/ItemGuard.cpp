@@ -1,4 +1,4 @@
-#include "kwscript/ItemGuard.h"
+#include "automation/ItemGuard.h"
 
 #include <QtGui/QListWidget>
 #include <QtGui/QTableWidget>
@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-namespace kwscript {
+namespace kwauto {
 
 ItemGuard ItemGuard::For(const char* typeName, void* instance) {
   ItemGuard guard;
@@ -52,4 +52,4 @@ bool ItemGuard::Lost(QString* why) const {
   return true;
 }
 
-}  // namespace kwscript
+}  // namespace kwauto

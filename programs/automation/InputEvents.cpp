@@ -1,4 +1,4 @@
-#include "kwscript/InputEvents.h"
+#include "automation/InputEvents.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
@@ -15,9 +15,9 @@
 #include <QtGui/QMouseEvent>
 #include <QtGui/QWidget>
 
-#include "kwscript/ScriptRunner.h"
+#include "automation/EventPump.h"
 
-namespace kwscript {
+namespace kwauto {
 
 namespace {
 
@@ -42,7 +42,7 @@ template <typename Condition>
 bool AwaitCondition(Condition done, int limitMs) {
   QElapsedTimer clock;
   clock.start();
-  while (!done() && clock.elapsed() < limitMs && ScriptRunner::YieldToEventLoop()) {
+  while (!done() && clock.elapsed() < limitMs && YieldToEventLoop()) {
   }
   return done();
 }
@@ -56,10 +56,10 @@ QString AwaitDelivery() {
   QCoreApplication::removePostedEvents(&sentinel);
   // Once more round the loop: a modal dialog the events closed has then
   // returned to the handler that opened it, and that handler has finished.
-  for (int round = 0; delivered && round < 2 && ScriptRunner::YieldToEventLoop(); ++round) {
+  for (int round = 0; delivered && round < 2 && YieldToEventLoop(); ++round) {
   }
   QString stop;
-  if (ScriptRunner::StopRequested(&stop)) return stop;
+  if (StopRequested(&stop)) return stop;
   return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
@@ -71,7 +71,7 @@ QString AwaitSlice() {
   const bool delivered = AwaitCondition([&sentinel] { return sentinel.delivered; }, kDeliveryLimitMs);
   QCoreApplication::removePostedEvents(&sentinel);
   QString stop;
-  if (ScriptRunner::StopRequested(&stop)) return stop;
+  if (StopRequested(&stop)) return stop;
   return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
@@ -356,4 +356,4 @@ QString ChooseMenu(QWidget* window, const QString& path) {
   return QString();
 }
 
-}  // namespace kwscript
+}  // namespace kwauto

@@ -21,7 +21,7 @@
 
 #include <atomic>
 
-namespace kwscript {
+namespace kwagentkit {
 
 // Writes one message; false when the pipe is broken.
 bool WriteMessage(HANDLE pipe, const QByteArray& message);
@@ -31,4 +31,4 @@ bool WriteMessage(HANDLE pipe, const QByteArray& message);
 // a long message in transit counts as a sign of life.
 bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard = nullptr);
 
-}  // namespace kwscript
+}  // namespace kwagentkit

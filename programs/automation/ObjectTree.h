@@ -9,10 +9,10 @@
 
 #include <QtCore/QStringList>
 
-namespace kwscript {
+namespace kwauto {
 
 constexpr int kDefaultMaxItems = 50;
 
 QStringList DescribeObjectTree(bool json, int maxItems = kDefaultMaxItems);
 
-}  // namespace kwscript
+}  // namespace kwauto

@@ -1,8 +1,8 @@
-#include "kwscript/AgentPipe.h"
+#include "agentkit/AgentPipe.h"
 
 #include <QtCore/QtGlobal>
 
-namespace kwscript {
+namespace kwagentkit {
 
 namespace {
 
@@ -68,4 +68,4 @@ bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard) {
   }
 }
 
-}  // namespace kwscript
+}  // namespace kwagentkit

@@ -1,0 +1,7 @@
+#include "agent/Session.h"
+
+namespace kwagent {
+
+void AddElementCommands(CommandTable&) {}
+
+}  // namespace kwagent

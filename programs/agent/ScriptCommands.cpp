@@ -1,0 +1,7 @@
+#include "agent/Session.h"
+
+namespace kwagent {
+
+void AddScriptCommands(CommandTable&) {}
+
+}  // namespace kwagent
