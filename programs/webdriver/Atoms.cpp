@@ -26,8 +26,10 @@ Atom RecogniseAtom(const std::string& script) {
   const std::string head = Squeezed(script.substr(0, 64), 64);
   if (head.rfind("/*isDisplayed*/", 0) == 0) return Atom::kIsDisplayed;
   if (head.rfind("/*getAttribute*/", 0) == 0) return Atom::kGetAttribute;
-  // WebdriverIO sends its own displayedness function by name.
-  if (Has(script, "function isElementDisplayed(")) return Atom::kIsDisplayed;
+  // WebdriverIO's own, by name: its displayedness function, and the
+  // element's checkVisibility() it tries first.
+  if (Has(script, "function isElementDisplayed(") || Has(script, "function checkVisibility(elem"))
+    return Atom::kIsDisplayed;
   // Without the comment: the Closure-compiled frame both atoms share, told
   // apart by words only one of them has.
   if (script.size() < 2000) return Atom::kNone;

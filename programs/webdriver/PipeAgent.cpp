@@ -12,16 +12,18 @@
 
 #include "webdriver/Agent.h"
 
-#if __has_include("agentkit/Launcher.h")
+#ifdef KW_DRIVER_LAUNCHER
+#include <QtCore/QByteArray>
+
+#include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
-#define KW_HAVE_LAUNCHER 1
 #endif
 
 namespace kwdriver {
 
 using nlohmann::json;
 
-#ifdef KW_HAVE_LAUNCHER
+#ifdef KW_DRIVER_LAUNCHER
 
 namespace {
 
@@ -149,7 +151,9 @@ class PipeAgent : public AgentChannel {
 
   bool Send(const json& message) {
     if (m_broken) return false;
-    if (!kwagentkit::WriteMessage(m_connection.pipe, Dump(message))) m_broken = true;
+    const std::string text = Dump(message);
+    if (!kwagentkit::WriteMessage(m_connection.pipe, QByteArray(text.data(), static_cast<int>(text.size()))))
+      m_broken = true;
     return !m_broken;
   }
 
@@ -163,19 +167,21 @@ class PipeAgent : public AgentChannel {
       return Got::kBroken;
     }
     if (available == 0) return Got::kNothing;
-    std::string text;
+    QByteArray text;
     if (!kwagentkit::ReadMessage(m_connection.pipe, &text)) {
       m_broken = true;
       return Got::kBroken;
     }
-    *message = json::parse(text, nullptr, false);
+    *message = json::parse(text.constData(), text.constData() + text.size(), nullptr, false);
     if (!message->is_object()) return Got::kNothing;
     const std::string type = message->value("type", "");
     if (type == "err" || type == "out" || type == "crash") {
-      const json& line = message->contains("line") ? (*message)["line"] : (*message)["message"];
-      if (line.is_string()) {
-        m_lastWords += (m_lastWords.empty() ? "" : "\n") + line.get<std::string>();
+      for (const char* key : {"report", "line", "text", "message"}) {
+        const auto line = message->find(key);
+        if (line == message->end() || !line->is_string()) continue;
+        m_lastWords += (m_lastWords.empty() ? "" : "\n") + line->get<std::string>();
         if (m_lastWords.size() > kLastWordsKept) m_lastWords.erase(0, m_lastWords.size() - kLastWordsKept);
+        break;
       }
     }
     return Got::kMessage;
@@ -226,20 +232,10 @@ class PipeAgent : public AgentChannel {
   std::string m_lastWords;
 };
 
+// Launched applications end with kwdriver however it ends: the launcher
+// puts them in a job that ends them when its last handle closes.
 class PipeAgentStarter : public AgentStarter {
  public:
-  PipeAgentStarter() {
-    // Launched applications end with kwdriver, however it ends.
-    m_job = CreateJobObjectW(nullptr, nullptr);
-    if (m_job != nullptr) {
-      JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-      limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-      SetInformationJobObject(m_job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    }
-  }
-  ~PipeAgentStarter() override {
-    if (m_job != nullptr) CloseHandle(m_job);
-  }
 
   std::unique_ptr<AgentChannel> Start(const SessionRequest& request, Failure* failure) override {
     kwagentkit::AgentConnection connection;
@@ -250,8 +246,6 @@ class PipeAgentStarter : public AgentStarter {
       for (const std::string& argument : request.arguments) launch.arguments.push_back(Wide(argument));
       launch.workingDir = Wide(request.workingDir);
       problem = kwagentkit::LaunchWithAgent(launch, &connection);
-      if (problem.empty() && m_job != nullptr && connection.process != nullptr)
-        AssignProcessToJobObject(m_job, connection.process);
     } else {
       problem = kwagentkit::AttachAgent(Wide(request.attach), &connection);
     }
@@ -264,9 +258,6 @@ class PipeAgentStarter : public AgentStarter {
     if (!agent->Open(request.maxItems, failure)) return nullptr;  // its destructor ends what it started
     return agent;
   }
-
- private:
-  HANDLE m_job = nullptr;
 };
 
 }  // namespace

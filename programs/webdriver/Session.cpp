@@ -12,7 +12,8 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr const char* kElementKey = "element-6066-11e4-a07e-4f161e5d2ab1";
+// WebDriver's web element identifier.
+constexpr const char* kElementKey = "element-6066-11e4-a52e-4f735466cecf";
 constexpr milliseconds kNoLimit{24LL * 3600 * 1000};
 
 int64_t NowMs() {

@@ -22,7 +22,7 @@ using testing::FakeApp;
 using testing::FakeStarter;
 using std::chrono::milliseconds;
 
-const char kElement[] = "element-6066-11e4-a07e-4f161e5d2ab1";
+const char kElement[] = "element-6066-11e4-a52e-4f735466cecf";
 
 TEST(Errors, EachCodeHasItsStatus) {
   const std::pair<const char*, int> table[] = {
@@ -167,6 +167,12 @@ TEST(Atoms, SeleniumsAtomsAreRecognised) {
   EXPECT_EQ(RecogniseAtom("/* isDisplayed */return (function(){}).apply(null, arguments);"), Atom::kIsDisplayed);
   EXPECT_EQ(RecogniseAtom("/* getAttribute */return (function(){}).apply(null, arguments);"), Atom::kGetAttribute);
   EXPECT_EQ(RecogniseAtom("return arguments[0].isDisplayed()"), Atom::kNone);
+  // WebdriverIO 9's, as its execute() sends them.
+  EXPECT_EQ(RecogniseAtom("return (function checkVisibility(elem, params) {\n  if (typeof elem.checkVisibility === "
+                          "\"function\") {\n return elem.checkVisibility(params); }\n return null;\n}).apply(null, arguments)"),
+            Atom::kIsDisplayed);
+  EXPECT_EQ(RecogniseAtom("return (function isElementDisplayed(element) { return true; }).apply(null, arguments)"),
+            Atom::kIsDisplayed);
   EXPECT_EQ(RecogniseAtom(std::string(5000, ' ') + "return this._.apply(null, arguments);"), Atom::kNone);
   const std::pair<const char*, Atom> files[] = {
       {"Z:\\usr\\lib\\python3\\dist-packages\\selenium\\webdriver\\remote\\isDisplayed.js", Atom::kIsDisplayed},
