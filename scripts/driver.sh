@@ -29,6 +29,12 @@ while [[ $# -gt 0 ]]; do
   esac
 done
 
+# The Grid relay is not there yet (see its place below).
+if [[ -n $hub ]]; then
+  echo "driver.sh: --hub is not available yet" >&2
+  exit 2
+fi
+
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
 if ! "$root/scripts/has-target.sh" "$build" kwdriver; then
@@ -78,10 +84,8 @@ driver_pid() {
 # ---- Selenium Grid relay node (--hub): h/clients fills this in ----------
 # It is to start a Grid 4 node that relays sessions to kwdriver (its
 # stereotype platformName "windows"), set hub_pid, and be ended in stop().
+# (The refusal of --hub after the options goes with it.)
 hub_pid=
-if [[ -n $hub ]]; then
-  echo "driver.sh: --hub is not available yet" >&2
-fi
 # ---- end of the Selenium Grid part ---------------------------------------
 
 stop() {
@@ -109,9 +113,6 @@ stop() {
 }
 trap stop INT TERM
 
-if [[ -n $hub ]]; then
-  stop
-fi
 status=0
 wait "$runner" || status=$?
 exit $status
