@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "agentkit/AgentPipe.h"
+#include "agentkit/Protocol.h"
 #include "kwscript/ScriptRunner.h"
 
 namespace kwagent {
@@ -16,7 +17,12 @@ void Fail(const char* code, const QString& message) { throw CommandError{code, m
 
 QString TextOf(const Json& value) { return QString::fromUtf8(value.get_ref<const std::string&>().c_str()); }
 
-Json JsonOf(const QString& text) { return Json(std::string(text.toUtf8().constData())); }
+std::string Utf8(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return std::string(bytes.constData(), bytes.size());
+}
+
+Json JsonOf(const QString& text) { return Json(Utf8(text)); }
 
 QString StringParam(const Json& params, const char* key) {
   auto found = params.find(key);
@@ -111,7 +117,7 @@ class SessionHost : public QObject {
       answer["value"] = handler(command.params, m_state);
     } catch (const CommandError& error) {
       answer["error"] = error.code;
-      answer["message"] = std::string(error.message.toUtf8().constData());
+      answer["message"] = Utf8(error.message);
     } catch (const std::exception& error) {
       answer["error"] = "invalid argument";
       answer["message"] = error.what();
@@ -137,7 +143,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
   auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000);
   host->moveToThread(application->thread());
   HANDLE gui = nullptr;
-  send(Serialized({{"type", "ready"}, {"pid", GetCurrentProcessId()}}));
+  send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
   int status = 0;
   for (QByteArray message; status == 0 && kwagentkit::ReadMessage(pipe, &message);) {
     const Json request = ParsedMessage(message);
@@ -170,7 +176,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
         kwscript::ScriptRunner::RequestStop("script timeout");
         stopAsked = true;
       }
-      if (!send("{\"type\":\"beat\"}")) {
+      if (!send(kwagentkit::BeatMessage())) {
         status = 4;
         break;
       }

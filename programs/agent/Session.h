@@ -23,7 +23,7 @@ namespace kwagent {
 using Json = nlohmann::json;
 
 // WebDriver's key of an element reference in JSON.
-constexpr const char* kElementKey = "element-6066-11e4-a07e-4f161e5d2ab1";
+constexpr const char* kElementKey = "element-6066-11e4-a52e-4f735466cecf";
 
 // A command's failure: a WebDriver error code ("no such element") and what
 // went wrong. Handlers throw it; the session answers it as an error.
@@ -38,6 +38,7 @@ struct CommandError {
 // Texts between JSON (UTF-8) and Qt.
 QString TextOf(const Json& value);
 Json JsonOf(const QString& text);
+std::string Utf8(const QString& text);
 
 // The parameter `key` of a command as the type asked for; `invalid
 // argument` when it is missing or of another type.
