@@ -105,11 +105,12 @@ HttpAnswer Driver::Handle(const std::string& method, const std::string& path, co
   if (match.route == nullptr) return Error(match.failure);
   const Route& route = *match.route;
 
+  // A POST's body is JSON; a session's command looks its session up first.
   json body = json::object();
-  if (route.method == std::string("POST")) {
-    Failure failure;
-    if (!ParseBody(text, &body, &failure)) return Error(failure);
-  }
+  const auto parse = [&](Failure* failure) {
+    return route.method != std::string("POST") || ParseBody(text, &body, failure);
+  };
+  Failure failure;
 
   switch (route.handling) {
     case Handling::kStatus: {
@@ -123,6 +124,7 @@ HttpAnswer Driver::Handle(const std::string& method, const std::string& path, co
                     {"build", {{"version", "1"}}}});
     }
     case Handling::kNewSession:
+      if (!parse(&failure)) return Error(failure);
       return NewSession(body);
     default:
       break;
@@ -137,13 +139,14 @@ HttpAnswer Driver::Handle(const std::string& method, const std::string& path, co
     return Error("invalid session id",
                  endedReason.empty() ? "no session " + id : "session " + id + " has ended: " + endedReason);
 
+  if (!parse(&failure)) return Error(failure);
+
   switch (route.handling) {
     case Handling::kGetTimeouts:
       return Value(session->GetTimeouts());
-    case Handling::kSetTimeouts: {
-      const Failure failure = session->SetTimeouts(body);
+    case Handling::kSetTimeouts:
+      failure = session->SetTimeouts(body);
       return failure.error.empty() ? Value(nullptr) : Error(failure);
-    }
     case Handling::kUnsupported:
       return Error("unsupported operation", std::string(route.command) + " has no meaning for a desktop application");
     default:

@@ -1,6 +1,6 @@
 // The sessions' real agents: an application started (or attached to) by
 // programs/agentkit's launcher with kwagent.dll in it, spoken to over its
-// pipe in the JSON protocol of programs/agentkit/Protocol.md.
+// pipe in the protocol of programs/agentkit (Protocol.h, Protocol.md).
 //
 // The pipe is polled (PeekNamedPipe) rather than read by a thread of its own:
 // synchronous reads and writes on one pipe handle wait for each other on
@@ -17,6 +17,7 @@
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
 #endif
 
 namespace kwdriver {
@@ -53,13 +54,16 @@ class PipeAgent : public AgentChannel {
 
   // The session's opening: "session", answered by "ready" or "refused".
   bool Open(int maxItems, Failure* failure) {
-    if (!Send({{"v", 1}, {"type", "session"}, {"maxItems", maxItems}})) {
+    kwagentkit::Opening opening;
+    opening.job = kwagentkit::Job::Session;
+    opening.maxItems = maxItems;
+    if (!Send(kwagentkit::OpeningMessage(opening))) {
       *failure = {"session not created", "the agent's pipe broke before the session began" + LastWords()};
       return false;
     }
     const DWORD start = GetTickCount();
     while (GetTickCount() - start < kOpenLimitMs) {
-      json message;
+      kwagentkit::Message message;
       switch (Poll(&message)) {
         case Got::kBroken:
           *failure = {"session not created", "the application ended before the session began" + LastWords()};
@@ -70,9 +74,9 @@ class PipeAgent : public AgentChannel {
         case Got::kMessage:
           break;
       }
-      if (message.value("type", "") == "ready") return true;
-      if (message.value("type", "") == "refused") {
-        *failure = {"session not created", "the agent refused the session: " + message.value("message", std::string())};
+      if (message.type == kwagentkit::MessageType::Ready) return true;
+      if (message.type == kwagentkit::MessageType::Refused) {
+        *failure = {"session not created", "the agent refused the session: " + message.text};
         return false;
       }
     }
@@ -85,7 +89,7 @@ class PipeAgent : public AgentChannel {
     Reply reply;
     if (m_broken) return Gone();
     const uint64_t id = ++m_lastId;
-    if (!Send({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}})) return Gone();
+    if (!Send(kwagentkit::CommandMessage(id, name, params))) return Gone();
     const auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
       if (cancelled) {
@@ -93,7 +97,7 @@ class PipeAgent : public AgentChannel {
         reply.failure.message = "the session was ended";
         return reply;
       }
-      json message;
+      kwagentkit::Message message;
       const Got got = Poll(&message);
       if (got == Got::kBroken) return Gone();
       if (got == Got::kNothing) {
@@ -105,13 +109,14 @@ class PipeAgent : public AgentChannel {
         if (Wait()) continue;
         return Gone();
       }
-      if (message.value("type", "") != "answer" || !message.contains("id") || message["id"] != id) continue;
-      if (message.contains("error")) {
+      const json& body = message.body;
+      if (message.type != kwagentkit::MessageType::Answer || !body.contains("id") || body["id"] != id) continue;
+      if (body.contains("error")) {
         reply.kind = Reply::Kind::kError;
-        reply.failure.error = message["error"].is_string() ? message["error"].get<std::string>() : "unknown error";
-        reply.failure.message = message.value("message", std::string());
+        reply.failure.error = body["error"].is_string() ? body["error"].get<std::string>() : "unknown error";
+        reply.failure.message = body.value("message", std::string());
       } else {
-        reply.value = message.contains("value") ? message["value"] : json(nullptr);
+        reply.value = body.contains("value") ? body["value"] : json(nullptr);
       }
       return reply;
     }
@@ -119,7 +124,7 @@ class PipeAgent : public AgentChannel {
 
   bool Alive(std::string* report) override {
     for (;;) {
-      json message;
+      kwagentkit::Message message;
       const Got got = Poll(&message);
       if (got == Got::kMessage) continue;  // beats and lines between commands
       if (got == Got::kNothing && !Ended()) return true;
@@ -138,7 +143,7 @@ class PipeAgent : public AgentChannel {
           TerminateProcess(m_connection.process, 1);
       }
     } else if (!m_broken) {
-      Send({{"type", "quit"}});
+      Send(kwagentkit::QuitMessage());
     }
     kwagentkit::CloseConnection(&m_connection);
   }
@@ -149,17 +154,15 @@ class PipeAgent : public AgentChannel {
  private:
   enum class Got { kMessage, kNothing, kBroken };
 
-  bool Send(const json& message) {
+  bool Send(const QByteArray& message) {
     if (m_broken) return false;
-    const std::string text = Dump(message);
-    if (!kwagentkit::WriteMessage(m_connection.pipe, QByteArray(text.data(), static_cast<int>(text.size()))))
-      m_broken = true;
+    if (!kwagentkit::WriteMessage(m_connection.pipe, message)) m_broken = true;
     return !m_broken;
   }
 
   // One message if a whole one has begun to arrive; beats and output lines
   // are taken in passing (lines kept as the application's last words).
-  Got Poll(json* message) {
+  Got Poll(kwagentkit::Message* message) {
     if (m_broken) return Got::kBroken;
     DWORD available = 0;
     if (!PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr)) {
@@ -172,17 +175,13 @@ class PipeAgent : public AgentChannel {
       m_broken = true;
       return Got::kBroken;
     }
-    *message = json::parse(text.constData(), text.constData() + text.size(), nullptr, false);
-    if (!message->is_object()) return Got::kNothing;
-    const std::string type = message->value("type", "");
-    if (type == "err" || type == "out" || type == "crash") {
-      for (const char* key : {"report", "line", "text", "message"}) {
-        const auto line = message->find(key);
-        if (line == message->end() || !line->is_string()) continue;
-        m_lastWords += (m_lastWords.empty() ? "" : "\n") + line->get<std::string>();
-        if (m_lastWords.size() > kLastWordsKept) m_lastWords.erase(0, m_lastWords.size() - kLastWordsKept);
-        break;
-      }
+    if (!kwagentkit::ParseMessage(text, message)) return Got::kNothing;
+    const kwagentkit::MessageType type = message->type;
+    if ((type == kwagentkit::MessageType::Err || type == kwagentkit::MessageType::Out ||
+         type == kwagentkit::MessageType::Crash) &&
+        !message->text.empty()) {
+      m_lastWords += (m_lastWords.empty() ? "" : "\n") + message->text;
+      if (m_lastWords.size() > kLastWordsKept) m_lastWords.erase(0, m_lastWords.size() - kLastWordsKept);
     }
     return Got::kMessage;
   }

@@ -283,6 +283,7 @@ TEST_F(DriverTest, RequestsThatAreWrongGetTheirErrors) {
       {"GET", s, "", 405, "unknown method"},
       {"GET", "/session/nosuch/title", "", 404, "invalid session id"},
       {"POST", "/session/nosuch/url", "{}", 404, "invalid session id"},
+      {"POST", "/session/nosuch/element", "{bad json", 404, "invalid session id"},
       {"POST", s + "/url", R"({"url":"http://x"})", 500, "unsupported operation"},
       {"GET", s + "/cookie", "", 500, "unsupported operation"},
       {"POST", s + "/frame", R"({"id":null})", 500, "unsupported operation"},
