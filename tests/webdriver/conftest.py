@@ -31,7 +31,7 @@ ROOT = Path(__file__).resolve().parents[2]
 APPS = Path(os.environ.get("KW_QT_APPS") or ROOT.parent / "shared" / "qt48-apps")
 SDK = Path(os.environ.get("KW_QT_SDK") or ROOT.parent / "shared" / "qt48-sdk")
 WINE_ROOT = Path(os.environ.get("KW_WINE_ROOT") or ROOT / "build" / "wine")
-ELEMENT_KEY = "element-6066-11e4-a07e-4f161e5d2ab1"
+ELEMENT_KEY = "element-6066-11e4-a52e-4f735466cecf"
 START_TIMEOUT = float(os.environ.get("KW_DRIVER_START_TIMEOUT", "240"))
 
 

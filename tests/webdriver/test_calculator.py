@@ -6,7 +6,7 @@ from selenium import webdriver
 from selenium.webdriver.common.by import By
 from selenium.webdriver.remote.command import Command
 
-from conftest import options
+from conftest import ELEMENT_KEY, http, options, session_url
 
 # How one button is found, by strategy.
 BUTTON = {
@@ -105,3 +105,11 @@ def test_page_source_names_the_widgets(calc):
     assert source.lstrip().startswith("<")
     assert "<Calculator" in source and "<QLineEdit" in source
     assert source.count("<Button") == 27
+
+
+def test_element_reference_on_the_wire(calc):
+    # WebDriver's web element identifier, the key every client looks for.
+    status, body = http("POST", session_url(calc, "element"), {"using": "css selector", "value": 'Button[text="7"]'})
+    assert status == 200
+    assert list(body["value"]) == [ELEMENT_KEY]
+    assert isinstance(body["value"][ELEMENT_KEY], str) and body["value"][ELEMENT_KEY]
