@@ -7,7 +7,8 @@
 #                [--port N] [--watch PID] [--log-level LEVEL]
 # --hub          the hub, e.g. http://127.0.0.1:4444
 # --driver-url   the WebDriver server the node relays to, e.g. http://127.0.0.1:4723
-# --max-sessions the slots the node offers (default 1)
+# --max-sessions the slots the node offers (default 1; 0, a driver's "no
+#                limit", offers one a processor)
 # --host/--port  where the node itself listens (default 127.0.0.1, a free port)
 # --watch PID    ends the node once process PID has ended (driver.sh gives its own)
 # --log-level    Selenium's log level (java.util.logging names; default WARNING)
@@ -18,7 +19,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-usage() { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
+usage() { sed -n '2,18p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
 hub= driver_url= max_sessions=1 host=127.0.0.1 port= watch= log_level=WARNING
 while (( $# )); do
   case $1 in
@@ -34,11 +35,12 @@ while (( $# )); do
   esac
 done
 [[ -n $hub && -n $driver_url ]] || usage
+[[ $max_sessions == 0 ]] && max_sessions=$(nproc)
 [[ $max_sessions =~ ^[1-9][0-9]*$ ]] || { echo "grid-node: --max-sessions takes a positive number, not $max_sessions" >&2; exit 2; }
 [[ $hub == *://* ]] || hub=http://$hub
 # kwdriver's log levels in Selenium's terms.
 case ${log_level,,} in
-  trace|debug) log_level=FINE ;; info) log_level=INFO ;; warn|warning) log_level=WARNING ;;
+  trace|debug) log_level=FINE ;; info) log_level=INFO ;; quiet|warn|warning) log_level=WARNING ;;
   error) log_level=SEVERE ;; off|silent) log_level=OFF ;;
 esac
 
@@ -54,6 +56,8 @@ fi
 relay=${driver_url#*://}; relay=${relay%%/*}
 relay_host=${relay%:*} relay_port=${relay##*:}
 [[ $relay_port =~ ^[0-9]+$ && $relay_host != "$relay" ]] || { echo "grid-node: --driver-url needs a host and a port, not $driver_url" >&2; exit 2; }
+# A driver that listens on every address is reached on the loopback one.
+[[ $relay_host == 0.0.0.0 || $relay_host == "[::]" ]] && relay_host=127.0.0.1
 
 hub_host=${hub#*://}; hub_host=${hub_host%%/*}; hub_host=${hub_host%:*}
 publish=${KW_GRID_PUBLISH_EVENTS:-tcp://$hub_host:4442}
