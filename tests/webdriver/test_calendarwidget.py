@@ -17,8 +17,9 @@ def calendar(new_session):
 
 def day(d, number):
     # Days 10 to 20 appear once in a month's grid; the other numbers may
-    # show twice, for the weeks of the months around it.
-    return d.find_element(By.XPATH, f'//QCalendarWidget//Item[@text="{number}"]')
+    # show twice, for the weeks of the months around it. Row 0 holds the
+    # days' names, column 0 the week numbers.
+    return d.find_element(By.XPATH, f'//QCalendarWidget//Item[@text="{number}" and @row!="0" and @column!="0"]')
 
 
 def shown_month(d):
