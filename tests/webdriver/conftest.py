@@ -119,15 +119,18 @@ class Driver:
 
     def stop(self):
         """Ends the driver's process group by its id, then the Wine programs of its prefix."""
-        if self.process.poll() is None:
+        # SIGINT first: Wine hands it to kwdriver as a Ctrl+C, on which it
+        # ends its sessions and the applications it launched.
+        for sig, wait in ((signal.SIGINT, 25), (signal.SIGTERM, 10), (signal.SIGKILL, 10)):
+            if self.process.poll() is not None:
+                break
             try:
-                os.killpg(self.process.pid, signal.SIGTERM)
-                self.process.wait(timeout=15)
+                os.killpg(self.process.pid, sig)
+                self.process.wait(timeout=wait)
             except subprocess.TimeoutExpired:
-                os.killpg(self.process.pid, signal.SIGKILL)
-                self.process.wait(timeout=15)
+                continue
             except ProcessLookupError:
-                pass
+                break
         # The applications the sessions launched live in this prefix alone.
         if (self.prefix / "system.reg").exists():
             subprocess.run(["wineserver", "-k"], env=self.environment, check=False,

@@ -62,11 +62,13 @@ async function startDriver(name, timeoutMs = 240000) {
     port,
     url,
     async stop() {
-      if (exited === null) {
-        try { process.kill(-child.pid, 'SIGTERM'); } catch (_) { /* gone */ }
-        const until = Date.now() + 15000;
+      // SIGINT first: Wine hands it to kwdriver as a Ctrl+C, on which it
+      // ends its sessions and the applications it launched.
+      for (const [signal, waitMs] of [['SIGINT', 25000], ['SIGTERM', 10000], ['SIGKILL', 10000]]) {
+        if (exited !== null) break;
+        try { process.kill(-child.pid, signal); } catch (_) { break; }
+        const until = Date.now() + waitMs;
         while (exited === null && Date.now() < until) await new Promise((r) => setTimeout(r, 200));
-        if (exited === null) { try { process.kill(-child.pid, 'SIGKILL'); } catch (_) { /* gone */ } }
       }
       // The applications its sessions launched live in this prefix alone.
       if (fs.existsSync(path.join(env.WINEPREFIX, 'system.reg'))) spawnSync('wineserver', ['-k'], { env, stdio: 'ignore' });
