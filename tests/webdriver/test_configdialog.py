@@ -19,8 +19,13 @@ def config(new_session):
     return new_session("configdialog")
 
 
+# The icon list of pages is the dialog's own child (the Update page has a
+# list of packages too).
+PAGE_LIST = "//ConfigDialog/QListWidget"
+
+
 def list_item(d, text):
-    return d.find_element(By.XPATH, f'//QListWidget//Item[@text="{text}"]')
+    return d.find_element(By.XPATH, f'{PAGE_LIST}//Item[@text="{text}"]')
 
 
 def group(d, title):
@@ -32,7 +37,7 @@ def current_page(d):
 
 
 def test_items_are_listed(config):
-    items = config.find_elements(By.XPATH, "//QListWidget//Item")
+    items = config.find_elements(By.XPATH, f"{PAGE_LIST}//Item")
     assert [i.text for i in items] == ["Configuration", "Update", "Query"]
     assert [i.get_attribute("row") for i in items] == ["0", "1", "2"]
     assert current_page(config) == "0"

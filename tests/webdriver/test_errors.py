@@ -222,7 +222,7 @@ def test_stale_element_reference(new_session):
 
 def test_unexpected_alert_open(new_session):
     d = new_session("standarddialogs")
-    d.find_element(By.CSS_SELECTOR, 'QPushButton[text="QInputDialog::get&Text()"]').click()
+    d.find_element(By.LINK_TEXT, "QInputDialog::getText()").click()
     WebDriverWait(d, 10).until(EC.alert_is_present())
     expect(http("POST", session_url(d, "element"), {"using": "css selector", "value": "QPushButton"}),
            "unexpected alert open")
