@@ -16,10 +16,14 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 driver_args=()
 hub=
+port=4723 host=127.0.0.1 max_sessions=0 log_level=info
 while [[ $# -gt 0 ]]; do
   case $1 in
     --port | --host | --max-sessions | --log-level)
       [[ $# -ge 2 ]] || { echo "driver.sh: $1 needs a value" >&2; exit 2; }
+      case $1 in
+        --port) port=$2 ;; --host) host=$2 ;; --max-sessions) max_sessions=$2 ;; --log-level) log_level=$2 ;;
+      esac
       driver_args+=("$1" "$2"); shift 2 ;;
     --hub)
       [[ $# -ge 2 ]] || { echo "driver.sh: --hub needs a URL" >&2; exit 2; }
@@ -28,12 +32,6 @@ while [[ $# -gt 0 ]]; do
     *) echo "driver.sh: unknown option $1" >&2; exit 2 ;;
   esac
 done
-
-# The Grid relay is not there yet (see its place below).
-if [[ -n $hub ]]; then
-  echo "driver.sh: --hub is not available yet" >&2
-  exit 2
-fi
 
 "$root/scripts/ensure-packages.sh"
 build=$("$root/scripts/configure.sh" | tail -n 1)
@@ -81,12 +79,15 @@ driver_pid() {
   done
 }
 
-# ---- Selenium Grid relay node (--hub): h/clients fills this in ----------
-# It is to start a Grid 4 node that relays sessions to kwdriver (its
-# stereotype platformName "windows"), set hub_pid, and be ended in stop().
-# (The refusal of --hub after the options goes with it.)
+# With --hub, Selenium's own node in relay mode beside the server: it
+# offers the hub --max-sessions slots for platformName "windows" and passes
+# the sessions it is given on to kwdriver; it ends with this script.
 hub_pid=
-# ---- end of the Selenium Grid part ---------------------------------------
+if [[ -n $hub ]]; then
+  "$root/scripts/grid-node.sh" --hub "$hub" --driver-url "http://$host:$port" --max-sessions "$max_sessions" \
+    --host "$([[ $host == 0.0.0.0 ]] && echo 127.0.0.1 || echo "$host")" --log-level "$log_level" --watch $$ &
+  hub_pid=$!
+fi
 
 stop() {
   # Errors are ignored from here on (bash 5.2 fails a command substitution
