@@ -58,13 +58,7 @@ rm -f "$build_log"
 export KW_WINE_ROOT="${KW_WINE_ROOT:-$build/wine}"
 echo "driver.sh: Wine prefix $KW_WINE_ROOT/driver (start applications to attach to there)" >&2
 
-# kwdriver runs in a session of its own, so that a Ctrl+C in the terminal
-# reaches this script only, which passes it on to kwdriver alone (not to
-# the applications kwdriver launched, which share its process group).
-setsid "$root/cmake/wine-run.sh" --prefix driver --display-if-none "$build/bin/kwdriver.exe" \
-  "${driver_args[@]}" </dev/null &
-runner=$!
-
+runner= hub_pid=
 # kwdriver's own process: wine-run.sh itself once it has exec'd Wine, else
 # its child (when it waits for the program to end its virtual display).
 # Wine names the process after the program: its first argument.
@@ -94,6 +88,7 @@ stop() {
   # in a trap that interrupted `wait`, and errexit would end the script).
   set +e
   trap '' INT TERM
+  [[ -n $runner ]] || exit 130
   [[ -n $hub_pid ]] && kill "$hub_pid" 2>/dev/null
   # Wine turns SIGINT into Ctrl+C for the program (its console control
   # handler ends the sessions); SIGTERM would end the process at once.
@@ -112,7 +107,20 @@ stop() {
   wait "$runner" 2>/dev/null
   exit 0
 }
+
+# kwdriver runs in a session of its own, so that a Ctrl+C in the terminal
+# reaches this script only, which passes it on to kwdriver alone (not to
+# the applications kwdriver launched, which share its process group).
 trap stop INT TERM
+setsid "$root/cmake/wine-run.sh" --prefix driver --display-if-none "$build/bin/kwdriver.exe" \
+  "${driver_args[@]}" </dev/null &
+runner=$!
+
+# ---- Selenium Grid relay node (--hub): h/clients fills this in ----------
+# It is to start a Grid 4 node that relays sessions to kwdriver (its
+# stereotype platformName "windows"), set hub_pid, and be ended in stop().
+# (The refusal of --hub after the options goes with it.)
+# ---- end of the Selenium Grid part ---------------------------------------
 
 status=0
 wait "$runner" || status=$?
