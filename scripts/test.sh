@@ -3,6 +3,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/ensure-packages.sh"
+"$root/scripts/ensure-clients.sh" --no-browser  # the WebDriver tests' clients
 build=$("$root/scripts/configure.sh" | tail -n 1)
 cmake --build "$build"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)"

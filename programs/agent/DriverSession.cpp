@@ -9,7 +9,7 @@
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Protocol.h"
-#include "kwscript/ScriptRunner.h"
+#include "automation/FiberRunner.h"
 
 namespace kwagent {
 
@@ -95,7 +95,7 @@ class SessionHost : public QObject {
   // Runs the command's handler on a fiber, so that its waits let the
   // application's event loop (and a modal dialog's) run meanwhile.
   void Start(std::shared_ptr<Command> command) {
-    auto* runner = new kwscript::ScriptRunner(
+    auto* runner = new kwauto::FiberRunner(
         [this, command] {
           command->answer = Answer(*command);
           return true;
@@ -178,7 +178,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
         break;
       }
       if (timeoutMs > 0 && !stopAsked && GetTickCount() - start >= timeoutMs) {
-        kwscript::ScriptRunner::RequestStop("script timeout");
+        kwauto::FiberRunner::RequestStop("script timeout");
         stopAsked = true;
       }
       if (!send(kwagentkit::BeatMessage())) {

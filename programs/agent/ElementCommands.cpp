@@ -20,8 +20,9 @@
 //                      page source name it ("Item" for items)
 //   name               the accessible name, else the text a user reads
 //   link text, partial link text   the text a user reads on an object (a
-//                      button's, label's, menu's or action's, mnemonics
-//                      left out) or an item, whole or a part of it
+//                      button's, label's or action's, mnemonics left out;
+//                      a menu is found as the action that opens it) or an
+//                      item, whole or a part of it
 //
 // A click or keys go to the element as a user's would (kwauto's input
 // events); on an element a modal window blocks they fail with `unexpected
@@ -86,18 +87,20 @@ QObject* RootOf(QObject* object) {
   return object;
 }
 
-// The items below `index` in its view (a tree's rows under it), in order.
-QList<QModelIndex> ItemsBelow(const QList<kwauto::ListedItem>& items, const QModelIndex& index) {
-  foreach (const kwauto::ListedItem& item, items) {
-    if (item.index == index) return kwauto::ItemsInOrder(item.children);
-    const QList<QModelIndex> below = ItemsBelow(item.children, index);
+// The items below `index` in its view (the rows under a tree's row, below
+// its first cell), in order.
+QList<QModelIndex> ItemsBelow(const QList<kwauto::ListedRow>& rows, const QModelIndex& index) {
+  foreach (const kwauto::ListedRow& row, rows) {
+    if (!row.cells.isEmpty() && row.cells.first() == index) return kwauto::ItemsInOrder(row.children);
+    const QList<QModelIndex> below = ItemsBelow(row.children, index);
     if (!below.isEmpty()) return below;
   }
   return QList<QModelIndex>();
 }
 
-// Every object and item below the root (null: the application), in order.
-QList<Found> Candidates(const Element* root, int maxItems) {
+// Every object (and, with `items`, every item) below the root (null: the
+// application), in order.
+QList<Found> Candidates(const Element* root, bool items, int maxItems) {
   QList<Found> out;
   auto addItems = [&out](QAbstractItemView* view, const QList<QModelIndex>& indexes) {
     foreach (const QModelIndex& index, indexes) {
@@ -109,15 +112,20 @@ QList<Found> Candidates(const Element* root, int maxItems) {
     }
   };
   if (root != nullptr && root->item) {
-    addItems(ViewOf(*root), ItemsBelow(kwauto::ListItems(ViewOf(*root), maxItems), root->index));
+    if (!items) return out;
+    addItems(ViewOf(*root), ItemsBelow(kwauto::ListRows(ViewOf(*root), maxItems), root->index));
     return out;
   }
+  // Below a view come its items, then its child objects (and their items).
+  if (root != nullptr && items)
+    if (QAbstractItemView* view = kwauto::ItemViewOf(root->object.data()))
+      addItems(view, kwauto::ItemsInOrder(kwauto::ListRows(view, maxItems)));
   foreach (QObject* object, kwauto::ObjectsBelow(root != nullptr ? root->object.data() : nullptr)) {
     Found found;
     found.object = object;
     out.append(found);
-    if (QAbstractItemView* view = kwauto::ItemViewOf(object))
-      addItems(view, kwauto::ItemsInOrder(kwauto::ListItems(view, maxItems)));
+    if (QAbstractItemView* view = items ? kwauto::ItemViewOf(object) : nullptr)
+      addItems(view, kwauto::ItemsInOrder(kwauto::ListRows(view, maxItems)));
   }
   return out;
 }
@@ -192,7 +200,10 @@ QList<Found> Find(const Json& params, const Element* root, int maxItems) {
   if (strategy == "xpath") return ByXPath(value, root, maxItems);
   if (value.isEmpty() && strategy != "link text")
     Fail("invalid selector", QString("an empty value finds nothing by %1").arg(strategy));
-  const QList<Found> all = Candidates(root, maxItems);
+  // Items have no object name, class or accessible name: only their tag
+  // name and text find them.
+  const bool items = strategy == "tag name" || strategy == "link text" || strategy == "partial link text";
+  const QList<Found> all = Candidates(root, items, maxItems);
   if (strategy == "id" || strategy == "accessibility id")
     return Filtered(all, [&](const Found& f) { return !f.item && f.object->objectName() == value; });
   if (strategy == "class name") {
@@ -212,9 +223,13 @@ QList<Found> Find(const Json& params, const Element* root, int maxItems) {
       const QString accessible = f.object->isWidgetType() ? static_cast<QWidget*>(f.object)->accessibleName() : QString();
       return accessible.isEmpty() ? ShownText(f) == value : accessible == value;
     });
-  if (strategy == "link text") return Filtered(all, [&](const Found& f) { return ShownText(f) == value.trimmed(); });
+  // A menu's title is what its entry in the menu bar (or in the menu above
+  // it) shows: that entry, the menu's action, is the element a user clicks.
+  auto linkable = [](const Found& f) { return f.item || qobject_cast<QMenu*>(f.object) == nullptr; };
+  if (strategy == "link text")
+    return Filtered(all, [&](const Found& f) { return linkable(f) && ShownText(f) == value.trimmed(); });
   if (strategy == "partial link text")
-    return Filtered(all, [&](const Found& f) { return ShownText(f).contains(value); });
+    return Filtered(all, [&](const Found& f) { return linkable(f) && ShownText(f).contains(value); });
   Fail("invalid argument", QString("\"%1\" is no locator strategy (css selector, xpath, id, accessibility id, "
                                    "class name, tag name, name, link text, partial link text)")
                                .arg(strategy));

@@ -41,6 +41,12 @@ Json SwitchToWindow(const Json& params, SessionState& session) {
 Json CloseWindow(const Json&, SessionState& session) {
   QWidget* window = CurrentWindow(session);
   CheckNotBlocked(window);
+  if (QApplication::quitOnLastWindowClosed() && VisibleWindows(session.elements) == QList<QWidget*>() << window) {
+    // Once its last window closes the application ends, and the event loop
+    // with it: the answer goes first, the window closes after it.
+    QMetaObject::invokeMethod(window, "close", Qt::QueuedConnection);
+    return Json::array();
+  }
   const QString why = kwauto::CloseWindow(window);
   if (!why.isEmpty()) Fail("unknown error", why);
   return Handles(session);

@@ -16,24 +16,26 @@ class Lister {
       : m_model(view->model()), m_tree(qobject_cast<const QTreeView*>(view) != nullptr), m_budget(budget) {}
 
   bool complete = true;
+  int listed = 0;
 
-  QList<ListedItem> Rows(const QModelIndex& parent) {
-    QList<ListedItem> out;
+  QList<ListedRow> Rows(const QModelIndex& parent) {
+    QList<ListedRow> out;
     const int rows = m_model->rowCount(parent), columns = m_model->columnCount(parent);
     for (int row = 0; row < rows; ++row) {
-      if (m_listed == m_budget) {
+      if (listed == m_budget) {
         complete = false;
         break;
       }
-      ++m_listed;
-      for (int column = 0; column < columns; ++column) {
-        ListedItem item;
-        item.index = m_model->index(row, column, parent);
-        // Only a tree view shows rows under a row (a table model may answer
-        // a row count for any parent).
-        if (column == 0 && m_tree && m_model->hasChildren(item.index)) item.children = Rows(item.index);
-        out.append(item);
-      }
+      ++listed;
+      ListedRow listedRow;
+      listedRow.row = row;
+      for (int column = 0; column < columns; ++column) listedRow.cells.append(m_model->index(row, column, parent));
+      // Only a tree view shows rows under a row (a table model may answer
+      // a row count for any parent, and a proxy over it makes one up).
+      const QModelIndex first = m_model->index(row, 0, parent);
+      listedRow.branch = m_tree && m_model->hasChildren(first);
+      if (listedRow.branch) listedRow.children = Rows(first);
+      out.append(listedRow);
     }
     return out;
   }
@@ -42,13 +44,12 @@ class Lister {
   const QAbstractItemModel* m_model;
   bool m_tree;
   int m_budget;
-  int m_listed = 0;
 };
 
-void Flatten(const QList<ListedItem>& items, QList<QModelIndex>* out) {
-  foreach (const ListedItem& item, items) {
-    out->append(item.index);
-    Flatten(item.children, out);
+void Flatten(const QList<ListedRow>& rows, QList<QModelIndex>* out) {
+  foreach (const ListedRow& row, rows) {
+    out->append(row.cells);
+    Flatten(row.children, out);
   }
 }
 
@@ -60,18 +61,18 @@ QAbstractItemView* ItemViewOf(QObject* object) {
   return view;
 }
 
-QList<ListedItem> ListItems(const QAbstractItemView* view, int maxRows, bool* complete) {
-  QList<ListedItem> out;
-  if (view->model() == nullptr) return out;
+QList<ListedRow> ListRows(const QAbstractItemView* view, int maxRows, bool* complete, int* listed) {
+  QList<ListedRow> out;
   Lister lister(view, maxRows);
-  out = lister.Rows(view->rootIndex());
+  if (view->model() != nullptr) out = lister.Rows(view->rootIndex());
   if (complete != nullptr) *complete = lister.complete;
+  if (listed != nullptr) *listed = lister.listed;
   return out;
 }
 
-QList<QModelIndex> ItemsInOrder(const QList<ListedItem>& items) {
+QList<QModelIndex> ItemsInOrder(const QList<ListedRow>& rows) {
   QList<QModelIndex> out;
-  Flatten(items, &out);
+  Flatten(rows, &out);
   return out;
 }
 

@@ -13,22 +13,28 @@ class QObject;
 
 namespace kwauto {
 
-// An item and, in a tree, the items of the rows under it.
-struct ListedItem {
-  QModelIndex index;
-  QList<ListedItem> children;
+// A row a view shows: its items column by column and, in a tree, the rows
+// under it.
+struct ListedRow {
+  int row = 0;
+  QList<QModelIndex> cells;
+  bool branch = false;  // a tree's row that has rows under it (listed or not)
+  QList<ListedRow> children;
 };
 
 // The view when `object` is an item view whose items count (a header view
 // shows its view's model and is left out), else null.
 QAbstractItemView* ItemViewOf(QObject* object);
 
-// The items of the view, at most `maxRows` rows (a tree's child rows
-// counted too), depth first; `complete` says whether that was all of them.
-QList<ListedItem> ListItems(const QAbstractItemView* view, int maxRows, bool* complete = nullptr);
+// The rows of the view, at most `maxRows` of them (a tree's child rows
+// counted too), depth first; `complete` says whether that was all of them,
+// `listed` how many were listed.
+QList<ListedRow> ListRows(const QAbstractItemView* view, int maxRows, bool* complete = nullptr,
+                          int* listed = nullptr);
 
-// The same flattened, in the order of the page source.
-QList<QModelIndex> ItemsInOrder(const QList<ListedItem>& items);
+// Their items, a row's cells followed by the rows under it: the order of
+// the page source.
+QList<QModelIndex> ItemsInOrder(const QList<ListedRow>& rows);
 
 // What the item shows (its display text), whether the view has it selected,
 // and its rectangle in screen coordinates (empty when the view does not

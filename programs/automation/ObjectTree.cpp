@@ -8,6 +8,7 @@
 #include <QtGui/QTreeView>
 #include <QtGui/QWidget>
 
+#include "automation/ItemViews.h"
 #include "automation/ObjectText.h"
 
 namespace kwauto {
@@ -30,69 +31,34 @@ QString ShownText(const QObject* object, QString* which) {
   return QString();
 }
 
-// The rows of an item view's model, depth first, at most `budget` of them.
-class ItemLister {
- public:
-  ItemLister(const QAbstractItemView* view, int budget)
-      : m_model(view->model()), m_tree(qobject_cast<const QTreeView*>(view) != nullptr), m_budget(budget) {}
+// The cells of a listed row as quoted texts.
+QStringList Cells(const ListedRow& row) {
+  QStringList cells;
+  foreach (const QModelIndex& cell, row.cells) cells << QuotedShort(ItemText(cell));
+  return cells;
+}
 
-  bool complete() const { return m_complete; }
-  int listed() const { return m_listed; }
-
-  // Counts one more row listed; false once the cap is reached.
-  bool Take() {
-    if (m_listed == m_budget) {
-      m_complete = false;
-      return false;
-    }
-    ++m_listed;
-    return true;
+// Listed rows as lines of text indented by `indent`, a tree's child rows
+// indented further.
+QStringList Lines(const QList<ListedRow>& rows, const QString& indent) {
+  QStringList out;
+  foreach (const ListedRow& row, rows) {
+    out << indent + QString("row %1: %2").arg(row.row).arg(Cells(row).join(" | "));
+    out << Lines(row.children, indent + "  ");
   }
+  return out;
+}
 
-  // The rows under `parent`: lines of text indented by `indent`, or a JSON
-  // array.
-  QStringList Lines(const QModelIndex& parent, const QString& indent) {
-    QStringList out;
-    for (int row = 0; row < m_model->rowCount(parent); ++row) {
-      if (!Take()) break;
-      const QModelIndex first = m_model->index(row, 0, parent);
-      out << indent + QString("row %1: %2").arg(row).arg(Cells(parent, row).join(" | "));
-      if (HasChildRows(first)) out << Lines(first, indent + "  ");
-    }
-    return out;
+// Listed rows as a JSON array.
+QString Json(const QList<ListedRow>& rows) {
+  QStringList out;
+  foreach (const ListedRow& row, rows) {
+    QString item = QString("{\"row\": %1, \"cells\": [%2]").arg(row.row).arg(Cells(row).join(", "));
+    if (row.branch) item += ", \"children\": " + Json(row.children);
+    out << item + "}";
   }
-
-  QString Json(const QModelIndex& parent) {
-    QStringList rows;
-    for (int row = 0; row < m_model->rowCount(parent); ++row) {
-      if (!Take()) break;
-      const QModelIndex first = m_model->index(row, 0, parent);
-      QString item = QString("{\"row\": %1, \"cells\": [%2]").arg(row).arg(Cells(parent, row).join(", "));
-      if (HasChildRows(first)) item += ", \"children\": " + Json(first);
-      rows << item + "}";
-    }
-    return "[" + rows.join(", ") + "]";
-  }
-
- private:
-  // Whether the row of `first` has rows under it that the view shows: only
-  // a tree view shows any (a table model may answer its row count for any
-  // parent, and a proxy over it makes up a parent for them).
-  bool HasChildRows(const QModelIndex& first) const { return m_tree && m_model->hasChildren(first); }
-
-  QStringList Cells(const QModelIndex& parent, int row) const {
-    QStringList cells;
-    for (int column = 0; column < m_model->columnCount(parent); ++column)
-      cells << QuotedShort(m_model->data(m_model->index(row, column, parent), Qt::DisplayRole).toString());
-    return cells;
-  }
-
-  const QAbstractItemModel* m_model;
-  bool m_tree;
-  int m_budget;
-  int m_listed = 0;
-  bool m_complete = true;
-};
+  return "[" + out.join(", ") + "]";
+}
 
 // The items of an item view (not of a header, which shows its view's
 // model): appended to `out` as lines under the view, or as a JSON member
@@ -102,21 +68,22 @@ void DescribeItems(const QAbstractItemView* view, int depth, bool json, int maxI
   if (model == nullptr || qobject_cast<const QHeaderView*>(view) != nullptr) return;
   const QModelIndex root = view->rootIndex();
   const int rows = model->rowCount(root), columns = model->columnCount(root);
-  ItemLister lister(view, maxItems);
+  bool complete = true;
+  int listed = 0;
+  const QList<ListedRow> listedRows = ListRows(view, maxItems, &complete, &listed);
   if (json) {
-    const QString listed = lister.Json(root);
     out->last() += QString(", \"items\": {\"rows\": %1, \"columns\": %2, \"complete\": %3, \"listed\": %4}")
                        .arg(rows)
                        .arg(columns)
-                       .arg(lister.complete() ? "true" : "false")
-                       .arg(listed);
+                       .arg(complete ? "true" : "false")
+                       .arg(Json(listedRows));
     return;
   }
   const QString indent((depth + 1) * 2, ' ');
   out->append(indent + QString::fromUtf8("items: %1 rows \u00d7 %2 columns").arg(rows).arg(columns));
-  out->append(lister.Lines(root, indent));
-  if (!lister.complete())
-    out->append(indent + QString::fromUtf8("\u2026 %1 rows listed (--max-items N lists more)").arg(lister.listed()));
+  out->append(Lines(listedRows, indent));
+  if (!complete)
+    out->append(indent + QString::fromUtf8("\u2026 %1 rows listed (--max-items N lists more)").arg(listed));
 }
 
 // A widget's geometry and whether it is visible, as a line of the tree

@@ -79,6 +79,7 @@ Attributes ObjectAttributes(const QObject* object) {
   QSet<QString> taken;
   foreach (const auto& attribute, out) taken.insert(attribute.first);
   taken.insert("text");  // the raw property would contradict what a user reads
+  taken.insert("html");  // a text edit's document once more, as markup made anew at each read
   const QMetaObject* meta = object->metaObject();
   for (int i = 0; i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);
@@ -155,20 +156,24 @@ void PageSource::AddObject(pugi::xml_node parent, QObject* root) {
     pugi::xml_node node =
         AddElement(next.second, XmlName(object->metaObject()->className()), ObjectAttributes(object), target);
     m_nodeOfObject[object] = node;
-    if (const QAbstractItemView* view = ItemViewOf(object)) AddItems(node, view, ListItems(view, m_maxItems));
+    if (const QAbstractItemView* view = ItemViewOf(object)) AddRows(node, view, ListRows(view, m_maxItems));
     const QObjectList& children = object->children();
     for (int i = children.size() - 1; i >= 0; --i) pending.append(qMakePair(children[i], node));
   }
 }
 
-void PageSource::AddItems(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedItem>& items) {
-  foreach (const ListedItem& item, items) {
-    SourceTarget target;
-    target.object = const_cast<QAbstractItemView*>(view);
-    target.index = item.index;
-    target.item = true;
-    pugi::xml_node node = AddElement(parent, "Item", ItemAttributes(view, item.index), target);
-    AddItems(node, view, item.children);
+void PageSource::AddRows(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedRow>& rows) {
+  foreach (const ListedRow& row, rows) {
+    pugi::xml_node first;
+    foreach (const QModelIndex& cell, row.cells) {
+      SourceTarget target;
+      target.object = const_cast<QAbstractItemView*>(view);
+      target.index = cell;
+      target.item = true;
+      const pugi::xml_node node = AddElement(parent, "Item", ItemAttributes(view, cell), target);
+      if (!first) first = node;
+    }
+    if (first) AddRows(first, view, row.children);
   }
 }
 

@@ -14,7 +14,8 @@
 // object's rectangle on the screen x, y, width and height (widgets; an
 // action its visible and enabled alone), then the object's other Qt
 // properties that have a plain value: strings (not empty), numbers, bools
-// and enumerations (by name, flags joined by "|"). An item view's items
+// and enumerations (by name, flags joined by "|"; a text edit's html left
+// out: its text is there already). An item view's items
 // come first among its children: an Item element per cell, row by row,
 // with row, column, text and selected; in a tree the rows under a row are
 // children of its first cell's Item. At most `maxItems` rows a view.
@@ -94,7 +95,7 @@ class PageSource {
 
  private:
   void AddObject(pugi::xml_node parent, QObject* object);
-  void AddItems(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedItem>& items);
+  void AddRows(pugi::xml_node parent, const QAbstractItemView* view, const QList<ListedRow>& rows);
   pugi::xml_node AddElement(pugi::xml_node parent, const QString& name, const Attributes& attributes,
                             const SourceTarget& target);
 

@@ -8,6 +8,7 @@
 #include <QtGui/QLineEdit>
 #include <QtGui/QListWidget>
 #include <QtGui/QPushButton>
+#include <QtGui/QTextEdit>
 #include <QtGui/QTreeWidget>
 #include <QtGui/QVBoxLayout>
 
@@ -191,6 +192,16 @@ TEST_F(PageSourceTest, ItemTargetsGoStaleWithTheirRowsAndModel) {
   delete list;
   EXPECT_TRUE(targets[1].object.isNull());
   EXPECT_FALSE(targets[1].index.isValid());
+}
+
+TEST(PageSourceTextTest, ATextEditShowsItsTextOnce) {
+  QTextEdit edit;
+  edit.setPlainText("first line\nsecond line");
+  PageSource source(10);
+  source.Build(&edit);
+  const pugi::xml_node root = source.Document().document_element();
+  EXPECT_STREQ("first line\nsecond line", root.attribute("text").value());
+  EXPECT_FALSE(root.attribute("html"));
 }
 
 TEST(XmlNameTest, ClassNamesBecomeXmlNames) {

@@ -1,0 +1,70 @@
+"""Qt's application example (a text editor main window): its menus' entries
+found by link text, one of them chosen, and the "save changes?" message box
+it raises answered as an alert."""
+
+import pytest
+from selenium.common.exceptions import NoAlertPresentException
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support import expected_conditions as EC
+from selenium.webdriver.support.ui import WebDriverWait
+
+MENUS = {
+    "File": ["New", "Open...", "Save", "Save As...", "Exit"],
+    "Edit": ["Cut", "Copy", "Paste"],
+    "Help": ["About", "About Qt"],
+}
+
+
+@pytest.fixture
+def editor(new_session):
+    return new_session("application")
+
+
+def open_menu(d, title):
+    d.find_element(By.LINK_TEXT, title).click()
+    return WebDriverWait(d, 10).until(EC.visibility_of_element_located((By.CSS_SELECTOR, "QMenu:visible")))
+
+
+@pytest.mark.parametrize("title", MENUS)
+def test_menu_entries_by_link_text(editor, title):
+    menu = open_menu(editor, title)
+    for entry in MENUS[title]:
+        found = menu.find_element(By.LINK_TEXT, entry)
+        assert found.is_displayed()
+        assert found.text == entry
+    # Close it with Escape: no menu is shown any more.
+    ActionChains(editor).send_keys(Keys.ESCAPE).perform()
+    WebDriverWait(editor, 10).until(EC.invisibility_of_element_located((By.CSS_SELECTOR, "QMenu:visible")))
+
+
+def test_partial_link_text_finds_both_save_entries(editor):
+    menu = open_menu(editor, "File")
+    assert sorted(e.text for e in menu.find_elements(By.PARTIAL_LINK_TEXT, "Save")) == ["Save", "Save As..."]
+    ActionChains(editor).send_keys(Keys.ESCAPE).perform()
+
+
+def test_file_new_asks_before_dropping_changes(editor):
+    text = editor.find_element(By.CSS_SELECTOR, "QTextEdit")
+    text.send_keys("Unsaved words")
+    assert text.text == "Unsaved words"
+    open_menu(editor, "File")
+    editor.find_element(By.LINK_TEXT, "New").click()
+    alert = WebDriverWait(editor, 10).until(EC.alert_is_present())
+    assert "The document has been modified." in alert.text
+    alert.dismiss()                                  # Cancel: the text stays
+    with pytest.raises(NoAlertPresentException):
+        editor.switch_to.alert.text
+    assert editor.find_element(By.CSS_SELECTOR, "QTextEdit").text == "Unsaved words"
+
+
+def test_edit_menu_pastes_what_was_copied(editor):
+    text = editor.find_element(By.CSS_SELECTOR, "QTextEdit")
+    text.send_keys("copy me", Keys.CONTROL, "a", Keys.NULL)
+    open_menu(editor, "Edit")
+    editor.find_element(By.LINK_TEXT, "Copy").click()
+    text.send_keys(Keys.END, " and ")
+    open_menu(editor, "Edit")
+    editor.find_element(By.LINK_TEXT, "Paste").click()
+    assert text.text == "copy me and copy me"

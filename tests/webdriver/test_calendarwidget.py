@@ -1,0 +1,74 @@
+"""Qt's calendar widget example by pointer actions: a day clicked in the
+calendar, and a drag from one day to another, each read back from the
+example's "Current Date" edit, which follows the calendar's selection."""
+
+import datetime
+
+import pytest
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.support.ui import WebDriverWait
+
+
+@pytest.fixture
+def calendar(new_session):
+    return new_session("calendarwidget")
+
+
+def day(d, number):
+    # Days 10 to 20 appear once in a month's grid; the other numbers may
+    # show twice, for the weeks of the months around it. Row 0 holds the
+    # days' names, column 0 the week numbers.
+    return d.find_element(By.XPATH, f'//QCalendarWidget//Item[@text="{number}" and @row!="0" and @column!="0"]')
+
+
+def shown_month(d):
+    """The calendar's month and year as its navigation bar shows them: (month, year)."""
+    month = d.find_element(By.CSS_SELECTOR, "QCalendarWidget QToolButton#qt_calendar_monthbutton").text
+    year = d.find_element(By.CSS_SELECTOR, "QCalendarWidget QToolButton#qt_calendar_yearbutton").text
+    return datetime.datetime.strptime(f"{month} {year}", "%B %Y")
+
+
+def current_date_text(d):
+    # The Dates group's edits: minimum, current, maximum; "MMM d yyyy".
+    return d.find_element(By.CSS_SELECTOR, 'QGroupBox[title="Dates"] QDateEdit:1').get_attribute("text")
+
+
+def expected(d, number):
+    month = shown_month(d)
+    return month.replace(day=number).strftime("%b ") + f"{number} {month.year}"
+
+
+@pytest.mark.parametrize("number", [12, 17])
+def test_click_on_a_day(calendar, number):
+    want = expected(calendar, number)
+    ActionChains(calendar).click(day(calendar, number)).perform()
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == want)
+    assert day(calendar, number).get_attribute("selected") == "true"
+
+
+def test_click_at_an_offset_from_a_day(calendar):
+    # From the centre of 14 one cell to the right is 15, unless 14 ends a week row.
+    fourteen, fifteen = day(calendar, 14), day(calendar, 15)
+    if fifteen.rect["y"] != fourteen.rect["y"]:
+        fourteen, fifteen = day(calendar, 15), day(calendar, 16)
+    target = int(fifteen.text)
+    step = fifteen.rect["x"] - fourteen.rect["x"]
+    ActionChains(calendar).move_to_element_with_offset(fourteen, step, 0).click().perform()
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == expected(d, target))
+
+
+def test_drag_from_one_day_to_another(calendar):
+    want = expected(calendar, 18)
+    ActionChains(calendar).drag_and_drop(day(calendar, 11), day(calendar, 18)).perform()
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == want)
+
+
+def test_release_actions_lets_the_held_button_go(calendar):
+    chain = ActionChains(calendar)
+    chain.click_and_hold(day(calendar, 13)).move_to_element(day(calendar, 19)).perform()
+    chain.reset_actions()                            # releaseActions: the button comes up over 19
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == expected(d, 19))
+    # A plain click works afterwards: nothing is held any more.
+    ActionChains(calendar).click(day(calendar, 16)).perform()
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == expected(d, 16))
