@@ -30,8 +30,11 @@ def shown_month(d):
 
 
 def current_date_text(d):
-    # The Dates group's edits: minimum, current, maximum; "MMM d yyyy".
-    return d.find_element(By.CSS_SELECTOR, 'QGroupBox[title="Dates"] QDateEdit:1').get_attribute("text")
+    # The Dates group's edits, from the top: minimum, current, maximum date
+    # ("MMM d yyyy"); the middle one follows the calendar.
+    edits = d.find_elements(By.CSS_SELECTOR, 'QGroupBox[title="Dates"] QDateEdit')
+    assert len(edits) == 3
+    return sorted(edits, key=lambda e: e.rect["y"])[1].get_attribute("text")
 
 
 def expected(d, number):

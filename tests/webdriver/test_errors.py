@@ -13,7 +13,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.support import expected_conditions as EC
 from selenium.webdriver.support.ui import WebDriverWait
 
-from conftest import app_path, http, options, session_url, w3c_error
+from conftest import app_path, http, options, session_url, start_driver, w3c_error
 
 STATUS = {
     "invalid argument": 400, "invalid selector": 400, "element not interactable": 400,
@@ -35,7 +35,8 @@ def expect(answer, error, message=None):
 
 @pytest.fixture(scope="module")
 def calc(kwdriver):
-    d = webdriver.Remote(command_executor=kwdriver.url, options=options("calculator"))
+    # Never idle out: some tests here keep the driver busy for a minute.
+    d = webdriver.Remote(command_executor=kwdriver.url, options=options("calculator", kw__newCommandTimeout=0))
     yield d
     d.quit()
 
@@ -56,7 +57,7 @@ FIND = [
     ("xpath", "//NoSuchClass", "no such element", None),
     ("id", "nothingHasThisName", "no such element", None),
     ("link text", "no button reads this", "no such element", None),
-    ("css selector", 'Button[text="7"', "invalid selector", r"character 15\b"),
+    ("css selector", 'Button[text="7"', "invalid selector", r"character 16\b"),
     ("css selector", "QPushButton:bogus", "invalid selector", r"character 13\b"),
     ("css selector", "Button#", "invalid selector", r"character 8\b"),
     ("xpath", "//Button[", "invalid selector", None),
@@ -185,15 +186,20 @@ def test_new_session_without_capabilities(kwdriver):
     expect(http("POST", kwdriver.url + "/session", {"capabilities": []}), "invalid argument")
 
 
-def test_too_many_sessions(kwdriver, calc):
-    # The module's driver takes four sessions at once; the fifth is refused.
+def test_too_many_sessions(request):
+    # A driver that takes two sessions at once refuses a third.
+    small = start_driver(request, "errors_max2", ["--max-sessions", "2"])
     made = []
     try:
-        for _ in range(4 - 1):      # calc is one of the four
-            made.append(webdriver.Remote(command_executor=kwdriver.url, options=options("calculator")))
-        expect(http("POST", kwdriver.url + "/session",
-                    new_session_body(platformName="windows", **{"kw:app": app_path("calculator")})),
-               "session not created")
+        for _ in range(2):
+            made.append(webdriver.Remote(command_executor=small.url, options=options("calculator")))
+        answer = http("POST", small.url + "/session",
+                      new_session_body(platformName="windows", **{"kw:app": app_path("calculator")}))
+        if answer[0] == 200:                         # made after all: end it too
+            http("DELETE", small.url + "/session/" + answer[1]["value"]["sessionId"])
+        expect(answer, "session not created", r"--max-sessions 2|2")
+        made.pop().quit()                            # one slot free again: taken
+        made.append(webdriver.Remote(command_executor=small.url, options=options("calculator")))
     finally:
         for d in made:
             d.quit()
