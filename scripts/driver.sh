@@ -73,16 +73,6 @@ driver_pid() {
   done
 }
 
-# With --hub, Selenium's own node in relay mode beside the server: it
-# offers the hub --max-sessions slots for platformName "windows" and passes
-# the sessions it is given on to kwdriver; it ends with this script.
-hub_pid=
-if [[ -n $hub ]]; then
-  "$root/scripts/grid-node.sh" --hub "$hub" --driver-url "http://$host:$port" --max-sessions "$max_sessions" \
-    --host "$([[ $host == 0.0.0.0 ]] && echo 127.0.0.1 || echo "$host")" --log-level "$log_level" --watch $$ &
-  hub_pid=$!
-fi
-
 stop() {
   # Errors are ignored from here on (bash 5.2 fails a command substitution
   # in a trap that interrupted `wait`, and errexit would end the script).
@@ -116,11 +106,15 @@ setsid "$root/cmake/wine-run.sh" --prefix driver --display-if-none "$build/bin/k
   "${driver_args[@]}" </dev/null &
 runner=$!
 
-# ---- Selenium Grid relay node (--hub): h/clients fills this in ----------
-# It is to start a Grid 4 node that relays sessions to kwdriver (its
-# stereotype platformName "windows"), set hub_pid, and be ended in stop().
-# (The refusal of --hub after the options goes with it.)
-# ---- end of the Selenium Grid part ---------------------------------------
+# With --hub, Selenium's own node in relay mode beside the server: it
+# offers the hub --max-sessions slots for platformName "windows" and passes
+# the sessions it is given on to kwdriver; it ends with this script.
+if [[ -n $hub ]]; then
+  "$root/scripts/grid-node.sh" --hub "$hub" --driver-url "http://$host:$port" --max-sessions "$max_sessions" \
+    --host "$([[ $host == 0.0.0.0 ]] && echo 127.0.0.1 || echo "$host")" --log-level "$log_level" --watch $$ &
+  hub_pid=$!
+fi
+
 
 status=0
 wait "$runner" || status=$?
