@@ -5,7 +5,8 @@
 # prints its figures as ratios of medians measured side by side in one
 # process, and a summary; last, with Qt's example applications, what
 # driving one from outside costs (programs/bench/attach_bench.sh), and what
-# long random calls and many calls do to it (programs/bench/robust_bench.sh).
+# long random calls and many calls do to it (programs/bench/robust_bench.sh),
+# and the WebDriver server's speed (programs/bench/webdriver_bench.py).
 # Not a test:
 # nothing here passes or fails on time.
 set -euo pipefail
@@ -36,6 +37,11 @@ if [[ -n $qt && -f $apps/calculator.exe ]]; then
   echo
   echo "Robustness: random calls, memory, the guard against destroyed objects:"
   "$root/programs/bench/robust_bench.sh" "$build/bin" "$apps"
+  echo
+  echo "The WebDriver server against ChromeDriver, bare HTTP and kwscript:"
+  "$root/scripts/ensure-clients.sh"
+  cmake --build "$build" --target kwdriver kwagent kwscript
+  /usr/bin/python3 "$root/programs/bench/webdriver_bench.py" "$root" "$apps"
 else
   echo "The attach benchmark was SKIPPED: it needs a Qt 4.8 SDK and Qt's example applications"
 fi
