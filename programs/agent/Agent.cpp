@@ -1,8 +1,10 @@
-// kwagent.dll: what kwscript loads into a running Qt 4.8 application that
-// was never built for it. Its one export, KwAgentRun, runs on a thread that
-// kwscript starts in the application (so nothing happens under the loader
-// lock): it connects to kwscript's pipe, reads the request, checks that the
-// application's Qt is one the library can call, and hands the request to the
+// kwagent.dll: what kwscript (or kwdriver) loads into a running Qt 4.8
+// application that was never built for it. Its one export, KwAgentRun, runs
+// on a thread that the loader starts in the application (so nothing happens
+// under the loader lock): it connects to the loader's pipe, reads the
+// opening (agentkit/Protocol.md), refuses it when it cannot serve it
+// (another protocol version, another client attached, no QApplication),
+// and hands a driver's session to ServeDriverSession and any other job to the
 // application's GUI thread, where the script runs with the same "app" object
 // as in kwscript's own form. What the script prints and its exit status go
 // back through the pipe, and so do the script's checks (Checks.h), for
@@ -30,9 +32,9 @@
 
 #include "agent/DriverSession.h"
 #include "agentkit/AgentPipe.h"
+#include "agentkit/Protocol.h"
 #include "host/HostSupport.h"
 #include "host/ManagerHost.h"
-#include "agentkit/AgentPipe.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
@@ -44,6 +46,8 @@
 
 namespace {
 
+using kwagentkit::Job;
+using kwagentkit::Utf8;
 using kwscript::PrintError;
 using kwscript::PrintLine;
 
@@ -60,7 +64,9 @@ bool Send(HANDLE pipe, const QByteArray& message) {
   return kwagentkit::WriteMessage(pipe, message);
 }
 
-void SendLine(const QString& line, bool error, void* pipe) { Send(pipe, (error ? "err " : "out ") + line.toUtf8()); }
+void SendLine(const QString& line, bool error, void* pipe) {
+  Send(pipe, error ? kwagentkit::ErrMessage(Utf8(line)) : kwagentkit::OutMessage(Utf8(line)));
+}
 
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
@@ -76,7 +82,7 @@ constexpr DWORD kHeartbeatMs = 1000;
 
 void SendHeartbeat(HANDLE pipe) {
   std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-  if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, "beat");
+  if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, kwagentkit::BeatMessage());
 }
 
 // Waits for `done` while the GUI thread lives, with heartbeats, at most
@@ -149,14 +155,12 @@ void SendCrash(const QString& line) {
   HANDLE pipe = g_pipe;
   if (pipe == nullptr) return;
   if (g_inSession) {
-    Send(pipe, kwagent::Json({{"type", "crash"}, {"report", kwagent::Utf8(line)}})
-                   .dump(-1, ' ', false, kwagent::Json::error_handler_t::replace)
-                   .c_str());
+    Send(pipe, kwagentkit::CrashMessage(Utf8(line)));
     return;
   }
-  Send(pipe, "err " + line.toUtf8());
-  Send(pipe, "checks " + kwscript::CurrentChecks().Serialized());
-  Send(pipe, "end 4");
+  Send(pipe, kwagentkit::ErrMessage(Utf8(line)));
+  Send(pipe, kwagentkit::ChecksMessage(kwscript::CurrentChecks().ToJson()));
+  Send(pipe, kwagentkit::EndMessage(4));
 }
 
 // The folder of this DLL, where kwQtWrappers.dll lies beside it.
@@ -217,9 +221,8 @@ class AgentRequest : public QObject {
   static const QEvent::Type kStopPublishing = static_cast<QEvent::Type>(QEvent::User + 0x4B42);
 
   // `status` receives the exit status before `scriptDone` is set.
-  AgentRequest(QByteArray command, QString path, QString code, QString folder, int* status)
-      : m_command(std::move(command)), m_path(std::move(path)), m_code(std::move(code)), m_status(status) {
-    m_context.folder = std::move(folder);
+  AgentRequest(kwagentkit::Opening opening, int* status) : m_opening(std::move(opening)), m_status(status) {
+    m_context.folder = kwagentkit::FromUtf8(m_opening.folder);
     m_scriptDone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     m_finished = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   }
@@ -266,9 +269,9 @@ class AgentRequest : public QObject {
       PrintError("kwscript: cannot drive this application: " + refusal);
       return Finish(kCannotRun);
     }
-    if (m_command == "tree" || m_command == "tree-json") {
-      const int maxItems = m_code.isEmpty() ? kwauto::kDefaultMaxItems : m_code.toInt();
-      foreach (const QString& line, kwauto::DescribeObjectTree(m_command == "tree-json", maxItems)) PrintLine(line);
+    if (m_opening.job == Job::Tree) {
+      const int maxItems = m_opening.maxItems > 0 ? m_opening.maxItems : kwauto::kDefaultMaxItems;
+      foreach (const QString& line, kwauto::DescribeObjectTree(m_opening.json, maxItems)) PrintLine(line);
       return Finish(0);
     }
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
@@ -280,8 +283,9 @@ class AgentRequest : public QObject {
     m_more.reset(new kwscript::MoreWrappers(*m_host));
     m_context.manager = m_host->manager();
     m_app.reset(new kwscript::CAppObject(&m_context));
-    if (m_command == "publish") return Publish();
-    auto* runner = new kwscript::ScriptRunner(m_path.toStdWString(), m_code.toStdWString(), m_app.get(),
+    if (m_opening.job == Job::Publish) return Publish();
+    auto* runner = new kwscript::ScriptRunner(kwagentkit::FromUtf8(m_opening.path).toStdWString(),
+                                              kwagentkit::FromUtf8(m_opening.script).toStdWString(), m_app.get(),
                                               [this](bool succeeded) { Finish(succeeded ? 0 : 1); });
     runner->setParent(this);
     runner->Start();
@@ -325,10 +329,9 @@ class AgentRequest : public QObject {
     m_cleanupTimer = startTimer(50);
   }
 
-  QByteArray m_command;
+  kwagentkit::Opening m_opening;
   bool m_published = false;
   DWORD m_registration = 0;
-  QString m_path, m_code;
   HANDLE m_scriptDone, m_finished;
   int* m_status;
   bool m_comStarted = false;
@@ -348,7 +351,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
   HANDLE pipe = g_pipe;
   if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {
     std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-    if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, "exit");
+    if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, kwagentkit::ExitMessage());
   }
   return TRUE;
 }
@@ -357,43 +360,48 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                             OPEN_EXISTING, 0, nullptr);
   if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
-  QByteArray command, path, code, folder, timeout;
-  if (!kwagentkit::ReadMessage(pipe, &command) || !kwagentkit::ReadMessage(pipe, &path) ||
-      !kwagentkit::ReadMessage(pipe, &code) || !kwagentkit::ReadMessage(pipe, &folder) ||
-      !kwagentkit::ReadMessage(pipe, &timeout)) {
+  QByteArray bytes;
+  if (!kwagentkit::ReadMessage(pipe, &bytes)) {
+    CloseHandle(pipe);
+    return kCannotRun;
+  }
+  kwagentkit::Opening opening;
+  const std::string unreadable = kwagentkit::ParseOpening(bytes, &opening);
+  if (!unreadable.empty()) {
+    Send(pipe, kwagentkit::RefusedMessage(kCannotRun, unreadable));
     CloseHandle(pipe);
     return kCannotRun;
   }
   const std::wstring mutexName = L"Local\\kwagent-" + std::to_wstring(GetCurrentProcessId());
   HANDLE attached = CreateMutexW(nullptr, FALSE, mutexName.c_str());
   if (attached == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
-    Send(pipe, "err kwscript: another script is attached to this application already");
-    Send(pipe, "end " + QByteArray::number(kAlreadyAttached));
+    Send(pipe, kwagentkit::RefusedMessage(kAlreadyAttached, opening.job == Job::Session
+                                                                ? "another client is attached to this application already"
+                                                                : "another script is attached to this application already"));
     if (attached != nullptr) CloseHandle(attached);
     CloseHandle(pipe);
     return kAlreadyAttached;
+  }
+  QCoreApplication* application = QCoreApplication::instance();
+  const QString refusal = application == nullptr ? QString("it has no QApplication (yet)")
+                          : opening.job == Job::Session ? QtRefusal()
+                                                        : QString();
+  if (!refusal.isEmpty()) {
+    Send(pipe, kwagentkit::RefusedMessage(kCannotRun, Utf8("cannot drive this application: " + refusal)));
+    CloseHandle(pipe);
+    CloseHandle(attached);
+    return kCannotRun;
   }
   kwscript::SetOutputSink(&SendLine, pipe);
   kwscript::CurrentChecks() = kwscript::CheckLog();  // none from an earlier request
   g_pipe = pipe;
   kwscript::ReportUnhandledExceptions(&SendCrash, &kwscript::ScriptRunner::GiveCrashToScript);
-  QCoreApplication* application = QCoreApplication::instance();
-  if (command == "session") {
+  if (opening.job == Job::Session) {
     // A driver's session: commands until it says "quit" or goes away.
-    const QString refusal = application == nullptr ? QString("it has no QApplication (yet)") : QtRefusal();
-    int status = 0;
-    if (!refusal.isEmpty()) {
-      Send(pipe, kwagent::Json({{"type", "refused"}, {"status", kCannotRun},
-                                {"message", kwagent::Utf8("cannot drive this application: " + refusal)}})
-                     .dump()
-                     .c_str());
-      status = kCannotRun;
-    } else {
-      g_inSession = true;
-      status = kwagent::ServeDriverSession(pipe, kwagent::Json({{"maxItems", code.toInt()}}),
-                                           [pipe](const QByteArray& message) { return Send(pipe, message); });
-      g_inSession = false;
-    }
+    g_inSession = true;
+    const int status = kwagent::ServeDriverSession(pipe, kwagent::Json({{"maxItems", opening.maxItems}}),
+                                                   [pipe](const QByteArray& message) { return Send(pipe, message); });
+    g_inSession = false;
     kwscript::SetOutputSink(nullptr, nullptr);
     g_pipe = nullptr;
     CloseHandle(pipe);
@@ -404,44 +412,37 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   // still writes its status when it ends.
   auto* end = new RequestEnd;
   end->attached = attached;
-  int status = kCannotRun;
-  if (application == nullptr) {
-    SendLine("kwscript: cannot drive this application: it has no QApplication (yet)", true, pipe);
-  } else {
-    auto* request = new AgentRequest(command, QString::fromUtf8(path), QString::fromUtf8(code),
-                                     QString::fromUtf8(folder), &end->status);
-    end->scriptDone = request->scriptDone();
-    end->finished = request->finished();
-    request->moveToThread(application->thread());
-    QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
-    const int given = AwaitScript(pipe, end->scriptDone, timeout.toInt());
-    if (given != 0) {
-      // It makes no calls that could fail: nothing more can be done from
-      // here. The request and its events stay (the script still holds
-      // them), and so does the mark until the script has ended.
-      g_pipe = nullptr;
-      kwscript::SetOutputSink(nullptr, nullptr);
-      Send(pipe, "end " + QByteArray::number(given));
-      CloseHandle(pipe);
-      CloseHandle(CreateThread(nullptr, 0, &ReleaseWhenFinished, end, 0, nullptr));
-      return static_cast<DWORD>(given);
-    }
-    status = end->status;
-    if (command == "publish" && status == 0) {
-      // Published: kwscript writes "stop", or the pipe breaks when it ends.
-      // It reads nothing meanwhile, so what clients print stays here.
-      kwscript::SetOutputSink(nullptr, nullptr);
-      Send(pipe, "pub");
-      QByteArray stop;
-      kwagentkit::ReadMessage(pipe, &stop);
-      QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
-      WaitForSingleObject(end->finished, INFINITE);  // every client cut off, the library unloaded
-    }
+  auto* request = new AgentRequest(opening, &end->status);
+  end->scriptDone = request->scriptDone();
+  end->finished = request->finished();
+  request->moveToThread(application->thread());
+  QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStart));
+  const int given = AwaitScript(pipe, end->scriptDone, opening.timeoutSeconds);
+  if (given != 0) {
+    // It makes no calls that could fail: nothing more can be done from
+    // here. The request and its events stay (the script still holds
+    // them), and so does the mark until the script has ended.
+    g_pipe = nullptr;
     kwscript::SetOutputSink(nullptr, nullptr);
-    if (command == "run") Send(pipe, "checks " + kwscript::CurrentChecks().Serialized());
-    Send(pipe, "end " + QByteArray::number(status));
+    Send(pipe, kwagentkit::EndMessage(given));
+    CloseHandle(pipe);
+    CloseHandle(CreateThread(nullptr, 0, &ReleaseWhenFinished, end, 0, nullptr));
+    return static_cast<DWORD>(given);
+  }
+  const int status = end->status;
+  if (opening.job == Job::Publish && status == 0) {
+    // Published: kwscript writes "stop", or the pipe breaks when it ends.
+    // It reads nothing meanwhile, so what clients print stays here.
+    kwscript::SetOutputSink(nullptr, nullptr);
+    Send(pipe, kwagentkit::PubMessage());
+    QByteArray stop;  // "stop", the one message a loader sends now
+    kwagentkit::ReadMessage(pipe, &stop);
+    QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
+    WaitForSingleObject(end->finished, INFINITE);  // every client cut off, the library unloaded
   }
   kwscript::SetOutputSink(nullptr, nullptr);
+  if (opening.job == Job::Run) Send(pipe, kwagentkit::ChecksMessage(kwscript::CurrentChecks().ToJson()));
+  Send(pipe, kwagentkit::EndMessage(status));
   g_pipe = nullptr;
   CloseHandle(pipe);
   ReleaseWhenFinished(end);  // the next script may attach; returns once the request is gone

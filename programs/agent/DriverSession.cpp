@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "agentkit/AgentPipe.h"
+#include "agentkit/Protocol.h"
 #include "kwscript/ScriptRunner.h"
 
 namespace kwagent {
@@ -142,7 +143,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
   auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000);
   host->moveToThread(application->thread());
   HANDLE gui = nullptr;
-  send(Serialized({{"type", "ready"}, {"pid", GetCurrentProcessId()}}));
+  send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
   int status = 0;
   for (QByteArray message; status == 0 && kwagentkit::ReadMessage(pipe, &message);) {
     const Json request = ParsedMessage(message);
@@ -175,7 +176,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
         kwscript::ScriptRunner::RequestStop("script timeout");
         stopAsked = true;
       }
-      if (!send("{\"type\":\"beat\"}")) {
+      if (!send(kwagentkit::BeatMessage())) {
         status = 4;
         break;
       }

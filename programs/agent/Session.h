@@ -24,7 +24,7 @@ namespace kwagent {
 using Json = nlohmann::json;
 
 // WebDriver's key of an element reference in JSON.
-constexpr const char* kElementKey = "element-6066-11e4-a07e-4f161e5d2ab1";
+constexpr const char* kElementKey = "element-6066-11e4-a52e-4f735466cecf";
 
 // A command's failure: a WebDriver error code ("no such element") and what
 // went wrong. Handlers throw it; the session answers it as an error.

@@ -304,10 +304,19 @@ QString Type(QWidget* widget, const QString& text) {
 }
 
 QString Key(QWidget* widget, const QString& combination) {
+  const QString refusal =
+      QString("\"%1\" is not a key combination (such as \"Return\", \"Ctrl+S\", \"Alt+F\")").arg(combination);
+  // Qt passes over a modifier it does not know ("Crtl+S" reads as S), and
+  // a key name it does not know leaves the modifiers alone ("Ctrl+Nonsense"
+  // reads as Ctrl): each part before the key must be a modifier, and a key
+  // must be there.
+  const QString trimmed = combination.trimmed();
+  const int lastPlus = trimmed.lastIndexOf('+', trimmed.size() - 2);  // "Ctrl++" is Ctrl and "+"
+  Qt::KeyboardModifiers named;
+  if (lastPlus > 0 && !ParseModifiers(trimmed.left(lastPlus), &named).isEmpty()) return refusal;
   const QKeySequence sequence(combination, QKeySequence::PortableText);
-  if (sequence.count() != 1 || sequence[0] == 0)
-    return QString("\"%1\" is not a key combination (such as \"Return\", \"Ctrl+S\", \"Alt+F\")").arg(combination);
-  const int key = sequence[0] & ~Qt::KeyboardModifierMask;
+  const int key = sequence.count() == 1 ? sequence[0] & ~Qt::KeyboardModifierMask : 0;
+  if (key == 0 || key == Qt::Key_unknown) return refusal;
   const Qt::KeyboardModifiers modifiers(sequence[0] & Qt::KeyboardModifierMask);
   Focus(widget);
   PostKey(widget, key, modifiers, KeyText(key, modifiers));

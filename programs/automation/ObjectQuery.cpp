@@ -1,10 +1,12 @@
 #include "automation/ObjectQuery.h"
 
-
 #include <QtCore/QSet>
+#include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
+
+#include "automation/ObjectText.h"
 
 namespace kwauto {
 
@@ -13,6 +15,7 @@ namespace {
 struct Step {
   bool childOnly = false;  // ">" before it
   QString type;            // empty: any class
+  QStringList classes;     // ".Cls" parts: classes it inherits besides
   QString name;
   bool hasName = false;
   QList<QPair<QString, QString>> properties;
@@ -27,7 +30,8 @@ class SelectorParser {
 
   bool Parse(QList<Step>* steps) {
     SkipBlanks();
-    if (AtEnd()) return Fail("a step (a class, #name, [property=\"text\"] or :visible); the selector is empty");
+    if (AtEnd())
+      return Fail("a step (a class, *, #name, .Class, [property=\"text\"] or :visible); the selector is empty");
     while (!AtEnd()) {
       Step step;
       if (!steps->isEmpty()) {
@@ -60,18 +64,49 @@ class SelectorParser {
     m_error->message = QString("selector \"%1\", character %2: expected %3").arg(m_text).arg(m_at + 1).arg(expected);
     return false;
   }
+  // A class name (letters, digits, "_" and "::") or, with
+  // `nameCharacters`, an object name (letters, digits, "_", "-" and ".").
+  // A backslash takes the next character as it is, or reads up to 6 hex
+  // digits and one blank after them as a character code (CSS's escapes, as
+  // WebDriver clients write them).
   QString Word(bool nameCharacters) {
-    const int start = m_at;
-    while (!AtEnd() &&
-           (Peek().isLetterOrNumber() || Peek() == '_' ||
-            (nameCharacters ? (Peek() == '-' || Peek() == '.') : Peek() == ':' && m_text.mid(m_at, 2) == "::")))
-      m_at += Peek() == ':' ? 2 : 1;
-    return m_text.mid(start, m_at - start);
+    QString word;
+    while (!AtEnd()) {
+      const QChar c = Peek();
+      if (c == '\\' && m_at + 1 < m_text.size()) {
+        ++m_at;
+        word.append(Escaped());
+      } else if (c.isLetterOrNumber() || c == '_' || (nameCharacters && (c == '-' || c == '.'))) {
+        word.append(c);
+        ++m_at;
+      } else if (!nameCharacters && c == ':' && m_text.mid(m_at, 2) == "::") {
+        word.append("::");
+        m_at += 2;
+      } else {
+        break;
+      }
+    }
+    return word;
+  }
+
+  // After a backslash: the character it stands for.
+  QString Escaped() {
+    const auto hex = [this](int at) { return at < m_text.size() && QString("0123456789abcdefABCDEF").contains(m_text[at]); };
+    int digits = 0;
+    while (digits < 6 && hex(m_at + digits)) ++digits;
+    if (digits == 0) return QString(m_text[m_at++]);
+    const uint code = m_text.mid(m_at, digits).toUInt(nullptr, 16);
+    m_at += digits;
+    if (!AtEnd() && Peek().isSpace()) ++m_at;
+    return QString::fromUcs4(&code, 1);
   }
 
   bool ParseStep(Step* step) {
     const int start = m_at;
-    if (Peek().isLetter() || Peek() == '_') step->type = Word(false);
+    if (Peek() == '*')
+      ++m_at;  // any class, as no class at all
+    else if (Peek().isLetter() || Peek() == '_' || Peek() == '\\')
+      step->type = Word(false);
     for (;;) {
       const QChar c = Peek();
       if (c == '#') {
@@ -79,6 +114,11 @@ class SelectorParser {
         step->name = Word(true);
         step->hasName = true;
         if (step->name.isEmpty()) return Fail("an object name after \"#\"");
+      } else if (c == '.') {
+        ++m_at;
+        const QString className = Word(false);
+        if (className.isEmpty()) return Fail("a class name after \".\"");
+        step->classes.append(className);
       } else if (c == '[') {
         ++m_at;
         const QString property = Word(false);
@@ -107,20 +147,24 @@ class SelectorParser {
         break;
       }
     }
-    if (m_at == start) return Fail("a class name, \"#\", \"[\" or \":\"");
-    if (!AtEnd() && !Peek().isSpace() && Peek() != '>') return Fail("\"#\", \"[\", \":\", a blank or \">\"");
+    if (m_at == start) return Fail("a class name, \"*\", \"#\", \".\", \"[\" or \":\"");
+    if (!AtEnd() && !Peek().isSpace() && Peek() != '>')
+      return Fail("\"#\", \".\", \"[\", \":\", a blank or \">\"");
     return true;
   }
 
+  // A value in double or single quotes; inside, a backslash takes the
+  // next character as it is (\" \' \\).
   bool QuotedText(QString* value) {
-    if (Peek() != '"') return Fail("a value in double quotes");
+    const QChar quote = Peek();
+    if (quote != '"' && quote != '\'') return Fail("a value in double (or single) quotes");
     ++m_at;
-    while (!AtEnd() && Peek() != '"') {
+    while (!AtEnd() && Peek() != quote) {
       if (Peek() == '\\' && m_at + 1 < m_text.size()) ++m_at;
       value->append(Peek());
       ++m_at;
     }
-    if (AtEnd()) return Fail("the closing double quote");
+    if (AtEnd()) return Fail(quote == '"' ? "the closing double quote" : "the closing single quote");
     ++m_at;
     return true;
   }
@@ -130,14 +174,33 @@ class SelectorParser {
   int m_at = 0;
 };
 
+// What [key="..."] compares: "id" the object name, "name" the accessible
+// name or, without one, the text a person reads on it, any other key the
+// Qt property of that name as text; false when the object has no such property.
+bool AttributeText(QObject* object, const QString& key, QString* text) {
+  if (key == "id") {
+    *text = object->objectName();
+    return true;
+  }
+  if (key == "name") {
+    *text = object->property("accessibleName").toString();
+    if (text->isEmpty()) *text = ReadableText(object);
+    return true;
+  }
+  const QVariant value = object->property(key.toLatin1().constData());
+  *text = value.toString();
+  return value.isValid();
+}
+
 bool Matches(QObject* object, const Step& step) {
   if (!step.type.isEmpty() && !object->inherits(step.type.toLatin1().constData())) return false;
+  foreach (const QString& className, step.classes)
+    if (!object->inherits(className.toLatin1().constData())) return false;
   if (step.hasName && object->objectName() != step.name) return false;
   if (step.visibleOnly && !(object->isWidgetType() && static_cast<QWidget*>(object)->isVisible())) return false;
-  for (const auto& property : step.properties) {
-    const QVariant value = object->property(property.first.toLatin1().constData());
-    if (!value.isValid() || value.toString() != property.second) return false;
-  }
+  QString text;
+  for (const auto& property : step.properties)
+    if (!AttributeText(object, property.first, &text) || text != property.second) return false;
   return true;
 }
 

@@ -3,17 +3,32 @@
 //   selector  = step { combinator step }
 //   combinator = one or more blanks (any descendant) | ">" (a direct child),
 //                blanks around ">" allowed
-//   step      = [Type] { "#" objectName | "[" property "=" "\"" text "\"" "]"
-//                        | ":visible" | ":" N }            (at least one part)
+//   step      = [Type | "*"] { "#" objectName | "." Class
+//                              | "[" key "=" quoted "]" | ":visible" | ":" N }
+//               (at least one part)
+//   quoted    = "\"" text "\"" | "'" text "'"
 //
 //   Type         the object inherits that class (QObject::inherits), so
 //                "QAbstractButton" matches a subclass of QToolButton
-//   #name        the object name
-//   [prop="v"]   a Qt property of the object, compared as text ("checked"
-//                reads "true"/"false"); inside the quotes \" and \\ escape
+//   *            any class (the same as no Type)
+//   #name        the object name; "." and "-" belong to it
+//   .Class       the object inherits Class too: as a Type, and any number
+//                of them ("QWidget.QAbstractButton" is a QAbstractButton,
+//                ".QAbstractButton" any button). CSS's class selector, as
+//                WebDriver clients send a "class name" locator
+//   [id="v"]     the object name (a client's "id" locator)
+//   [name="v"]   the accessible name, or for an object without one the text
+//                a person reads on it (ReadableText): a client's "name" locator
+//   [prop="v"]   any other key: the Qt property of that name, compared as
+//                text ("checked" reads "true"/"false"); inside the quotes a
+//                backslash takes the next character as it is (\" \' \\)
 //   :visible     a widget that is visible
 //   :N           the N-th object (from 0) that the step matches, in the
 //                order of the object tree
+//
+// In a name or a class a backslash takes the next character as it is, or
+// reads up to 6 hex digits (and one blank after them) as a character
+// code, as CSS escapes ("#my\.id", "#\31 23" for "123").
 //
 // The first step looks at every object under the application's top-level
 // widgets (and those widgets themselves); each later step at the children

@@ -15,11 +15,13 @@
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
 #include "kwscript/Checks.h"
 
 namespace kwscript {
 
 using kwagentkit::AgentConnection;
+using kwagentkit::MessageType;
 using kwagentkit::ReadMessage;
 using kwagentkit::WriteMessage;
 
@@ -61,6 +63,21 @@ void ReportFirstOutput() {
                static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()),
                g_clockFrom);
   g_timed = true;
+}
+
+// The agent's opening for the request.
+kwagentkit::Opening OpeningOf(const AgentRequestText& request) {
+  kwagentkit::Opening opening;
+  opening.job = request.command == "publish" ? kwagentkit::Job::Publish
+                : request.command == "tree"  ? kwagentkit::Job::Tree
+                                             : kwagentkit::Job::Run;
+  opening.script = kwagentkit::Utf8(request.scriptText);
+  opening.path = kwagentkit::Utf8(request.scriptPath);
+  opening.folder = kwagentkit::Utf8(QDir::currentPath());
+  opening.timeoutSeconds = request.timeoutSeconds;
+  opening.json = request.json;
+  opening.maxItems = request.maxItems;
+  return opening;
 }
 
 // Sets `ended` once kwscript's standard input ends (or breaks), from a
@@ -159,36 +176,40 @@ class Conversation {
   // Sends the request and prints the agent's output until its status, or
   // until the pipe breaks.
   void Listen() {
-    if (!WriteMessage(m_pipe, m_request.command.toUtf8()) || !WriteMessage(m_pipe, m_request.scriptPath.toUtf8()) ||
-        !WriteMessage(m_pipe, m_request.scriptText.toUtf8()) ||
-        !WriteMessage(m_pipe, QDir::currentPath().toUtf8()) ||
-        !WriteMessage(m_pipe, QByteArray::number(m_request.timeoutSeconds))) {
+    if (!WriteMessage(m_pipe, kwagentkit::OpeningMessage(OpeningOf(m_request)))) {
       SetEvent(m_listened.get());
       return;
     }
-    for (QByteArray message; ReadMessage(m_pipe, &message, &m_lastHeard);) {
-      if (message == "pub") {  // published until kwscript's thread says
+    kwagentkit::Message message;
+    for (QByteArray bytes; ReadMessage(m_pipe, &bytes, &m_lastHeard);) {
+      if (!kwagentkit::ParseMessage(bytes, &message)) continue;
+      if (message.type == MessageType::Pub) {  // published until kwscript's thread says
         SetEvent(m_published.get());
         WaitForSingleObject(m_unpublish.get(), INFINITE);
-        WriteMessage(m_pipe, "stop");
+        WriteMessage(m_pipe, kwagentkit::StopMessage());
         continue;
       }
       std::lock_guard<std::mutex> lock(m_printing);
       if (m_stopped) return;
-      if (message.startsWith("out ")) {
+      if (message.type == MessageType::Out) {
         ReportFirstOutput();
-        std::fwrite(message.constData() + 4, 1, message.size() - 4, stdout);
+        std::fwrite(message.text.data(), 1, message.text.size(), stdout);
         std::fputc('\n', stdout);
         std::fflush(stdout);
-      } else if (message.startsWith("err ")) {
-        std::fprintf(stderr, "%s\n", message.constData() + 4);
+      } else if (message.type == MessageType::Err) {
+        std::fwrite(message.text.data(), 1, message.text.size(), stderr);
+        std::fputc('\n', stderr);
         std::fflush(stderr);
-      } else if (message.startsWith("checks ")) {
-        CurrentChecks() = CheckLog::Deserialized(message.mid(7));
-      } else if (message == "exit") {
+      } else if (message.type == MessageType::Checks) {
+        CurrentChecks() = CheckLog::FromJson(message.body);
+      } else if (message.type == MessageType::Exit) {
         m_exited = true;
-      } else if (message.startsWith("end ")) {
-        m_status = message.mid(4).toInt();
+      } else if (message.type == MessageType::Refused) {
+        Say(kwagentkit::FromUtf8(message.text));
+        m_status = message.status;
+        break;
+      } else if (message.type == MessageType::End) {
+        m_status = message.status;
         break;
       }
     }

@@ -10,10 +10,12 @@ namespace kwscript {
 
 // What to do inside the application.
 struct AgentRequestText {
-  QString command;     // "run", "tree", "tree-json" or "publish"
+  QString command;     // "run", "tree" or "publish"
   QString scriptPath;  // shown in error reports; its ending chooses the engine
   QString scriptText;
   int timeoutSeconds = 0;  // the script is stopped after that long; 0: never
+  bool json = false;       // a tree as JSON lines
+  int maxItems = 0;        // a tree's most items listed per item view
 };
 
 // Exit statuses of the attach modes besides the script's own 0 (succeeded)

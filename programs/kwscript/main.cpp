@@ -213,8 +213,7 @@ int main(int argc, char** argv) {
   if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
-    return RunInApplication(args.mid(json ? 2 : 1),
-                            {json ? "tree-json" : "tree", "", QString::number(maxItems), timeout}, false);
+    return RunInApplication(args.mid(json ? 2 : 1), {"tree", "", "", timeout, json, maxItems}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
     std::fprintf(stderr, "%s", kUsage);

@@ -1,4 +1,5 @@
-// A QApplication around the tests, as in an application being driven.
+// A Qt application around the automation core's tests, as in the
+// applications the core runs in.
 #include <gtest/gtest.h>
 
 #include <QtGui/QApplication>
