@@ -12,8 +12,10 @@
 //   css selector       kwauto::QueryObjects' selectors ("QPushButton#ok",
 //                      "QDialog > QLineEdit:visible"); objects only
 //   xpath              XPath 1.0 over each window's page source (PageSource),
-//                      absolute paths as getPageSource shows them; only
-//                      elements may be selected
+//                      absolute paths as getPageSource shows them, the
+//                      windows' results one after the other (so "(//X)[1]"
+//                      is the first in each window); only elements may be
+//                      selected
 //   id, accessibility id   the object name
 //   class name         a class the object inherits (QObject::inherits)
 //   tag name           the object's own class, as getElementTagName and the

@@ -47,7 +47,9 @@ class PageSourceTest : public ::testing::Test {
     auto* parent = new QTreeWidgetItem(tree, QStringList() << "parent" << "p2");
     new QTreeWidgetItem(parent, QStringList() << "child" << "c2");
     foreach (QWidget* widget, QList<QWidget*>() << name << ok << agree << list << tree) layout->addWidget(widget);
-    window->show();
+    // Not shown: the first window shown under Wine leaves a hidden widget of
+    // Qt's own behind, which the object tree's tests would list. Shown
+    // windows are the session tests' (tests/driver).
     QApplication::processEvents();
   }
 
@@ -91,7 +93,7 @@ TEST_F(PageSourceTest, ElementsCarryTheWidgetsAttributes) {
   EXPECT_EQ(at.x(), button.attribute("x").as_int());
   EXPECT_EQ(at.y(), button.attribute("y").as_int());
   EXPECT_EQ(ok->width(), button.attribute("width").as_int());
-  EXPECT_STREQ("true", button.attribute("visible").value());
+  EXPECT_STREQ("false", button.attribute("visible").value());  // never shown: see SetUp
   EXPECT_STREQ("true", button.attribute("enabled").value());
   // Plain Qt properties: a bool, an enumeration by name; none of another type.
   EXPECT_STREQ("false", button.attribute("checkable").value());

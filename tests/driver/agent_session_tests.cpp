@@ -14,12 +14,13 @@
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
 
 namespace {
 
 using Json = nlohmann::json;
 
-constexpr const char* kElementKey = "element-6066-11e4-a07e-4f161e5d2ab1";
+constexpr const char* kElementKey = "element-6066-11e4-a52e-4f735466cecf";
 
 std::wstring AppPath(const char* exe) {
   std::wstring path = L"Z:";
@@ -37,10 +38,11 @@ class Session {
     request.program = AppPath(exe);
     failure = kwagentkit::LaunchWithAgent(request, &m_connection);
     if (!failure.empty()) return;
-    // The agent's opening as Agent.cpp reads it today: the job, a path, its
-    // argument (here the items listed per view), a folder and a time limit.
-    for (const char* part : {"session", "", "100", "", "0"})
-      if (!kwagentkit::WriteMessage(m_connection.pipe, QByteArray(part))) failure = "the agent's pipe broke";
+    kwagentkit::Opening opening;
+    opening.job = kwagentkit::Job::Session;
+    opening.maxItems = 100;
+    if (!kwagentkit::WriteMessage(m_connection.pipe, kwagentkit::OpeningMessage(opening)))
+      failure = "the agent's pipe broke";
     const Json ready = Receive();
     if (ready.value("type", "") != "ready") failure = "the agent answered " + ready.dump();
   }
@@ -95,8 +97,9 @@ class Session {
     QByteArray message;
     if (!kwagentkit::ReadMessage(m_connection.pipe, &message)) return Json{{"type", "gone"}};
     Json parsed = Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
-    // The agent's last word when the application exits is "exit", no JSON.
-    return parsed.is_object() ? parsed : Json{{"type", "gone"}, {"said", message.constData()}};
+    // The agent's last word when the application exits by itself.
+    if (!parsed.is_object() || parsed.value("type", "") == "exit") return Json{{"type", "gone"}};
+    return parsed;
   }
 
   kwagentkit::AgentConnection m_connection;
