@@ -22,12 +22,19 @@ namespace kwagent {
 
 namespace {
 
-// The open alert; `no such alert` when there is none.
-QDialog* Alert() {
+// The open alert, or null.
+QDialog* OpenAlert() {
   QWidget* modal = QApplication::activeModalWidget();
   if (modal != nullptr && modal->isVisible() &&
       (qobject_cast<QMessageBox*>(modal) != nullptr || qobject_cast<QInputDialog*>(modal) != nullptr))
     return static_cast<QDialog*>(modal);
+  return nullptr;
+}
+
+// The open alert; `no such alert` when there is none.
+QDialog* Alert() {
+  if (QDialog* alert = OpenAlert()) return alert;
+  QWidget* modal = QApplication::activeModalWidget();
   Fail("no such alert", modal == nullptr ? QString("no modal dialog is open")
                                          : QString("the open modal %1 is no message box or input dialog")
                                                .arg(modal->metaObject()->className()));
@@ -119,6 +126,18 @@ Json SendAlertText(const Json& params, SessionState&) {
 }
 
 }  // namespace
+
+void MeetOpenAlert(const std::string& command) {
+  static const char* const kUnhandled[] = {"getAlertText", "acceptAlert", "dismissAlert", "sendAlertText",
+                                           "getWindowHandle", "getWindowHandles", "switchToWindow"};
+  for (const char* name : kUnhandled)
+    if (command == name) return;
+  if (OpenAlert() == nullptr) return;
+  SessionState none;
+  const QString text = TextOf(GetAlertText(Json(), none));
+  DismissAlert(Json(), none);
+  Fail("unexpected alert open", QString("an alert was open (dismissed): %1").arg(text));
+}
 
 void AddAlertCommands(CommandTable& table) {
   table.Add("getAlertText", &GetAlertText);

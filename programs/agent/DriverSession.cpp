@@ -117,6 +117,7 @@ class SessionHost : public QObject {
     try {
       if (handler == nullptr) Fail("unknown command", QString("the agent has no command \"%1\"")
                                                           .arg(QString::fromStdString(command.name)));
+      MeetOpenAlert(command.name);
       answer["value"] = handler(command.params, m_state);
     } catch (const CommandError& error) {
       answer["error"] = error.code;

@@ -120,4 +120,11 @@ class CommandTable {
 void AddElementCommands(CommandTable& table);
 void AddScriptCommands(CommandTable& table);
 
+// Before a command that a user could not carry out while an alert is open
+// (any but the alert commands, the window handles and switching windows):
+// an open alert is dismissed and the command fails with `unexpected alert
+// open`, its text in the message, as WebDriver's default prompt handling
+// ("dismiss and notify") does.
+void MeetOpenAlert(const std::string& command);
+
 }  // namespace kwagent
