@@ -20,14 +20,28 @@
 
 #include "kwscript/Checks.h"
 #include "kwscript/CrashReport.h"
-#include "kwscript/InputEvents.h"
+#include "automation/InputEvents.h"
 #include "kwscript/ObjectList.h"
-#include "kwscript/ObjectQuery.h"
+#include "automation/ObjectQuery.h"
 #include "kwscript/ScriptDispatch.h"
 #include "kwscript/ScriptRunner.h"
 #include "kwscript/ValueText.h"
 
 namespace kwscript {
+
+using kwauto::ChooseMenu;
+using kwauto::Click;
+using kwauto::ClickItem;
+using kwauto::Drag;
+using kwauto::Key;
+using kwauto::MouseOptions;
+using kwauto::ParseButton;
+using kwauto::ParseModifiers;
+using kwauto::ParseMouseOptions;
+using kwauto::QueryObjects;
+using kwauto::SelectorError;
+using kwauto::Type;
+using kwauto::Centre;
 
 namespace {
 

@@ -1,32 +1,31 @@
 #include "kwscript/Attach.h"
 
 #include <windows.h>
-#include <tlhelp32.h>
 
 #include <QtCore/QByteArray>
-#include <QtCore/QFile>
 #include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
 #include <QtCore/QRegExp>
 
 #include <atomic>
-#include <mutex>
+#include <chrono>
 #include <cstdio>
+#include <mutex>
+#include <string>
 #include <thread>
-#include <vector>
 
-#include "kwscript/AgentPipe.h"
+#include "agentkit/AgentPipe.h"
+#include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
 #include "kwscript/Checks.h"
 
 namespace kwscript {
 
-namespace {
+using kwagentkit::AgentConnection;
+using kwagentkit::MessageType;
+using kwagentkit::ReadMessage;
+using kwagentkit::WriteMessage;
 
-constexpr DWORD kStartLimitMs = 30000;
-// A symbol QtCore4.dll exports when it was built with this library's
-// compiler (mingw-w64's g++: the Itanium C++ ABI): QString::fromUtf8(const char*, int).
-const char kAbiProbe[] = "_ZN7QString8fromUtf8EPKci";
+namespace {
 
 // kwscript's own words go to standard error: standard output carries only
 // what the agent sends (a script's output, an object tree in JSON).
@@ -38,264 +37,47 @@ void Say(const QString& text) {
 // Closes a Win32 handle when it goes out of scope.
 class Handle {
  public:
-  explicit Handle(HANDLE handle = nullptr) : m_handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+  explicit Handle(HANDLE handle = nullptr) : m_handle(handle) {}
   ~Handle() {
     if (m_handle != nullptr) CloseHandle(m_handle);
   }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
   HANDLE get() const { return m_handle; }
-  HANDLE release() {
-    HANDLE handle = m_handle;
-    m_handle = nullptr;
-    return handle;
-  }
-  explicit operator bool() const { return m_handle != nullptr; }
 
  private:
   HANDLE m_handle;
 };
 
-QString FileName(const wchar_t* path) { return QFileInfo(QString::fromWCharArray(path)).fileName(); }
-
-// The modules a process has loaded: file name (lower case) -> full path and base.
-struct Module {
-  QString path;
-  BYTE* base;
-};
-std::vector<std::pair<QString, Module>> ModulesOf(DWORD pid) {
-  std::vector<std::pair<QString, Module>> out;
-  Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, pid));
-  MODULEENTRY32W entry{};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = snapshot && Module32FirstW(snapshot.get(), &entry); more;
-       more = Module32NextW(snapshot.get(), &entry))
-    out.push_back({QString::fromWCharArray(entry.szModule).toLower(),
-                   {QString::fromWCharArray(entry.szExePath), entry.modBaseAddr}});
-  return out;
-}
-
-const Module* FindModule(const std::vector<std::pair<QString, Module>>& modules, const QString& name) {
-  for (const auto& [moduleName, module] : modules)
-    if (moduleName == name.toLower()) return &module;
-  return nullptr;
-}
-
-// The process `target` names (an id or an image file name), or 0 after saying why not.
-DWORD FindProcess(const QString& target) {
-  bool isNumber = false;
-  const DWORD id = target.toULong(&isNumber);
-  std::vector<DWORD> matches;
-  Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-  PROCESSENTRY32W entry{};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = snapshot && Process32FirstW(snapshot.get(), &entry); more;
-       more = Process32NextW(snapshot.get(), &entry)) {
-    if (entry.th32ProcessID == GetCurrentProcessId()) continue;
-    if (isNumber ? entry.th32ProcessID == id
-                 : FileName(entry.szExeFile).compare(QFileInfo(target).fileName(), Qt::CaseInsensitive) == 0)
-      matches.push_back(entry.th32ProcessID);
-  }
-  if (matches.size() == 1) return matches[0];
-  if (matches.empty()) {
-    Say(QString("no process matches \"%1\" in this Wine prefix (%2)")
-            .arg(target,
-                 QString::fromLocal8Bit(qgetenv("WINEPREFIX").isEmpty() ? "the default one" : qgetenv("WINEPREFIX"))));
-  } else {
-    QStringList ids;
-    for (DWORD match : matches) ids << QString::number(match);
-    Say(QString("several processes match \"%1\" (ids %2): give the id").arg(target, ids.join(", ")));
-  }
-  return 0;
-}
-
-// The bytes of a PE file, read as the checks below need them.
-class PeImage {
- public:
-  explicit PeImage(const QString& path) {
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly)) m_image = file.readAll();
-  }
-
-  // The machine it is built for (IMAGE_FILE_MACHINE_...), or 0 when its
-  // headers cannot be read.
-  WORD Machine() const {
-    const qint64 pe = Headers();
-    return pe < 0 ? 0 : static_cast<WORD>(U16(pe + 4));
-  }
-
-  // Whether it exports `symbol` by name (a PE32+ image).
-  bool Exports(const char* symbol) const {
-    const qint64 pe = Headers();
-    if (pe < 0 || !At(pe, 24 + 112 + 8)) return false;
-    const quint32 exportRva = U32(pe + 24 + 112);  // PE32+: data directory 0
-    const qint64 directory = FileOffset(exportRva);
-    if (exportRva == 0 || !At(directory, 40)) return false;
-    const quint32 names = U32(directory + 24);
-    const qint64 nameTable = FileOffset(U32(directory + 32));
-    for (quint32 i = 0; i < names && At(nameTable + 4 * i, 4); ++i) {
-      const qint64 name = FileOffset(U32(nameTable + 4 * i));
-      if (name >= 0 && name < m_image.size() && qstrcmp(m_image.constData() + name, symbol) == 0) return true;
-    }
-    return false;
-  }
-
- private:
-  bool At(qint64 offset, int size) const { return offset >= 0 && offset + size <= m_image.size(); }
-  quint32 U16(qint64 o) const {
-    return static_cast<quint32>(static_cast<quint8>(m_image[int(o)]) | static_cast<quint8>(m_image[int(o) + 1]) << 8);
-  }
-  quint32 U32(qint64 o) const { return U16(o) | U16(o + 2) << 16; }
-
-  // Where the "PE\0\0" signature and the file header start, or -1.
-  qint64 Headers() const {
-    if (!At(0x3C, 4)) return -1;
-    const qint64 pe = U32(0x3C);
-    return At(pe, 24) && U32(pe) == 0x4550 ? pe : -1;
-  }
-
-  // The file offset of a relative virtual address, through the section table.
-  qint64 FileOffset(quint32 rva) const {
-    const qint64 pe = Headers();
-    const quint32 sections = U16(pe + 6), optionalSize = U16(pe + 20);
-    for (quint32 i = 0; i < sections; ++i) {
-      const qint64 section = pe + 24 + optionalSize + 40 * i;
-      if (!At(section, 40)) return -1;
-      const quint32 start = U32(section + 12), size = U32(section + 16), raw = U32(section + 20);
-      if (rva >= start && rva < start + size) return raw + (rva - start);
-    }
-    return -1;
-  }
-
-  QByteArray m_image;
-};
-
-// Why the program cannot be driven, or empty when it may: the library and
-// its agent are x64 code.
-QString UnfitProgram(const QString& path) {
-  const WORD machine = PeImage(path).Machine();
-  if (machine == 0 || machine == IMAGE_FILE_MACHINE_AMD64) return QString();
-  return QString("%1 is not a 64-bit program (its image is for machine 0x%2)").arg(path).arg(machine, 0, 16);
-}
-
-// Why the process cannot be driven, or empty when it can.
-QString Unfit(DWORD pid, HANDLE process) {
-  BOOL wow64 = FALSE;
-  if (IsWow64Process(process, &wow64) && wow64) return QString("process %1 is not a 64-bit process").arg(pid);
-  const auto modules = ModulesOf(pid);
-  const Module* core = FindModule(modules, "QtCore4.dll");
-  if (core == nullptr || FindModule(modules, "QtGui4.dll") == nullptr)
-    return QString("process %1 is not a Qt 4.8 application: it has no QtCore4.dll and QtGui4.dll loaded").arg(pid);
-  if (!PeImage(core->path).Exports(kAbiProbe))
-    return QString(
-               "the QtCore4.dll of process %1 (%2) was built by a compiler whose C++ ABI differs from this "
-               "library's (it does not export %3)")
-        .arg(pid)
-        .arg(core->path, kAbiProbe);
-  return QString();
-}
-
-// Writes `text` (with its terminating NUL) into the process; the address, or null.
-void* WriteRemote(HANDLE process, const std::wstring& text) {
-  const SIZE_T size = (text.size() + 1) * sizeof(wchar_t);
-  void* remote = VirtualAllocEx(process, nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
-  if (remote != nullptr && !WriteProcessMemory(process, remote, text.c_str(), size, nullptr)) remote = nullptr;
-  return remote;
-}
-
-// Runs `start(parameter)` on a new thread of the process; the thread, or null.
-HANDLE StartRemote(HANDLE process, void* start, void* parameter) {
-  return CreateRemoteThread(process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(start), parameter, 0,
-                            nullptr);
-}
-
-std::wstring OwnFolder() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
-}
-
-// Loads the agent into the process and starts KwAgentRun(pipeName) there;
-// the thread that runs it, or null after saying why not.
-HANDLE StartAgent(DWORD pid, HANDLE process, const std::wstring& pipeName) {
-  const std::wstring agentPath = OwnFolder() + L"kwagent.dll";
-  HMODULE local = LoadLibraryW(agentPath.c_str());
-  void* localStart = local ? reinterpret_cast<void*>(GetProcAddress(local, "KwAgentRun")) : nullptr;
-  if (localStart == nullptr) {
-    Say(QString("cannot load %1").arg(QString::fromStdWString(agentPath)));
-    return nullptr;
-  }
-  void* loadLibrary = reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "LoadLibraryW"));
-  void* remotePath = WriteRemote(process, agentPath);
-  Handle loader(remotePath ? StartRemote(process, loadLibrary, remotePath) : nullptr);
-  if (!loader || WaitForSingleObject(loader.get(), kStartLimitMs) != WAIT_OBJECT_0) {
-    Say(QString("cannot start a thread in process %1 (error %2)").arg(pid).arg(GetLastError()));
-    return nullptr;
-  }
-  const Module* agent = nullptr;
-  const auto modules = ModulesOf(pid);
-  agent = FindModule(modules, "kwagent.dll");
-  if (agent == nullptr) {
-    Say(QString("the agent could not be loaded into process %1").arg(pid));
-    return nullptr;
-  }
-  void* remoteStart = agent->base + (static_cast<BYTE*>(localStart) - reinterpret_cast<BYTE*>(local));
-  void* remoteName = WriteRemote(process, pipeName);
-  HANDLE runner = remoteName ? StartRemote(process, remoteStart, remoteName) : nullptr;
-  if (runner == nullptr) Say(QString("cannot start the agent in process %1 (error %2)").arg(pid).arg(GetLastError()));
-  return runner;
-}
-
-// Waits for the agent to connect to `pipe`, while its thread and the
-// process run; false after saying why it did not.
-bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE process) {
-  std::atomic<bool> done{false};
-  bool connected = false;
-  std::thread connector([&] {
-    connected = ConnectNamedPipe(pipe, nullptr) || GetLastError() == ERROR_PIPE_CONNECTED;
-    done = true;
-  });
-  const DWORD start = GetTickCount();
-  QString failure;
-  while (!done) {
-    if (WaitForSingleObject(process, 0) == WAIT_OBJECT_0)
-      failure = "the application ended before the agent started";
-    else if (WaitForSingleObject(runner, 0) == WAIT_OBJECT_0)
-      failure = "the agent ended without answering";
-    else if (GetTickCount() - start > kStartLimitMs)
-      failure = "the agent did not answer within 30 seconds";
-    if (!failure.isEmpty()) break;
-    Sleep(20);
-  }
-  if (!done) {  // a client of our own releases the waiting connector
-    Handle unblock(CreateFileW(pipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    connector.join();
-    Say(failure);
-    return false;
-  }
-  connector.join();
-  return connected;
-}
-
 // With KWSCRIPT_TIMING set, the time from starting the application
 // (--launch) or from loading the agent (--attach) to the script's first
 // output is printed on standard error, for the benchmarks.
-QElapsedTimer g_clock;
-const char* g_clockFrom = nullptr;  // what the clock runs from: set once it started
+std::chrono::steady_clock::time_point g_clockStart;
+const char* g_clockFrom = nullptr;  // what the clock runs from: set once the agent is connected
 bool g_timed = false;
-
-void StartClock(const char* from) {
-  if (g_clockFrom != nullptr) return;
-  g_clockFrom = from;
-  g_clock.start();
-}
 
 void ReportFirstOutput() {
   if (g_timed || g_clockFrom == nullptr || qgetenv("KWSCRIPT_TIMING").isEmpty()) return;
+  const auto elapsed = std::chrono::steady_clock::now() - g_clockStart;
   std::fprintf(stderr, "kwscript: timing: %lld ms from %s to the script's first output\n",
-               static_cast<long long>(g_clock.elapsed()), g_clockFrom);
+               static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()),
+               g_clockFrom);
   g_timed = true;
+}
+
+// The agent's opening for the request.
+kwagentkit::Opening OpeningOf(const AgentRequestText& request) {
+  kwagentkit::Opening opening;
+  opening.job = request.command == "publish" ? kwagentkit::Job::Publish
+                : request.command == "tree"  ? kwagentkit::Job::Tree
+                                             : kwagentkit::Job::Run;
+  opening.script = kwagentkit::Utf8(request.scriptText);
+  opening.path = kwagentkit::Utf8(request.scriptPath);
+  opening.folder = kwagentkit::Utf8(QDir::currentPath());
+  opening.timeoutSeconds = request.timeoutSeconds;
+  opening.json = request.json;
+  opening.maxItems = request.maxItems;
+  return opening;
 }
 
 // Sets `ended` once kwscript's standard input ends (or breaks), from a
@@ -394,36 +176,40 @@ class Conversation {
   // Sends the request and prints the agent's output until its status, or
   // until the pipe breaks.
   void Listen() {
-    if (!WriteMessage(m_pipe, m_request.command.toUtf8()) || !WriteMessage(m_pipe, m_request.scriptPath.toUtf8()) ||
-        !WriteMessage(m_pipe, m_request.scriptText.toUtf8()) ||
-        !WriteMessage(m_pipe, QDir::currentPath().toUtf8()) ||
-        !WriteMessage(m_pipe, QByteArray::number(m_request.timeoutSeconds))) {
+    if (!WriteMessage(m_pipe, kwagentkit::OpeningMessage(OpeningOf(m_request)))) {
       SetEvent(m_listened.get());
       return;
     }
-    for (QByteArray message; ReadMessage(m_pipe, &message, &m_lastHeard);) {
-      if (message == "pub") {  // published until kwscript's thread says
+    kwagentkit::Message message;
+    for (QByteArray bytes; ReadMessage(m_pipe, &bytes, &m_lastHeard);) {
+      if (!kwagentkit::ParseMessage(bytes, &message)) continue;
+      if (message.type == MessageType::Pub) {  // published until kwscript's thread says
         SetEvent(m_published.get());
         WaitForSingleObject(m_unpublish.get(), INFINITE);
-        WriteMessage(m_pipe, "stop");
+        WriteMessage(m_pipe, kwagentkit::StopMessage());
         continue;
       }
       std::lock_guard<std::mutex> lock(m_printing);
       if (m_stopped) return;
-      if (message.startsWith("out ")) {
+      if (message.type == MessageType::Out) {
         ReportFirstOutput();
-        std::fwrite(message.constData() + 4, 1, message.size() - 4, stdout);
+        std::fwrite(message.text.data(), 1, message.text.size(), stdout);
         std::fputc('\n', stdout);
         std::fflush(stdout);
-      } else if (message.startsWith("err ")) {
-        std::fprintf(stderr, "%s\n", message.constData() + 4);
+      } else if (message.type == MessageType::Err) {
+        std::fwrite(message.text.data(), 1, message.text.size(), stderr);
+        std::fputc('\n', stderr);
         std::fflush(stderr);
-      } else if (message.startsWith("checks ")) {
-        CurrentChecks() = CheckLog::Deserialized(message.mid(7));
-      } else if (message == "exit") {
+      } else if (message.type == MessageType::Checks) {
+        CurrentChecks() = CheckLog::FromJson(message.body);
+      } else if (message.type == MessageType::Exit) {
         m_exited = true;
-      } else if (message.startsWith("end ")) {
-        m_status = message.mid(4).toInt();
+      } else if (message.type == MessageType::Refused) {
+        Say(kwagentkit::FromUtf8(message.text));
+        m_status = message.status;
+        break;
+      } else if (message.type == MessageType::End) {
+        m_status = message.status;
         break;
       }
     }
@@ -465,82 +251,19 @@ class Conversation {
   std::atomic<int> m_status{-1};
 };
 
-int RunIn(DWORD pid, HANDLE process, const AgentRequestText& request) {
-  const QString unfit = Unfit(pid, process);
-  if (!unfit.isEmpty()) {
-    Say(unfit);
-    return kAttachFailed;
-  }
-  const std::wstring pipeName =
-      QString("\\\\.\\pipe\\kwscript-%1-%2-%3").arg(GetCurrentProcessId()).arg(pid).arg(GetTickCount()).toStdWString();
-  Handle pipe(
-      CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
-  if (!pipe) {
-    Say(QString("cannot make the pipe to the agent (error %1)").arg(GetLastError()));
-    return kAttachFailed;
-  }
-  StartClock("loading the agent");
-  Handle runner(StartAgent(pid, process, pipeName));
-  if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), process)) return kAttachFailed;
-  // Left open and allocated when kwscript gives up: its listener may still
-  // be blocked on the pipe.
-  auto* conversation = new Conversation(pipe.get(), request);
-  const int status = conversation->Run(process);
-  if (status != kGivenUp) {
+// Relays the request to the connected agent; the exit status. A
+// conversation given up keeps its pipe (its listener may still be blocked
+// on it), which is then left open.
+int Relay(AgentConnection* connection, const AgentRequestText& request) {
+  g_clockStart = connection->began;
+  g_clockFrom = connection->launched ? "starting the application" : "loading the agent";
+  auto* conversation = new Conversation(connection->pipe, request);
+  const int status = conversation->Run(connection->process);
+  if (status == kGivenUp)
+    connection->pipe = nullptr;
+  else
     delete conversation;
-    return status;
-  }
-  pipe.release();
   return status;
-}
-
-// The application's environment: kwscript's, with kwscript's folder (and
-// its copies of Qt's DLLs) first on PATH.
-std::vector<wchar_t> EnvironmentWithOwnFolderOnPath() {
-  std::vector<wchar_t> out;
-  wchar_t* block = GetEnvironmentStringsW();
-  bool pathSeen = false;
-  for (const wchar_t* entry = block; *entry != L'\0'; entry += wcslen(entry) + 1) {
-    std::wstring text(entry);
-    if (_wcsnicmp(entry, L"PATH=", 5) == 0) {
-      text = L"PATH=" + OwnFolder() + L";" + text.substr(5);
-      pathSeen = true;
-    }
-    out.insert(out.end(), text.begin(), text.end());
-    out.push_back(L'\0');
-  }
-  FreeEnvironmentStringsW(block);
-  if (!pathSeen) {
-    const std::wstring text = L"PATH=" + OwnFolder();
-    out.insert(out.end(), text.begin(), text.end());
-    out.push_back(L'\0');
-  }
-  out.push_back(L'\0');
-  return out;
-}
-
-// Whether the process shows a visible top-level window.
-bool ShowsAWindow(DWORD pid) {
-  struct Search {
-    DWORD pid;
-    bool found;
-  } search{pid, false};
-  EnumWindows(
-      [](HWND window, LPARAM parameter) -> BOOL {
-        auto* s = reinterpret_cast<Search*>(parameter);
-        DWORD owner = 0;
-        GetWindowThreadProcessId(window, &owner);
-        if (owner == s->pid && IsWindowVisible(window)) s->found = true;
-        return !s->found;
-      },
-      reinterpret_cast<LPARAM>(&search));
-  return search.found;
-}
-
-QString Quoted(const QString& argument) {
-  if (!argument.isEmpty() && !argument.contains(QRegExp("[\\s\"]"))) return argument;
-  QString out = argument;
-  return '"' + out.replace('"', "\\\"") + '"';
 }
 
 // `text` as one word of a shell command line: quoted when it holds
@@ -568,64 +291,31 @@ void SayHowToReach(DWORD pid) {
 }  // namespace
 
 int AttachAndRun(const QString& target, const AgentRequestText& request) {
-  const DWORD pid = FindProcess(target);
-  if (pid == 0) return kAttachFailed;
-  Handle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, pid));
-  if (!process) {
-    Say(QString("cannot open process %1 (error %2)").arg(pid).arg(GetLastError()));
-    return kAttachFailed;
-  }
-  return RunIn(pid, process.get(), request);
+  AgentConnection connection;
+  const std::string failure = kwagentkit::AttachAgent(target.toStdWString(), &connection);
+  int status = kAttachFailed;
+  if (failure.empty())
+    status = Relay(&connection, request);
+  else
+    Say(QString::fromUtf8(failure.c_str()));
+  kwagentkit::CloseConnection(&connection);
+  return status;
 }
 
 int LaunchAndRun(const QString& program, const QStringList& arguments, bool keep, const AgentRequestText& request) {
-  const QString unfit = UnfitProgram(program);
-  if (!unfit.isEmpty()) {
-    Say(unfit);
-    return kAttachFailed;
-  }
-  QString commandLine = Quoted(QDir::toNativeSeparators(program));
-  foreach (const QString& argument, arguments) commandLine += ' ' + Quoted(argument);
-  std::wstring mutableLine = commandLine.toStdWString();
-  StartClock("starting the application");
-  std::vector<wchar_t> environment = EnvironmentWithOwnFolderOnPath();
-  const std::wstring folder = QDir::toNativeSeparators(QFileInfo(program).absolutePath()).toStdWString();
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION started{};
-  if (!CreateProcessW(nullptr, &mutableLine[0], nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT, environment.data(),
-                      folder.c_str(), &startup, &started)) {
-    Say(QString("cannot start %1 (error %2)").arg(program).arg(GetLastError()));
-    return kAttachFailed;
-  }
-  Handle process(started.hProcess), thread(started.hThread);
-  // A job that ends the application with kwscript, whatever ends kwscript.
-  Handle job(keep ? nullptr : CreateJobObjectW(nullptr, nullptr));
-  if (job) {
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    AssignProcessToJobObject(job.get(), process.get());
-  }
-  WaitForInputIdle(process.get(), kStartLimitMs);
-  const DWORD start = GetTickCount();
-  while (!ShowsAWindow(started.dwProcessId) && WaitForSingleObject(process.get(), 50) == WAIT_TIMEOUT &&
-         GetTickCount() - start < kStartLimitMs) {
-  }
+  kwagentkit::LaunchRequest launch;
+  launch.program = program.toStdWString();
+  foreach (const QString& argument, arguments) launch.arguments.push_back(argument.toStdWString());
+  launch.keep = keep;
+  AgentConnection connection;
+  const std::string failure = kwagentkit::LaunchWithAgent(launch, &connection);
   int status = kAttachFailed;
-  if (WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0) {
-    DWORD code = 0;
-    GetExitCodeProcess(process.get(), &code);
-    Say(QString("%1 ended at its start (exit code 0x%2)").arg(program).arg(code, 0, 16));
-  } else {
-    status = RunIn(started.dwProcessId, process.get(), request);
-  }
-  if (keep) {
-    SayHowToReach(started.dwProcessId);
-  } else if (WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT) {
-    TerminateProcess(process.get(), 0);
-    WaitForSingleObject(process.get(), 5000);
-  }
+  if (failure.empty())
+    status = Relay(&connection, request);
+  else
+    Say(QString::fromUtf8(failure.c_str()));
+  if (keep && connection.pid != 0) SayHowToReach(connection.pid);
+  kwagentkit::CloseConnection(&connection);  // ends the application unless kept
   return status;
 }
 

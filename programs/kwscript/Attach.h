@@ -1,7 +1,6 @@
-// kwscript's side of driving another application: finding or starting the
-// process, checking that it is a 64-bit Qt 4.8 application built with this
-// library's compiler, loading the agent (kwagent.dll, beside kwscript) into
-// it, and relaying the request, the output and the exit status.
+// kwscript's side of driving another application: the process found or
+// started and the agent loaded by agentkit's launcher, then the request
+// relayed to the agent, its output printed and its exit status returned.
 #pragma once
 
 #include <QtCore/QString>
@@ -11,10 +10,12 @@ namespace kwscript {
 
 // What to do inside the application.
 struct AgentRequestText {
-  QString command;     // "run", "tree", "tree-json" or "publish"
+  QString command;     // "run", "tree" or "publish"
   QString scriptPath;  // shown in error reports; its ending chooses the engine
   QString scriptText;
   int timeoutSeconds = 0;  // the script is stopped after that long; 0: never
+  bool json = false;       // a tree as JSON lines
+  int maxItems = 0;        // a tree's most items listed per item view
 };
 
 // Exit statuses of the attach modes besides the script's own 0 (succeeded)

@@ -1,6 +1,5 @@
 #include "kwscript/Checks.h"
 
-#include <QtCore/QDataStream>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QXmlStreamWriter>
@@ -281,27 +280,45 @@ int CheckLog::Passed() const {
 
 int CheckLog::Failed() const { return records.size() - Passed(); }
 
-QByteArray CheckLog::Serialized() const {
-  QByteArray bytes;
-  QDataStream out(&bytes, QIODevice::WriteOnly);
-  out.setVersion(QDataStream::Qt_4_8);
-  out << script << checking << scriptError << qint32(records.size());
+kwagentkit::Json CheckLog::ToJson() const {
+  using kwagentkit::Utf8;
+  kwagentkit::Json out = {{"script", Utf8(script)},
+                          {"checking", checking},
+                          {"scriptError", Utf8(scriptError)},
+                          {"records", kwagentkit::Json::array()}};
   foreach (const CheckRecord& record, records)
-    out << record.passed << record.message << record.detail << qint32(record.line);
-  return bytes;
+    out["records"].push_back({{"passed", record.passed},
+                              {"message", Utf8(record.message)},
+                              {"detail", Utf8(record.detail)},
+                              {"line", record.line}});
+  return out;
 }
 
-CheckLog CheckLog::Deserialized(const QByteArray& bytes) {
+CheckLog CheckLog::FromJson(const kwagentkit::Json& json) {
+  using kwagentkit::Json;
+  const auto text = [](const Json& object, const char* key) {
+    auto found = object.find(key);
+    return found != object.end() && found->is_string() ? kwagentkit::FromUtf8(found->get<std::string>()) : QString();
+  };
+  const auto flag = [](const Json& object, const char* key) {
+    auto found = object.find(key);
+    return found != object.end() && found->is_boolean() && found->get<bool>();
+  };
   CheckLog log;
-  QDataStream in(bytes);
-  in.setVersion(QDataStream::Qt_4_8);
-  qint32 count = 0;
-  in >> log.script >> log.checking >> log.scriptError >> count;
-  for (qint32 i = 0; i < count && in.status() == QDataStream::Ok; ++i) {
+  if (!json.is_object()) return log;
+  log.script = text(json, "script");
+  log.checking = flag(json, "checking");
+  log.scriptError = text(json, "scriptError");
+  auto records = json.find("records");
+  if (records == json.end() || !records->is_array()) return log;
+  for (const Json& item : *records) {
+    if (!item.is_object()) continue;
     CheckRecord record;
-    qint32 line = 0;
-    in >> record.passed >> record.message >> record.detail >> line;
-    record.line = line;
+    record.passed = flag(item, "passed");
+    record.message = text(item, "message");
+    record.detail = text(item, "detail");
+    auto line = item.find("line");
+    record.line = line != item.end() && line->is_number_integer() ? line->get<int>() : 0;
     log.records.append(record);
   }
   return log;

@@ -13,7 +13,7 @@
 // column.
 //
 // The log is kept where the script runs; an agent sends it to kwscript in
-// one message (Serialized), and kwscript prints the summary and writes the
+// its "checks" message (ToJson), and kwscript prints the summary and writes the
 // report.
 #pragma once
 
@@ -26,6 +26,8 @@
 
 #include <string>
 #include <vector>
+
+#include "agentkit/Protocol.h"
 
 namespace kwscript {
 
@@ -44,8 +46,9 @@ struct CheckLog {
 
   int Passed() const;
   int Failed() const;
-  QByteArray Serialized() const;
-  static CheckLog Deserialized(const QByteArray& bytes);
+  // As the agent's "checks" message carries it (agentkit/Protocol.md).
+  kwagentkit::Json ToJson() const;
+  static CheckLog FromJson(const kwagentkit::Json& json);
 };
 
 // The log of the script run in this process (or, in kwscript, the one its

@@ -16,6 +16,9 @@ enum ListMember : DISPID { kCount = 1, kItem = 2, kLength = 3 };
 constexpr DISPID kIndexBase = 0x10000;
 constexpr DISPID kUnknownBase = 0x20000000;
 
+// What a list answers besides IDispatch, so that the host knows its own lists.
+const IID IID_IObjectList = {0x7b2e4c10, 0x3d5f, 0x4e8a, {0x91, 0x6c, 0x2a, 0x58, 0xd0, 0x3e, 0x7f, 0x14}};
+
 }  // namespace
 
 IDispatch* CObjectList::Make(std::vector<IDispatch*> objects) {
@@ -28,6 +31,16 @@ IDispatch* CObjectList::Make(std::vector<IDispatch*> objects) {
 }
 
 IDispatch* CObjectList::MakeOfValues(std::vector<VARIANT> values) { return new CObjectList(std::move(values)); }
+
+CObjectList::CObjectList(std::vector<VARIANT> values) : CountedDispatch(IID_IObjectList), m_values(std::move(values)) {}
+
+const std::vector<VARIANT>* CObjectList::ValuesOf(IUnknown* object) {
+  IDispatch* list = nullptr;
+  if (object == nullptr || FAILED(object->QueryInterface(IID_IObjectList, reinterpret_cast<void**>(&list))))
+    return nullptr;
+  list->Release();  // the caller holds the object
+  return &static_cast<CObjectList*>(list)->m_values;
+}
 
 CObjectList::~CObjectList() {
   for (VARIANT& value : m_values) VariantClear(&value);

@@ -21,6 +21,8 @@ class CObjectList final : public CountedDispatch {
   static IDispatch* Make(std::vector<IDispatch*> objects);
   // A new list taking over the values (their objects' references included).
   static IDispatch* MakeOfValues(std::vector<VARIANT> values);
+  // The values of a list of this host, or null for anything else.
+  static const std::vector<VARIANT>* ValuesOf(IUnknown* object);
 
   STDMETHOD(GetIDsOfNames)(REFIID iid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override;
   STDMETHOD(Invoke)
@@ -28,7 +30,7 @@ class CObjectList final : public CountedDispatch {
    UINT* argumentError) override;
 
  private:
-  explicit CObjectList(std::vector<VARIANT> values) : m_values(std::move(values)) {}
+  explicit CObjectList(std::vector<VARIANT> values);
   ~CObjectList() override;
 
   std::vector<VARIANT> m_values;

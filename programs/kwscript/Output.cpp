@@ -21,28 +21,6 @@ void SetOutputSink(OutputSink sink, void* context) {
   g_context = context;
 }
 
-QString Quoted(const QString& text) {
-  QString out;
-  out.reserve(text.size() + 2);
-  out += '"';
-  for (const QChar c : text) {
-    switch (c.unicode()) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      default:
-        if (c.unicode() < 0x20)
-          out += QString("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
-        else
-          out += c;
-    }
-  }
-  out += '"';
-  return out;
-}
-
 void UseLineFeedsWhenRedirected() {
   const struct {
     FILE* stream;

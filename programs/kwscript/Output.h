@@ -5,7 +5,11 @@
 
 #include <QtCore/QString>
 
+#include "automation/ObjectText.h"
+
 namespace kwscript {
+
+using kwauto::Quoted;
 
 // Receives one line of output, without its line end; `error` for
 // kwscript's own words about the run (PrintError).
@@ -21,11 +25,6 @@ void PrintLine(const QString& line);
 // the current sink, which is standard error by default: standard output is
 // for what the script prints and what kwscript was asked for.
 void PrintError(const QString& line);
-
-// `text` as a JSON string literal (in double quotes, with \\, \" and the
-// control characters escaped), as the object tree and the members list
-// print it.
-QString Quoted(const QString& text);
 
 // Lines end with LF alone on standard output and standard error when they
 // are a pipe or a file (the C runtime's text mode would write CR LF); a

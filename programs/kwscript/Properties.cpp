@@ -63,6 +63,17 @@ HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT
     V_I4(result) = value.toInt();
     return S_OK;
   }
+  const HRESULT hr = ScriptValueOf(value, context, result, why);
+  if (FAILED(hr)) *why = QString("%1 is a %2, which scripts cannot hold").arg(Describe(object, property), value.typeName());
+  return hr;
+}
+
+HRESULT ScriptValueOf(const QVariant& value, ScriptContext* context, VARIANT* result, QString* why) {
+  VariantInit(result);
+  if (!value.isValid()) {
+    V_VT(result) = VT_NULL;
+    return S_OK;
+  }
   switch (value.type()) {
     case QVariant::String:
     case QVariant::ByteArray:
@@ -94,9 +105,9 @@ HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT
   void* copy = QMetaType::construct(value.userType(), value.constData());
   IDispatch* exposer = nullptr;
   const std::wstring wrapperType = QString::fromLatin1(typeName).toStdWString();
-  if (copy == nullptr || MakeExposer(context, wrapperType.c_str(), copy, &exposer) != S_OK) {
+  if (context == nullptr || copy == nullptr || MakeExposer(context, wrapperType.c_str(), copy, &exposer) != S_OK) {
     if (copy != nullptr) QMetaType::destroy(value.userType(), copy);
-    *why = QString("%1 is a %2, which scripts cannot hold").arg(Describe(object, property), typeName.constData());
+    *why = QString("a %1, which scripts cannot hold").arg(typeName.constData());
     return DISP_E_TYPEMISMATCH;
   }
   V_VT(result) = VT_DISPATCH;

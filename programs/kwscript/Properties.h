@@ -8,6 +8,7 @@
 
 #include <QtCore/QObject>
 #include <QtCore/QString>
+#include <QtCore/QVariant>
 
 namespace kwscript {
 
@@ -19,6 +20,11 @@ int FindProperty(const QObject* object, const QString& name);
 // Reads property `index` of `object` into `result`. On failure an HRESULT,
 // and `why` names the property, the object's class and object name.
 HRESULT ReadProperty(QObject* object, int index, ScriptContext* context, VARIANT* result, QString* why);
+
+// A QVariant as a plain script value (a string, number or boolean; null
+// for an invalid one), or else, given a context, as a new wrapped value
+// object over a copy; DISP_E_TYPEMISMATCH with `why` when it cannot be.
+HRESULT ScriptValueOf(const QVariant& value, ScriptContext* context, VARIANT* result, QString* why);
 
 // Writes `value` (a string, number, boolean or value object of this script)
 // to property `index` through its write accessor; refuses a read-only

@@ -79,12 +79,28 @@ bool ThrownByScript(const EXCEPINFO& info) {
          SysStringLen(info.bstrDescription) > 0;
 }
 
-// The site the engine reports to: it hands out "app" and prints errors.
-class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
+// The site the engine reports to: it hands out "app" and prints errors
+// (or, for a kept engine, keeps the last report for its caller).
+}  // namespace
+
+class ScriptFunctions::Site final : public kwhost::HostObject<IActiveScriptSite> {
  public:
-  CScriptSite(std::wstring path, IDispatch* app, std::vector<CheckCallMark> marks)
-      : HostObject(IID_IActiveScriptSite), m_path(std::move(path)), m_app(app), m_marks(std::move(marks)) {}
+  Site(std::wstring path, IDispatch* app, std::vector<CheckCallMark> marks, bool print = true)
+      : HostObject(IID_IActiveScriptSite), m_path(std::move(path)), m_app(app), m_marks(std::move(marks)),
+        m_print(print) {}
   bool failed() const { return m_failed; }
+  const QString& report() const { return m_report; }
+  // Before the next text of a kept engine: its name, where it differs from
+  // what its writer wrote, and no failure yet.
+  void Reset(std::wstring path, std::vector<CheckCallMark> marks) {
+    m_path = std::move(path);
+    m_marks = std::move(marks);
+    ClearFailure();
+  }
+  void ClearFailure() {
+    m_failed = false;
+    m_report.clear();
+  }
 
   STDMETHOD(GetLCID)(LCID*) override { return E_NOTIMPL; }
   STDMETHOD(GetItemInfo)(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** info) override {
@@ -138,8 +154,11 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
       else if (!description.isEmpty())
         report += QString(" (%1)").arg(description);
     }
-    PrintLine(report);
-    CurrentChecks().scriptError = report;
+    m_report = report;
+    if (m_print) {
+      PrintLine(report);
+      CurrentChecks().scriptError = report;
+    }
     SysFreeString(info.bstrSource);
     SysFreeString(info.bstrDescription);
     SysFreeString(info.bstrHelpFile);
@@ -150,8 +169,14 @@ class CScriptSite final : public kwhost::HostObject<IActiveScriptSite> {
   std::wstring m_path;
   IDispatch* m_app;
   std::vector<CheckCallMark> m_marks;  // where the text differs from the file's
+  bool m_print;
   bool m_failed = false;
+  QString m_report;
 };
+
+namespace {
+
+using CScriptSite = ScriptFunctions::Site;
 
 bool ReadText(const std::wstring& path, std::wstring* text, QString* error) {
   std::ifstream in(QString::fromStdWString(path).toLocal8Bit().constData(), std::ios::binary);
@@ -245,6 +270,233 @@ bool RunScript(const std::wstring& path, const std::wstring& code, IDispatch* ap
   if (parser != nullptr) parser->Release();
   engine->Release();
   return ran && !site.failed();
+}
+
+namespace {
+
+// What a kept engine's scripts have besides JScript's own: the helpers the
+// host calls to make and read their values, the answer of an asynchronous
+// script, and timers.
+const wchar_t kPrelude[] = LR"js(
+function kwscriptArray() { return []; }
+function kwscriptObject() { return {}; }
+function kwscriptPut(o, k, v) { o[k] = v; }
+function kwscriptIsArray(v) { return Object.prototype.toString.call(v) == "[object Array]"; }
+var kwscriptAnswer = {given: false};
+function kwscriptCallback() {
+  var record = {given: false};
+  kwscriptAnswer = record;
+  return function (value) {
+    if (!record.given) { record.given = true; record.value = value; }
+  };
+}
+function kwscriptAnswered() { return kwscriptAnswer.given; }
+function kwscriptAnswerValue() { return kwscriptAnswer.value; }
+var kwscriptTimers = [], kwscriptTimerId = 0;
+function setTimeout(f, ms) {
+  kwscriptTimers.push({id: ++kwscriptTimerId, f: f, at: new Date().getTime() + (ms > 0 ? ms : 0)});
+  return kwscriptTimerId;
+}
+function clearTimeout(id) {
+  var left = [];
+  for (var i = 0; i < kwscriptTimers.length; i++) if (kwscriptTimers[i].id != id) left.push(kwscriptTimers[i]);
+  kwscriptTimers = left;
+}
+function kwscriptRunTimers() {
+  var now = new Date().getTime(), due = [], left = [];
+  for (var i = 0; i < kwscriptTimers.length; i++) (kwscriptTimers[i].at <= now ? due : left).push(kwscriptTimers[i]);
+  kwscriptTimers = left;
+  for (var j = 0; j < due.length; j++) if (typeof due[j].f == "function") due[j].f();
+  return kwscriptTimers.length > 0;
+}
+)js";
+
+// The function a body runs as; it starts on the body's first line.
+const wchar_t kBodyFunction[] = L"kwscriptBody";
+
+void FreeException(EXCEPINFO* exception) {
+  SysFreeString(exception->bstrSource);
+  SysFreeString(exception->bstrDescription);
+  SysFreeString(exception->bstrHelpFile);
+}
+
+}  // namespace
+
+ScriptFunctions::ScriptFunctions(IDispatch* app) : m_app(app) {
+  HRESULT hr = CoCreateInstance(CLSID_JScriptEngine, nullptr, CLSCTX_INPROC_SERVER, IID_IActiveScript,
+                                reinterpret_cast<void**>(&m_engine));
+  if (FAILED(hr)) {
+    m_failure = QString("no JScript engine (0x%1)").arg(QString::number(static_cast<unsigned long>(hr), 16).toUpper());
+    return;
+  }
+  m_site = new Site(L"prelude", app, {}, false);
+  m_engine->QueryInterface(IID_ScriptParse64, reinterpret_cast<void**>(&m_parser));
+  EXCEPINFO exception{};
+  const bool ready =
+      m_parser != nullptr && SUCCEEDED(m_parser->InitNew()) && SUCCEEDED(m_engine->SetScriptSite(m_site)) &&
+      (app == nullptr || SUCCEEDED(m_engine->AddNamedItem(L"app", SCRIPTITEM_ISVISIBLE))) &&
+      SUCCEEDED(m_engine->AddNamedItem(kThrownItem, SCRIPTITEM_ISVISIBLE)) &&
+      SUCCEEDED(m_parser->ParseScriptText(kPrelude, nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
+                                          &exception)) &&
+      SUCCEEDED(m_engine->SetScriptState(SCRIPTSTATE_CONNECTED)) &&
+      SUCCEEDED(m_engine->GetScriptDispatch(nullptr, &m_global));
+  FreeException(&exception);
+  if (!ready) m_failure = "the JScript engine did not start" + (m_site->report().isEmpty() ? QString() : ": " + m_site->report());
+}
+
+ScriptFunctions::~ScriptFunctions() {
+  if (m_global != nullptr) m_global->Release();
+  if (m_engine != nullptr) m_engine->Close();
+  if (m_parser != nullptr) m_parser->Release();
+  if (m_engine != nullptr) m_engine->Release();
+  delete m_site;
+}
+
+bool ScriptFunctions::CallGlobal(const wchar_t* function, std::vector<VARIANT> args, VARIANT* result,
+                                 QString* error) {
+  if (!m_failure.isEmpty()) {
+    *error = m_failure;
+    return false;
+  }
+  LPOLESTR name = const_cast<LPOLESTR>(function);
+  DISPID id = DISPID_UNKNOWN;
+  HRESULT hr = m_global->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
+  if (FAILED(hr)) {
+    *error = QString("the engine has no function %1").arg(QString::fromWCharArray(function));
+    return false;
+  }
+  m_site->ClearFailure();
+  std::vector<VARIANT> reversed(args.rbegin(), args.rend());
+  DISPPARAMS params{reversed.empty() ? nullptr : reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+  EXCEPINFO exception{};
+  VARIANT ignored;
+  VariantInit(&ignored);
+  VariantInit(result != nullptr ? result : &ignored);
+  hr = m_global->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result != nullptr ? result : &ignored,
+                        &exception, nullptr);
+  VariantClear(&ignored);
+  if (exception.pfnDeferredFillIn != nullptr) exception.pfnDeferredFillIn(&exception);
+  if (SUCCEEDED(hr) && !m_site->failed()) {
+    FreeException(&exception);
+    return true;
+  }
+  // Reported to the site with its place; or, should the engine not report
+  // an error of a call from outside, as the call's exception says.
+  if (m_site->failed()) {
+    *error = m_site->report();
+  } else {
+    const HRESULT code = exception.scode != 0 ? exception.scode : hr;
+    const char* known = HResultName(code);
+    *error = QString("script error 0x%1%2%3")
+                 .arg(QString::number(static_cast<unsigned long>(code), 16).toUpper().rightJustified(8, '0'))
+                 .arg(known != nullptr ? QString(" ") + known : QString())
+                 .arg(exception.bstrDescription != nullptr ? ": " + QString::fromWCharArray(exception.bstrDescription)
+                                                           : QString());
+  }
+  FreeException(&exception);
+  if (result != nullptr) VariantClear(result);
+  return false;
+}
+
+bool ScriptFunctions::Call(const std::wstring& name, const std::wstring& body, const std::vector<VARIANT>& args,
+                           VARIANT* result, QString* error) {
+  VariantInit(result);
+  if (!m_failure.isEmpty()) {
+    *error = m_failure;
+    return false;
+  }
+  // The function's head sits on the body's first line, so that the
+  // engine's lines are the body's; its columns there are set back by the
+  // head's length.
+  const std::wstring head = std::wstring(L"function ") + kBodyFunction + L"() {";
+  std::vector<CheckCallMark> marks{{0, 0, static_cast<int>(head.size())}};
+  const std::wstring text = head + NoteThrows(body, &marks) + L"\n}";
+  ForgetThrownValue();
+  SetScriptLanguage(ScriptLanguage::kJScript);
+  m_site->Reset(name, marks);
+  EXCEPINFO exception{};
+  HRESULT hr = m_parser->ParseScriptText(text.c_str(), nullptr, nullptr, nullptr, 0, 0, SCRIPTTEXT_ISVISIBLE, nullptr,
+                                         &exception);
+  FreeException(&exception);
+  if (FAILED(hr) || m_site->failed()) {
+    *error = m_site->failed() ? m_site->report() : QString("the script could not be parsed (0x%1)").arg(ulong(hr), 8, 16, QChar('0'));
+    return false;
+  }
+  std::vector<VARIANT> copies(args.size());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    VariantInit(&copies[i]);
+    VariantCopy(&copies[i], const_cast<VARIANT*>(&args[i]));
+  }
+  const bool called = CallGlobal(kBodyFunction, copies, result, error);
+  for (VARIANT& copy : copies) VariantClear(&copy);
+  return called;
+}
+
+namespace {
+
+VARIANT DispatchValue(IDispatch* object) {
+  VARIANT value;
+  V_VT(&value) = VT_DISPATCH;
+  V_DISPATCH(&value) = object;
+  return value;
+}
+
+}  // namespace
+
+IDispatch* ScriptFunctions::NewArray() {
+  VARIANT made;
+  QString error;
+  if (!CallGlobal(L"kwscriptArray", {}, &made, &error) || V_VT(&made) != VT_DISPATCH) return nullptr;
+  return V_DISPATCH(&made);
+}
+
+IDispatch* ScriptFunctions::NewObject() {
+  VARIANT made;
+  QString error;
+  if (!CallGlobal(L"kwscriptObject", {}, &made, &error) || V_VT(&made) != VT_DISPATCH) return nullptr;
+  return V_DISPATCH(&made);
+}
+
+bool ScriptFunctions::Put(IDispatch* container, const VARIANT& key, const VARIANT& value) {
+  QString error;
+  return CallGlobal(L"kwscriptPut", {DispatchValue(container), key, value}, nullptr, &error);
+}
+
+bool ScriptFunctions::IsArray(IDispatch* object) {
+  VARIANT answer;
+  QString error;
+  if (!CallGlobal(L"kwscriptIsArray", {DispatchValue(object)}, &answer, &error)) return false;
+  const bool array = V_VT(&answer) == VT_BOOL && V_BOOL(&answer) == VARIANT_TRUE;
+  VariantClear(&answer);
+  return array;
+}
+
+IDispatch* ScriptFunctions::NewCallback() {
+  VARIANT made;
+  QString error;
+  if (!CallGlobal(L"kwscriptCallback", {}, &made, &error) || V_VT(&made) != VT_DISPATCH) return nullptr;
+  return V_DISPATCH(&made);
+}
+
+bool ScriptFunctions::Answered(VARIANT* value) {
+  VARIANT given;
+  QString error;
+  VariantInit(value);
+  if (!CallGlobal(L"kwscriptAnswered", {}, &given, &error)) return false;
+  const bool answered = V_VT(&given) == VT_BOOL && V_BOOL(&given) == VARIANT_TRUE;
+  VariantClear(&given);
+  return answered && CallGlobal(L"kwscriptAnswerValue", {}, value, &error);
+}
+
+bool ScriptFunctions::RunDueTimers(bool* pending, QString* error) {
+  VARIANT left;
+  if (!CallGlobal(L"kwscriptRunTimers", {}, &left, error)) {
+    *pending = false;
+    return false;
+  }
+  *pending = V_VT(&left) == VT_BOOL && V_BOOL(&left) == VARIANT_TRUE;
+  VariantClear(&left);
+  return true;
 }
 
 }  // namespace kwscript

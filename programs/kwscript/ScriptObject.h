@@ -22,12 +22,14 @@
 #include <QtCore/QPointer>
 #include <QtCore/QString>
 
-#include "kwscript/ItemGuard.h"
+#include "automation/ItemGuard.h"
 #include "kwscript/MemberTable.h"
 #include "kwscript/ScriptDispatch.h"
 #include "com/Interfaces.h"
 
 namespace kwscript {
+
+using kwauto::ItemGuard;
 
 // What every facade of one run shares: the wrappers manager (for the
 // QString objects made from script strings) and the live facades (all made

@@ -6,12 +6,17 @@
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
 
+#include <dispex.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string>
 
+#include "kwscript/ObjectList.h"
 #include "kwscript/Output.h"
+#include "kwscript/Properties.h"
 #include "kwscript/ScriptObject.h"
 
 namespace kwscript {
@@ -150,32 +155,6 @@ QString JScriptNumber(double value) {
   return QString::fromLatin1((value < 0 ? "-" + out : out).c_str());
 }
 
-QString Shortened(const QString& text) {
-  if (text.size() <= kShortTextLength) return text;
-  return text.left(kShortTextLength) + QString::fromUtf8("\u2026(%1 chars)").arg(text.size());
-}
-
-QString QuotedShort(const QString& text) { return Quoted(Shortened(text)); }
-
-QString ReadableText(const QObject* object, QString* property) {
-  for (const char* name : {"text", "windowTitle", "title", "plainText"}) {
-    const QVariant value = object->property(name);
-    if (value.type() == QVariant::String && !value.toString().isEmpty()) {
-      if (property != nullptr) *property = name;
-      return value.toString();
-    }
-  }
-  return QString();
-}
-
-QString ObjectDescription(const QObject* object) {
-  QString out = object->metaObject()->className();
-  if (!object->objectName().isEmpty()) out += " " + Quoted(object->objectName());
-  const QString text = ReadableText(object);
-  if (!text.isEmpty()) out += " " + QuotedShort(text);
-  return out;
-}
-
 QString FacadeDescription(CScriptObject& facade) {
   QString gone;
   if (facade.Gone(&gone)) return facade.ClassName() + " (deleted)";
@@ -189,6 +168,254 @@ HRESULT AnswerDefaultValue(CScriptObject& facade, WORD flags, const DISPPARAMS* 
   if (!(flags & DISPATCH_PROPERTYGET) || (params != nullptr && params->cArgs != 0)) return DISP_E_MEMBERNOTFOUND;
   ReturnText(result, FacadeDescription(facade));
   return S_OK;
+}
+
+namespace {
+
+using Json = nlohmann::json;
+
+// IDispatchEx, which mingw-w64's uuid library does not define.
+const IID kDispatchExIid = {0xa6ef9860, 0xc720, 0x11d0, {0x93, 0x37, 0x00, 0xa0, 0xc9, 0x0d, 0xca, 0xa9}};
+
+// Values nest no deeper than this either way (a cycle is found before).
+constexpr int kJsonDepth = 100;
+
+QString JsonText(const Json& json) {
+  const std::string& text = json.get_ref<const std::string&>();
+  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+}
+
+std::string Utf8(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+}
+
+Json TextJson(const QString& text) { return Json(Utf8(text)); }
+
+QString VariantOfJson(const Json& json, const JsonValueHooks& hooks, VARIANT* value, int depth) {
+  VariantInit(value);
+  if (depth > kJsonDepth) return "the value nests too deep";
+  switch (json.type()) {
+    case Json::value_t::null:
+    case Json::value_t::discarded:
+      V_VT(value) = VT_NULL;
+      return QString();
+    case Json::value_t::boolean:
+      V_VT(value) = VT_BOOL;
+      V_BOOL(value) = json.get<bool>() ? VARIANT_TRUE : VARIANT_FALSE;
+      return QString();
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+    case Json::value_t::number_float: {
+      const double number = json.get<double>();
+      if (!json.is_number_float() && number >= INT32_MIN && number <= INT32_MAX) {
+        V_VT(value) = VT_I4;
+        V_I4(value) = static_cast<LONG>(json.get<std::int64_t>());
+      } else {
+        V_VT(value) = VT_R8;
+        V_R8(value) = number;
+      }
+      return QString();
+    }
+    case Json::value_t::string:
+      V_VT(value) = VT_BSTR;
+      V_BSTR(value) = NewBstr(JsonText(json));
+      return QString();
+    case Json::value_t::binary:
+      return "binary values have no script value";
+    case Json::value_t::object: {
+      QString why;
+      if (hooks.hostObject && hooks.hostObject(json, value, &why)) return why;
+      break;
+    }
+    case Json::value_t::array:
+      break;
+  }
+  const bool array = json.is_array();
+  IDispatch* container = hooks.newContainer ? hooks.newContainer(array) : nullptr;
+  if (container == nullptr) return QString("the script engine made no %1").arg(array ? "array" : "object");
+  V_VT(value) = VT_DISPATCH;
+  V_DISPATCH(value) = container;
+  int index = 0;
+  for (auto entry = json.begin(); entry != json.end(); ++entry, ++index) {
+    VARIANT key, item;
+    VariantInit(&key);
+    if (array) {
+      V_VT(&key) = VT_I4;
+      V_I4(&key) = index;
+    } else {
+      V_VT(&key) = VT_BSTR;
+      V_BSTR(&key) = NewBstr(QString::fromUtf8(entry.key().data(), static_cast<int>(entry.key().size())));
+    }
+    QString why = VariantOfJson(*entry, hooks, &item, depth + 1);
+    if (why.isEmpty() && !hooks.put(container, key, item)) why = "the script engine took no value";
+    VariantClear(&key);
+    VariantClear(&item);
+    if (!why.isEmpty()) {
+      VariantClear(value);
+      return why;
+    }
+  }
+  return QString();
+}
+
+// A property of an engine's object (by name or index), through
+// IDispatchEx where the object has it.
+bool ReadProperty(IDispatch* object, const std::wstring& name, VARIANT* value) {
+  VariantInit(value);
+  LPOLESTR asked = const_cast<LPOLESTR>(name.c_str());
+  DISPID id = DISPID_UNKNOWN;
+  if (FAILED(object->GetIDsOfNames(IID_NULL, &asked, 1, LOCALE_USER_DEFAULT, &id))) return false;
+  DISPPARAMS none{};
+  return SUCCEEDED(
+      object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, value, nullptr, nullptr));
+}
+
+class JsonWriter {
+ public:
+  explicit JsonWriter(const JsonValueHooks& hooks) : m_hooks(hooks) {}
+
+  QString Write(const VARIANT* value, Json* json) {
+    if (V_VT(value) & VT_BYREF) {
+      VARIANT direct;
+      VariantInit(&direct);
+      if (FAILED(VariantCopyInd(&direct, const_cast<VARIANT*>(value)))) return "a value of an unknown kind";
+      const QString why = Write(&direct, json);
+      VariantClear(&direct);
+      return why;
+    }
+    const VARTYPE type = V_VT(value);
+    if (type == VT_EMPTY || type == VT_NULL) {
+      *json = nullptr;
+    } else if (type == VT_BOOL) {
+      *json = V_BOOL(value) != VARIANT_FALSE;
+    } else if (type == VT_BSTR) {
+      *json = TextJson(QString::fromWCharArray(V_BSTR(value), SysStringLen(V_BSTR(value))));
+    } else if (IsWhole(type) || IsFloating(type)) {
+      VARIANT number;
+      VariantInit(&number);
+      if (FAILED(VariantChangeType(&number, const_cast<VARIANT*>(value), 0, VT_R8))) return "a number out of range";
+      const double x = V_R8(&number);
+      if (!std::isfinite(x))
+        *json = nullptr;
+      else if (x == std::floor(x) && std::fabs(x) <= 9007199254740992.0)
+        *json = static_cast<std::int64_t>(x);
+      else
+        *json = x;
+    } else if (type == VT_DISPATCH || type == VT_UNKNOWN) {
+      return WriteObject(V_UNKNOWN(value), json);
+    } else {
+      *json = TextJson(Text(value, ScriptLanguage::kJScript, 0));
+    }
+    return QString();
+  }
+
+ private:
+  QString WriteObject(IUnknown* unknown, Json* json) {
+    if (unknown == nullptr) {
+      *json = nullptr;
+      return QString();
+    }
+    if (CScriptObject* facade = CScriptObject::FacadeOf(unknown)) {
+      QString why;
+      // A QVariant (what a model's data gives) stands for its value.
+      VARIANT plain;
+      if (facade->ClassName() == "QVariant" && !facade->Gone(&why) &&
+          SUCCEEDED(ScriptValueOf(*static_cast<const QVariant*>(facade->instance()), nullptr, &plain, &why))) {
+        why = Write(&plain, json);
+        VariantClear(&plain);
+        return why;
+      }
+      why.clear();
+      if (!m_hooks.facadeJson || !m_hooks.facadeJson(*facade, json, &why)) *json = TextJson(FacadeDescription(*facade));
+      return why;
+    }
+    IUnknown* identity = nullptr;
+    if (FAILED(unknown->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)))) return "an object of an unknown kind";
+    identity->Release();  // the value holds it
+    if (std::find(m_open.begin(), m_open.end(), identity) != m_open.end()) return "the value is cyclic";
+    if (m_open.size() >= kJsonDepth) return "the value nests too deep";
+    m_open.push_back(identity);
+    const QString why = WriteContainer(unknown, json);
+    m_open.pop_back();
+    return why;
+  }
+
+  QString WriteContainer(IUnknown* unknown, Json* json) {
+    if (const std::vector<VARIANT>* values = CObjectList::ValuesOf(unknown)) {
+      *json = Json::array();
+      for (const VARIANT& item : *values) {
+        Json written;
+        const QString why = Write(&item, &written);
+        if (!why.isEmpty()) return why;
+        json->push_back(std::move(written));
+      }
+      return QString();
+    }
+    IDispatch* object = nullptr;
+    if (FAILED(unknown->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&object)))) return "an object of an unknown kind";
+    QString why = m_hooks.isArray && m_hooks.isArray(object) ? WriteArray(object, json) : WriteProperties(object, json);
+    object->Release();
+    return why;
+  }
+
+  QString WriteArray(IDispatch* array, Json* json) {
+    *json = Json::array();
+    VARIANT length;
+    if (!ReadProperty(array, L"length", &length) || FAILED(VariantChangeType(&length, &length, 0, VT_I4)))
+      return "an array without a length";
+    for (LONG i = 0; i < V_I4(&length); ++i) {
+      VARIANT item;
+      Json written;
+      if (!ReadProperty(array, std::to_wstring(i), &item)) VariantInit(&item);  // a hole: undefined
+      const QString why = Write(&item, &written);
+      VariantClear(&item);
+      if (!why.isEmpty()) return why;
+      json->push_back(std::move(written));
+    }
+    return QString();
+  }
+
+  // An object's enumerable properties, as the engine's IDispatchEx lists them.
+  QString WriteProperties(IDispatch* object, Json* json) {
+    *json = Json::object();
+    IDispatchEx* ex = nullptr;
+    if (FAILED(object->QueryInterface(kDispatchExIid, reinterpret_cast<void**>(&ex)))) return QString();
+    QString why;
+    DISPID id = DISPID_STARTENUM;
+    while (why.isEmpty() && ex->GetNextDispID(fdexEnumDefault, id, &id) == S_OK) {
+      BSTR name = nullptr;
+      if (FAILED(ex->GetMemberName(id, &name)) || name == nullptr) continue;
+      const QString key = QString::fromWCharArray(name, SysStringLen(name));
+      SysFreeString(name);
+      DISPPARAMS none{};
+      VARIANT item;
+      VariantInit(&item);
+      if (FAILED(ex->InvokeEx(id, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, &item, nullptr, nullptr))) continue;
+      Json written;
+      why = Write(&item, &written);
+      VariantClear(&item);
+      (*json)[Utf8(key)] = std::move(written);
+    }
+    ex->Release();
+    return why;
+  }
+
+  const JsonValueHooks& m_hooks;
+  std::vector<IUnknown*> m_open;  // the objects being written, outermost first
+};
+
+}  // namespace
+
+QString VariantOfJson(const nlohmann::json& json, const JsonValueHooks& hooks, VARIANT* value) {
+  return VariantOfJson(json, hooks, value, 0);
+}
+
+QString JsonOfVariant(const VARIANT* value, const JsonValueHooks& hooks, nlohmann::json* json) {
+  *json = nullptr;
+  if (value == nullptr) return QString();
+  JsonWriter writer(hooks);
+  return writer.Write(value, json);
 }
 
 }  // namespace kwscript

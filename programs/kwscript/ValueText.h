@@ -13,7 +13,19 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+#include <nlohmann/json.hpp>
+
+#include <functional>
+
+#include "automation/ObjectText.h"
+
 namespace kwscript {
+
+using kwauto::kShortTextLength;
+using kwauto::ObjectDescription;
+using kwauto::QuotedShort;
+using kwauto::ReadableText;
+using kwauto::Shortened;
 
 class CScriptObject;
 
@@ -33,23 +45,35 @@ QString ValueText(const VARIANT* value);
 // below 1e-6.
 QString JScriptNumber(double value);
 
-// How long a text may be before it is cut.
-constexpr int kShortTextLength = 60;
 
-// `text` cut to its first kShortTextLength characters and followed by
-// "…(N chars)" when it is longer.
-QString Shortened(const QString& text);
+// Script values as JSON and back, for a driver's scripts: what it passes
+// to a script and what the script returns. What the conversion needs of
+// its caller: the script engine's arrays and objects, and how host objects
+// stand in JSON (element references).
+struct JsonValueHooks {
+  std::function<IDispatch*(bool array)> newContainer;  // a new array or object, or null
+  std::function<bool(IDispatch* container, const VARIANT& key, const VARIANT& value)> put;
+  std::function<bool(IDispatch* object)> isArray;
+  // A JSON object that stands for a host object as a script value: false
+  // when it is no such object; true with `value` set, or with `why` saying
+  // why it cannot be had.
+  std::function<bool(const nlohmann::json& object, VARIANT* value, QString* why)> hostObject;
+  // A facade as JSON: false when the caller has no JSON for it (its text is
+  // then used); true with `json` set, or with `why` saying why it fails.
+  std::function<bool(CScriptObject& facade, nlohmann::json* json, QString* why)> facadeJson;
+};
 
-// The shortened text as a quoted literal (Quoted).
-QString QuotedShort(const QString& text);
+// `json` as a script value in `value` (cleared by the caller): null, a
+// boolean, a number (a whole one that fits an int as such), a string, an
+// array or object of the engine, a host object. Empty, or what failed.
+QString VariantOfJson(const nlohmann::json& json, const JsonValueHooks& hooks, VARIANT* value);
 
-// What a person reads on an object: the first non-empty one of its text,
-// windowTitle, title and plainText properties, and which one it is.
-QString ReadableText(const QObject* object, QString* property = nullptr);
-
-// `QPushButton "okButton" "OK"`: the object's class, its object name and its
-// readable text (cut when long), leaving out what is empty.
-QString ObjectDescription(const QObject* object);
+// A script value as JSON: undefined and null are null, numbers stay
+// numbers (a whole one as an integer; NaN and infinities null), a facade
+// as the hooks say or else its description, a list of this host and an
+// array of the engine as arrays, another object of the engine as an object
+// of its enumerable properties. Empty, or what failed (a cyclic value).
+QString JsonOfVariant(const VARIANT* value, const JsonValueHooks& hooks, nlohmann::json* json);
 
 // The description of a facade: as ObjectDescription for a QObject (its
 // class and "(deleted)" once the application deleted it), the class and its

@@ -38,7 +38,7 @@
 #include "kwscript/DemoForm.h"
 #include "kwscript/MemberList.h"
 #include "kwscript/MoreWrappers.h"
-#include "kwscript/ObjectTree.h"
+#include "automation/ObjectTree.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ScriptRunner.h"
 
@@ -200,7 +200,7 @@ int main(int argc, char** argv) {
   kwscript::UseLineFeedsWhenRedirected();
   QStringList args;
   for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
-  int timeout = kDefaultTimeoutSeconds, maxItems = kwscript::kDefaultMaxItems;
+  int timeout = kDefaultTimeoutSeconds, maxItems = kwauto::kDefaultMaxItems;
   QString junit;
   if (!TakeNumberOption(&args, "--timeout", 0, &timeout) || !TakeNumberOption(&args, "--max-items", 0, &maxItems) ||
       !TakeOption(&args, "--junit", &junit)) {
@@ -213,8 +213,7 @@ int main(int argc, char** argv) {
   if (mode == "--publish") return RunInApplication(args.mid(1), {"publish", "", "", 0}, false);
   if (mode == "--tree") {
     const bool json = args.value(1) == "--json";
-    return RunInApplication(args.mid(json ? 2 : 1),
-                            {json ? "tree-json" : "tree", "", QString::number(maxItems), timeout}, false);
+    return RunInApplication(args.mid(json ? 2 : 1), {"tree", "", "", timeout, json, maxItems}, false);
   }
   if (args.isEmpty() || (mode == "--members" && args.size() < 2) || (mode.startsWith("--") && mode != "--members")) {
     std::fprintf(stderr, "%s", kUsage);

@@ -125,7 +125,7 @@ case $scenario in
     must '^looping$'
     # A script error and a selector mistake: reported with their place, and
     # the application answers the next attach.
-    step 1 'bad_selector\.js:2:1: .*character 13: expected a value in double quotes' -- \
+    step 1 'bad_selector\.js:2:1: .*character 13: expected a value in double \(or single\) quotes' -- \
       --launch "$calculator" --keep -- "$(script bad_selector.js)"
     pid=$(pid_of_kept)
     # Attaching while a script runs there: refused, the first one unharmed.

@@ -1,0 +1,24 @@
+// The agent's side of a driver session (agentkit/Protocol.md): commands
+// read from the pipe one at a time, carried out on the GUI thread, answered
+// through the pipe with heartbeats while they run.
+#pragma once
+
+#include <windows.h>
+
+#include <QtCore/QByteArray>
+
+#include <functional>
+
+#include "agent/Session.h"
+
+namespace kwagent {
+
+// Writes one message to the driver; false once the pipe is broken.
+using SendMessage = std::function<bool(const QByteArray& message)>;
+
+// Serves the session opened by `opening` on `pipe` until the driver says
+// "quit", the pipe breaks or the GUI thread ends; on the agent's thread.
+// Returns the status to end with (0, or 4 when the GUI thread ended).
+int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send);
+
+}  // namespace kwagent

@@ -1,0 +1,169 @@
+#include "agentkit/Protocol.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace kwagentkit {
+
+namespace {
+
+const std::pair<Job, const char*> kJobNames[] = {
+    {Job::Run, "run"}, {Job::Tree, "tree"}, {Job::Publish, "publish"}, {Job::Session, "session"}};
+
+const std::pair<MessageType, const char*> kTypeNames[] = {
+    {MessageType::Refused, "refused"}, {MessageType::Out, "out"},         {MessageType::Err, "err"},
+    {MessageType::Beat, "beat"},       {MessageType::Checks, "checks"},   {MessageType::End, "end"},
+    {MessageType::Pub, "pub"},         {MessageType::Stop, "stop"},       {MessageType::Exit, "exit"},
+    {MessageType::Crash, "crash"},     {MessageType::Ready, "ready"},     {MessageType::Command, "command"},
+    {MessageType::Answer, "answer"},   {MessageType::Quit, "quit"},
+};
+
+const char* JobName(Job job) {
+  for (const auto& [value, name] : kJobNames)
+    if (value == job) return name;
+  return "run";
+}
+
+Json Parsed(const QByteArray& bytes) {
+  Json parsed = Json::parse(bytes.constData(), bytes.constData() + bytes.size(), nullptr, false);
+  return parsed.is_object() ? parsed : Json();
+}
+
+// The field `key` of `object` when it has the JSON type `type`, else `fallback`.
+template <typename T>
+T Field(const Json& object, const char* key, Json::value_t type, T fallback) {
+  auto found = object.find(key);
+  return found != object.end() && found->type() == type ? found->get<T>() : fallback;
+}
+
+int IntField(const Json& object, const char* key) {
+  auto found = object.find(key);
+  return found != object.end() && found->is_number_integer() ? found->get<int>() : 0;
+}
+
+std::string StringField(const Json& object, const char* key) {
+  return Field<std::string>(object, key, Json::value_t::string, std::string());
+}
+
+QByteArray OfType(const char* type) { return Serialized({{"type", type}}); }
+
+}  // namespace
+
+QByteArray Serialized(const Json& message) {
+  const std::string text = message.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return QByteArray(text.data(), static_cast<int>(text.size()));
+}
+
+QByteArray OpeningMessage(const Opening& opening) {
+  Json message = {{"v", kProtocolVersion}, {"type", JobName(opening.job)}};
+  switch (opening.job) {
+    case Job::Run:
+      message["script"] = opening.script;
+      message["path"] = opening.path;
+      message["folder"] = opening.folder;
+      message["timeout"] = opening.timeoutSeconds;
+      break;
+    case Job::Tree:
+      message["json"] = opening.json;
+      message["maxItems"] = opening.maxItems;
+      break;
+    case Job::Session:
+      message["maxItems"] = opening.maxItems;
+      break;
+    case Job::Publish:
+      break;
+  }
+  return Serialized(message);
+}
+
+std::string ParseOpening(const QByteArray& bytes, Opening* opening) {
+  const Json message = Parsed(bytes);
+  if (!message.is_object()) return "the loader's opening is not a JSON object";
+  auto version = message.find("v");
+  if (version == message.end() || !version->is_number_integer())
+    return "the loader's opening has no protocol version: the agent speaks version " +
+           std::to_string(kProtocolVersion);
+  opening->version = version->get<int>();
+  if (opening->version != kProtocolVersion)
+    return "the loader speaks protocol version " + std::to_string(opening->version) + ", this agent version " +
+           std::to_string(kProtocolVersion) + ": use a kwagent.dll of the loader's own build";
+  const std::string type = StringField(message, "type");
+  const auto* job = std::find_if(std::begin(kJobNames), std::end(kJobNames),
+                                 [&](const auto& entry) { return type == entry.second; });
+  if (job == std::end(kJobNames)) return "the agent has no job \"" + type + "\"";
+  opening->job = job->first;
+  opening->script = StringField(message, "script");
+  opening->path = StringField(message, "path");
+  opening->folder = StringField(message, "folder");
+  opening->timeoutSeconds = IntField(message, "timeout");
+  opening->json = Field<bool>(message, "json", Json::value_t::boolean, false);
+  opening->maxItems = IntField(message, "maxItems");
+  if (opening->timeoutSeconds < 0 || opening->maxItems < 0) return "the loader's opening has a negative limit";
+  return std::string();
+}
+
+bool ParseMessage(const QByteArray& bytes, Message* message) {
+  *message = Message();
+  message->body = Parsed(bytes);
+  auto type = message->body.find("type");
+  if (!message->body.is_object() || type == message->body.end() || !type->is_string()) return false;
+  for (const auto& [value, name] : kTypeNames)
+    if (*type == name) message->type = value;
+  switch (message->type) {
+    case MessageType::Out:
+    case MessageType::Err:
+      message->text = StringField(message->body, "line");
+      break;
+    case MessageType::Refused:
+      message->text = StringField(message->body, "message");
+      message->status = IntField(message->body, "status");
+      break;
+    case MessageType::Crash:
+      message->text = StringField(message->body, "report");
+      break;
+    case MessageType::End:
+      message->status = IntField(message->body, "status");
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+QByteArray RefusedMessage(int status, const std::string& message) {
+  return Serialized({{"type", "refused"}, {"status", status}, {"message", message}});
+}
+QByteArray OutMessage(const std::string& line) { return Serialized({{"type", "out"}, {"line", line}}); }
+QByteArray ErrMessage(const std::string& line) { return Serialized({{"type", "err"}, {"line", line}}); }
+QByteArray BeatMessage() { return OfType("beat"); }
+
+QByteArray ChecksMessage(const Json& checks) {
+  Json message = checks.is_object() ? checks : Json::object();
+  message["type"] = "checks";
+  return Serialized(message);
+}
+
+QByteArray EndMessage(int status) { return Serialized({{"type", "end"}, {"status", status}}); }
+QByteArray PubMessage() { return OfType("pub"); }
+QByteArray StopMessage() { return OfType("stop"); }
+QByteArray ExitMessage() { return OfType("exit"); }
+QByteArray CrashMessage(const std::string& report) { return Serialized({{"type", "crash"}, {"report", report}}); }
+QByteArray ReadyMessage(DWORD pid) { return Serialized({{"type", "ready"}, {"pid", pid}}); }
+
+QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params) {
+  return Serialized({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});
+}
+
+QByteArray QuitMessage() { return OfType("quit"); }
+
+std::string Utf8(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+}
+
+QString FromUtf8(const std::string& text) {
+  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+}
+
+}  // namespace kwagentkit

@@ -1,0 +1,199 @@
+#include "automation/FiberRunner.h"
+
+#include <QtCore/QAtomicInt>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QMutex>
+#include <QtCore/QTimerEvent>
+#include <QtGui/QApplication>
+#include <QtGui/QWidget>
+
+#include "automation/EventPump.h"
+
+namespace kwauto {
+
+namespace {
+
+// The runner whose job's fiber is running now, if any.
+FiberRunner* g_current = nullptr;
+// The runner whose job waits for the event loop, if any.
+FiberRunner* g_waiting = nullptr;
+
+// A stop asked for, from any thread.
+QMutex g_stopLock;
+QString g_stopReason;
+QAtomicInt g_stopRequested(0);
+// Calls given up (CallOffScript) still under way.
+int g_givenUp = 0;
+constexpr SIZE_T kScriptStack = 4 * 1024 * 1024;
+constexpr int kResumeIntervalMs = 10;
+
+// The fiber running now. GetCurrentFiber reads the thread block through gs,
+// which GCC's bounds check takes for an access to an empty array.
+void* CurrentFiber() {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Warray-bounds"
+  return GetCurrentFiber();
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+FiberRunner::FiberRunner(std::function<bool()> job, Done done) : m_job(std::move(job)), m_done(std::move(done)) {}
+
+FiberRunner::~FiberRunner() {
+  if (qApp != nullptr) qApp->removeEventFilter(this);
+  if (m_timer != 0) killTimer(m_timer);
+  if (m_fiber != nullptr) DeleteFiber(m_fiber);
+  if (g_waiting == this) g_waiting = nullptr;
+}
+
+void FiberRunner::RequestStop(const QString& reason) {
+  QMutexLocker lock(&g_stopLock);
+  g_stopReason = reason;
+  g_stopRequested = 1;
+}
+
+bool FiberRunner::StopRequested(QString* reason) {
+  if (!g_stopRequested) return false;
+  QMutexLocker lock(&g_stopLock);
+  *reason = g_stopReason;
+  return true;
+}
+
+bool FiberRunner::GiveCrashToScript(const QString& reason) {
+  FiberRunner* runner = g_waiting;
+  if (runner == nullptr || runner->m_finished || runner->m_inScript || runner->m_thread != GetCurrentThreadId())
+    return false;
+  RequestStop(reason);
+  g_waiting = nullptr;
+  g_current = runner;
+  runner->m_inScript = true;
+  SwitchToFiber(runner->m_fiber);
+  return true;
+}
+
+QString FiberRunner::Start() {
+  g_stopRequested = 0;
+  m_thread = GetCurrentThreadId();
+  SetEventPump(&FiberRunner::YieldToEventLoop, &FiberRunner::StopRequested);
+  if (IsThreadAFiber()) {
+    m_mainFiber = CurrentFiber();
+  } else {
+    m_mainFiber = ConvertThreadToFiber(nullptr);
+    m_convertedThread = m_mainFiber != nullptr;
+  }
+  m_fiber = m_mainFiber != nullptr ? CreateFiber(kScriptStack, &FiberRunner::FiberMain, this) : nullptr;
+  if (m_fiber == nullptr) {
+    const QString why = QString("cannot make the job's fiber (error %1)").arg(GetLastError());
+    m_finished = true;
+    if (m_done) m_done(false);
+    return why;
+  }
+  qApp->installEventFilter(this);
+  m_timer = startTimer(0);
+  return QString();
+}
+
+bool FiberRunner::CallOffScript(FiberCall* call) {
+  FiberRunner* runner = g_current;
+  if (runner == nullptr || runner->m_fiber == nullptr || CurrentFiber() != runner->m_fiber) {
+    call->Make();
+    return true;
+  }
+  runner->m_request = call;
+  SwitchToFiber(runner->m_mainFiber);
+  return !call->givenUp;
+}
+
+int FiberRunner::CallsGivenUp() { return g_givenUp; }
+
+bool FiberRunner::eventFilter(QObject* watched, QEvent* event) {
+  // A modal window or a popup shown while a call of the job is under
+  // way: the call runs its loop, and will not return until it closes.
+  if (event->type() == QEvent::Show && m_underway != nullptr && m_underway->window.isNull() &&
+      watched->isWidgetType()) {
+    auto* widget = static_cast<QWidget*>(watched);
+    if (widget->isWindow() && (widget->isModal() || widget->windowType() == Qt::Popup)) {
+      m_underway->window = widget;
+      if (m_giveUpTimer == 0) m_giveUpTimer = startTimer(0);
+    }
+  }
+  return false;
+}
+
+bool FiberRunner::EnterScript() {
+  SwitchToFiber(m_fiber);
+  while (m_request != nullptr && !m_finished) {
+    FiberCall* call = m_request;
+    m_request = nullptr;
+    FiberCall* outer = m_underway;
+    m_underway = call;
+    call->Make();
+    m_underway = outer;
+    if (call->givenUp) {
+      --g_givenUp;
+      delete call;
+      return false;
+    }
+    if (m_giveUpTimer != 0) killTimer(m_giveUpTimer);
+    m_giveUpTimer = 0;
+    SwitchToFiber(m_fiber);
+  }
+  return true;
+}
+
+void FiberRunner::GiveUpCall() {
+  killTimer(m_giveUpTimer);
+  m_giveUpTimer = 0;
+  if (m_underway == nullptr || m_finished) return;
+  m_underway->givenUp = true;
+  m_underway = nullptr;
+  ++g_givenUp;
+  Resume();
+}
+
+void CALLBACK FiberRunner::FiberMain(void* parameter) {
+  auto* runner = static_cast<FiberRunner*>(parameter);
+  runner->m_succeeded = runner->m_job();
+  runner->m_finished = true;
+  for (;;) SwitchToFiber(runner->m_mainFiber);  // never resumed once finished
+}
+
+bool FiberRunner::YieldToEventLoop() {
+  FiberRunner* runner = g_current;
+  if (runner == nullptr)
+    QCoreApplication::processEvents();
+  else
+    SwitchToFiber(runner->m_mainFiber);
+  return !g_stopRequested;
+}
+
+void FiberRunner::timerEvent(QTimerEvent* event) {
+  if (event->timerId() == m_giveUpTimer && m_giveUpTimer != 0) return GiveUpCall();
+  if (event->timerId() != m_timer || m_inScript || m_finished) return;
+  if (m_timer != 0) killTimer(m_timer);
+  m_timer = 0;
+  Resume();
+}
+
+void FiberRunner::Resume() {
+  m_inScript = true;
+  FiberRunner* outer = g_current == this ? nullptr : g_current;
+  g_current = this;
+  g_waiting = nullptr;
+  if (!EnterScript()) return;
+  g_current = outer;
+  m_inScript = false;
+  g_waiting = m_finished ? nullptr : this;
+  if (!m_finished) {
+    m_timer = startTimer(kResumeIntervalMs);
+    return;
+  }
+  DeleteFiber(m_fiber);
+  m_fiber = nullptr;
+  if (m_convertedThread) ConvertFiberToThread();
+  m_convertedThread = false;
+  if (m_done) m_done(m_succeeded);
+}
+
+}  // namespace kwauto

@@ -1,0 +1,108 @@
+// The core's waits: a job (a script, a driver's command) run on a fiber of
+// the GUI thread. Whenever the job waits (for events to be delivered, for
+// an object to appear) it hands the thread back to the event loop, which
+// resumes it on a timer, so the application goes on working while the job
+// waits: a modal dialog opened by a call the job posted runs its own event
+// loop, and the job, resumed from there, can find it and close it. The
+// runner is the event pump (EventPump.h) while a job runs.
+#pragma once
+
+#include <windows.h>
+
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+#include <QtCore/QString>
+
+#include <functional>
+
+class QWidget;
+
+namespace kwauto {
+
+// A call the job makes on an object of the application, made on the
+// GUI thread's own fiber (FiberRunner::CallOffScript). It owns what the
+// call needs: when it is given up it outlives the job's call.
+class FiberCall {
+ public:
+  virtual ~FiberCall() = default;
+  // Makes the call; on the main fiber.
+  virtual void Make() = 0;
+  // The modal window or popup the call opened and waits in, once shown.
+  QPointer<QWidget> window;
+  bool givenUp = false;
+};
+
+class FiberRunner : public QObject {
+ public:
+  // Called on the GUI thread once the job has ended, with its outcome.
+  using Done = std::function<void(bool succeeded)>;
+
+  // `job` returns whether it succeeded.
+  FiberRunner(std::function<bool()> job, Done done);
+  ~FiberRunner() override;
+
+  // Starts the job from the event loop of the calling (GUI) thread. Empty,
+  // or why it could not start (no fiber): `done` has then been called with
+  // false.
+  QString Start();
+
+  // From the job: lets the event loop run, then comes back. Outside a
+  // job's fiber it processes the pending events instead. False when the
+  // job is to stop (see RequestStop): its loops end there.
+  static bool YieldToEventLoop();
+
+  // From the job: makes `call` on the main fiber and returns true once
+  // it has returned. When a modal window or a popup shows while it runs,
+  // the call is given up instead: false at once, `call->window` that
+  // window, which stays open; the call waits in the window's loop, the
+  // job goes on (and may answer the window), and the runner deletes
+  // `call` when it returns. Outside a job's fiber the call is made in place.
+  static bool CallOffScript(FiberCall* call);
+  // Calls given up that have not returned yet.
+  static int CallsGivenUp();
+
+  // Asks the running job to stop, from any thread: every wait and call it
+  // makes from then on fails with `reason` (a script's error report shows
+  // it with the script's line). Cleared when a job starts.
+  static void RequestStop(const QString& reason);
+  // Whether a stop was asked for, and why.
+  static bool StopRequested(QString* reason);
+
+  // For a crash report, on the GUI thread while the job waits for the
+  // event loop (the usual case: the application's own handlers crash on
+  // the events a job's call posted): stops the job with `reason` and
+  // lets it run until its call has failed, so that a script's error names
+  // the line, and until it ends or waits again. False when no job waits.
+  static bool GiveCrashToScript(const QString& reason);
+
+ protected:
+  void timerEvent(QTimerEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  static void CALLBACK FiberMain(void* runner);
+  // On the main fiber: lets the job run until it waits or ends, making
+  // the calls it asks for meanwhile.
+  void Resume();
+  // Runs the job's fiber and serves its calls; false when a call given up
+  // returned here after the job had gone on without it (the job's
+  // state is then no business of this frame any more).
+  bool EnterScript();
+  void GiveUpCall();
+
+  std::function<bool()> m_job;
+  Done m_done;
+  void* m_fiber = nullptr;
+  void* m_mainFiber = nullptr;
+  bool m_convertedThread = false;
+  bool m_inScript = false;
+  bool m_finished = false;
+  DWORD m_thread = 0;
+  bool m_succeeded = false;
+  int m_timer = 0;
+  FiberCall* m_request = nullptr;   // asked for by the job, not yet made
+  FiberCall* m_underway = nullptr;  // being made on the main fiber
+  int m_giveUpTimer = 0;
+};
+
+}  // namespace kwauto

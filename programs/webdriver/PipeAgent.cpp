@@ -1,0 +1,282 @@
+// The sessions' real agents: an application started (or attached to) by
+// programs/agentkit's launcher with kwagent.dll in it, spoken to over its
+// pipe in the protocol of programs/agentkit (Protocol.h, Protocol.md).
+//
+// The pipe is polled (PeekNamedPipe) rather than read by a thread of its own:
+// synchronous reads and writes on one pipe handle wait for each other on
+// Windows, and the protocol has one command at a time anyway.
+#include <windows.h>
+
+#include <chrono>
+#include <mutex>
+
+#include "webdriver/Agent.h"
+
+#ifdef KW_DRIVER_LAUNCHER
+#include <QtCore/QByteArray>
+
+#include "agentkit/AgentPipe.h"
+#include "agentkit/Launcher.h"
+#include "agentkit/Protocol.h"
+#endif
+
+namespace kwdriver {
+
+using nlohmann::json;
+
+#ifdef KW_DRIVER_LAUNCHER
+
+namespace {
+
+constexpr DWORD kOpenLimitMs = 30000;   // for the agent's "ready"
+constexpr DWORD kCloseGraceMs = 3000;   // for a launched application to close its windows
+constexpr size_t kLastWordsKept = 8000;
+
+std::wstring Wide(const std::string& text) {
+  if (text.empty()) return {};
+  const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+  std::wstring out(static_cast<size_t>(size), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size);
+  return out;
+}
+
+BOOL CALLBACK CloseWindowOf(HWND window, LPARAM pid) {
+  DWORD owner = 0;
+  GetWindowThreadProcessId(window, &owner);
+  if (owner == static_cast<DWORD>(pid) && IsWindowVisible(window)) PostMessageW(window, WM_CLOSE, 0, 0);
+  return TRUE;
+}
+
+class PipeAgent : public AgentChannel {
+ public:
+  explicit PipeAgent(const kwagentkit::AgentConnection& connection) : m_connection(connection) {}
+  ~PipeAgent() override { End(); }
+
+  // The session's opening: "session", answered by "ready" or "refused".
+  bool Open(int maxItems, Failure* failure) {
+    kwagentkit::Opening opening;
+    opening.job = kwagentkit::Job::Session;
+    opening.maxItems = maxItems;
+    if (!Send(kwagentkit::OpeningMessage(opening))) {
+      *failure = {"session not created", "the agent's pipe broke before the session began" + LastWords()};
+      return false;
+    }
+    const DWORD start = GetTickCount();
+    while (GetTickCount() - start < kOpenLimitMs) {
+      kwagentkit::Message message;
+      switch (Poll(&message)) {
+        case Got::kBroken:
+          *failure = {"session not created", "the application ended before the session began" + LastWords()};
+          return false;
+        case Got::kNothing:
+          Wait();
+          continue;
+        case Got::kMessage:
+          break;
+      }
+      if (message.type == kwagentkit::MessageType::Ready) return true;
+      if (message.type == kwagentkit::MessageType::Refused) {
+        *failure = {"session not created", "the agent refused the session: " + message.text};
+        return false;
+      }
+    }
+    *failure = {"session not created", "the agent did not answer the session's opening"};
+    return false;
+  }
+
+  Reply Call(const std::string& name, const json& params, std::chrono::milliseconds limit,
+             const std::atomic<bool>& cancelled) override {
+    Reply reply;
+    if (m_broken) return Gone();
+    const uint64_t id = ++m_lastId;
+    if (!Send(kwagentkit::CommandMessage(id, name, params))) return Gone();
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+      if (cancelled) {
+        reply.kind = Reply::Kind::kGone;
+        reply.failure.message = "the session was ended";
+        return reply;
+      }
+      kwagentkit::Message message;
+      const Got got = Poll(&message);
+      if (got == Got::kBroken) return Gone();
+      if (got == Got::kNothing) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+          reply.kind = Reply::Kind::kTimeout;
+          reply.failure.message = "no answer within " + std::to_string(limit.count()) + " ms";
+          return reply;
+        }
+        if (Wait()) continue;
+        return Gone();
+      }
+      const json& body = message.body;
+      if (message.type != kwagentkit::MessageType::Answer || !body.contains("id") || body["id"] != id) continue;
+      if (body.contains("error")) {
+        reply.kind = Reply::Kind::kError;
+        reply.failure.error = body["error"].is_string() ? body["error"].get<std::string>() : "unknown error";
+        reply.failure.message = body.value("message", std::string());
+      } else {
+        reply.value = body.contains("value") ? body["value"] : json(nullptr);
+      }
+      return reply;
+    }
+  }
+
+  bool Alive(std::string* report) override {
+    for (;;) {
+      kwagentkit::Message message;
+      const Got got = Poll(&message);
+      if (got == Got::kMessage) continue;  // beats and lines between commands
+      if (got == Got::kNothing && !Ended()) return true;
+      *report = GoneText();
+      return false;
+    }
+  }
+
+  void End() override {
+    if (m_done) return;
+    m_done = true;
+    if (m_connection.launched) {
+      if (m_connection.process != nullptr && !Ended()) {
+        EnumWindows(CloseWindowOf, static_cast<LPARAM>(m_connection.pid));
+        if (WaitForSingleObject(m_connection.process, kCloseGraceMs) != WAIT_OBJECT_0)
+          TerminateProcess(m_connection.process, 1);
+      }
+    } else if (!m_broken) {
+      Send(kwagentkit::QuitMessage());
+    }
+    kwagentkit::CloseConnection(&m_connection);
+  }
+
+  unsigned long Pid() const override { return m_connection.pid; }
+  bool Launched() const override { return m_connection.launched; }
+
+ private:
+  enum class Got { kMessage, kNothing, kBroken };
+
+  bool Send(const QByteArray& message) {
+    if (m_broken) return false;
+    if (!kwagentkit::WriteMessage(m_connection.pipe, message)) m_broken = true;
+    return !m_broken;
+  }
+
+  // One message if a whole one has begun to arrive; beats and output lines
+  // are taken in passing (lines kept as the application's last words).
+  Got Poll(kwagentkit::Message* message) {
+    if (m_broken) return Got::kBroken;
+    DWORD available = 0;
+    if (!PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr)) {
+      m_broken = true;
+      return Got::kBroken;
+    }
+    if (available == 0) return Got::kNothing;
+    QByteArray text;
+    if (!kwagentkit::ReadMessage(m_connection.pipe, &text)) {
+      m_broken = true;
+      return Got::kBroken;
+    }
+    if (!kwagentkit::ParseMessage(text, message)) return Got::kNothing;
+    const kwagentkit::MessageType type = message->type;
+    if ((type == kwagentkit::MessageType::Err || type == kwagentkit::MessageType::Out ||
+         type == kwagentkit::MessageType::Crash) &&
+        !message->text.empty()) {
+      m_lastWords += (m_lastWords.empty() ? "" : "\n") + message->text;
+      if (m_lastWords.size() > kLastWordsKept) m_lastWords.erase(0, m_lastWords.size() - kLastWordsKept);
+    }
+    return Got::kMessage;
+  }
+
+  // Waits a moment for the pipe; false once the application has ended and
+  // left nothing more in it.
+  bool Wait() {
+    if (m_connection.process == nullptr) {
+      Sleep(1);
+      return true;
+    }
+    if (WaitForSingleObject(m_connection.process, 1) != WAIT_OBJECT_0) return true;
+    DWORD available = 0;
+    return PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr) && available > 0;
+  }
+
+  bool Ended() const {
+    return m_connection.process != nullptr && WaitForSingleObject(m_connection.process, 0) == WAIT_OBJECT_0;
+  }
+
+  std::string LastWords() const { return m_lastWords.empty() ? "" : ": " + m_lastWords; }
+
+  std::string GoneText() const {
+    std::string text = "the application ended";
+    DWORD code = 0;
+    if (m_connection.process != nullptr && GetExitCodeProcess(m_connection.process, &code) && code != STILL_ACTIVE) {
+      char hex[16];
+      std::snprintf(hex, sizeof hex, "0x%08lX", static_cast<unsigned long>(code));
+      text += std::string(" (exit code ") + hex + ")";
+    } else if (m_connection.process != nullptr) {
+      text = "the agent's pipe broke";
+    }
+    return text + LastWords();
+  }
+
+  Reply Gone() {
+    Reply reply;
+    reply.kind = Reply::Kind::kGone;
+    reply.failure.message = GoneText();
+    return reply;
+  }
+
+  kwagentkit::AgentConnection m_connection;
+  uint64_t m_lastId = 0;
+  bool m_broken = false;
+  bool m_done = false;
+  std::string m_lastWords;
+};
+
+// Launched applications end with kwdriver however it ends: the launcher
+// puts them in a job that ends them when its last handle closes.
+class PipeAgentStarter : public AgentStarter {
+ public:
+
+  std::unique_ptr<AgentChannel> Start(const SessionRequest& request, Failure* failure) override {
+    kwagentkit::AgentConnection connection;
+    std::string problem;
+    if (!request.app.empty()) {
+      kwagentkit::LaunchRequest launch;
+      launch.program = Wide(request.app);
+      for (const std::string& argument : request.arguments) launch.arguments.push_back(Wide(argument));
+      launch.workingDir = Wide(request.workingDir);
+      problem = kwagentkit::LaunchWithAgent(launch, &connection);
+    } else {
+      problem = kwagentkit::AttachAgent(Wide(request.attach), &connection);
+    }
+    if (!problem.empty()) {
+      kwagentkit::CloseConnection(&connection);
+      *failure = {"session not created", problem};
+      return nullptr;
+    }
+    auto agent = std::make_unique<PipeAgent>(connection);
+    if (!agent->Open(request.maxItems, failure)) return nullptr;  // its destructor ends what it started
+    return agent;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AgentStarter> MakePipeAgentStarter() { return std::make_unique<PipeAgentStarter>(); }
+
+#else  // without programs/agentkit's launcher
+
+namespace {
+class NoLauncher : public AgentStarter {
+ public:
+  std::unique_ptr<AgentChannel> Start(const SessionRequest&, Failure* failure) override {
+    *failure = {"session not created", "this kwdriver was built without programs/agentkit's launcher"};
+    return nullptr;
+  }
+};
+}  // namespace
+
+std::unique_ptr<AgentStarter> MakePipeAgentStarter() { return std::make_unique<NoLauncher>(); }
+
+#endif
+
+}  // namespace kwdriver

@@ -1,0 +1,348 @@
+// A driver session served in the test's own process, as the agent serves
+// one inside an application: a client thread writes the commands to the
+// session's pipe and reads the answers, the main thread runs Qt's event
+// loop (and the modal dialogs the commands open). Scripts, alerts and
+// actions are checked by what the widgets show afterwards.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QPointer>
+#include <QtGui/QApplication>
+#include <QtGui/QInputDialog>
+#include <QtGui/QKeyEvent>
+#include <QtGui/QLineEdit>
+#include <QtGui/QMessageBox>
+#include <QtGui/QPushButton>
+#include <QtGui/QSlider>
+#include <QtGui/QVBoxLayout>
+#include <QtGui/QWidget>
+
+#include <functional>
+#include <thread>
+
+#include "agent/DriverSession.h"
+#include "agentkit/AgentPipe.h"
+
+namespace {
+
+using kwagent::Json;
+
+QApplication* Application() {
+  static int argc = 1;
+  static char name[] = "agent_session_tests";
+  static char* argv[] = {name, nullptr};
+  static QApplication* application = new QApplication(argc, argv);
+  return application;
+}
+
+// The client's end of a session served on a thread of its own.
+class Client {
+ public:
+  Client() {
+    static int sessions = 0;
+    const std::wstring name =
+        L"\\\\.\\pipe\\kwagent-test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++sessions);
+    m_server = CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 1 << 16, 1 << 16, 0,
+                                nullptr);
+    m_client = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    m_agent = std::thread([this] {
+      kwagent::ServeDriverSession(m_server, Json::object(), [this](const QByteArray& message) {
+        return kwagentkit::WriteMessage(m_server, message);
+      });
+    });
+    Json ready;
+    Read(&ready);
+  }
+  ~Client() {
+    kwagentkit::WriteMessage(m_client, "{\"type\":\"quit\"}");
+    m_agent.join();
+    CloseHandle(m_client);
+    CloseHandle(m_server);
+  }
+
+  // The command's answer: its value, or {"error": code, "message": ...}.
+  Json Command(const char* name, const Json& params = Json::object()) {
+    const Json command = {{"type", "command"}, {"id", ++m_id}, {"name", name}, {"params", params}};
+    kwagentkit::WriteMessage(m_client, QByteArray(command.dump().c_str()));
+    for (Json answer; Read(&answer);) {
+      if (answer.value("type", "") != "answer") continue;  // heartbeats
+      if (answer.contains("error")) return {{"error", answer["error"]}, {"message", answer["message"]}};
+      return answer["value"];
+    }
+    return {{"error", "the pipe broke"}};
+  }
+
+  Json Script(const std::string& script, const Json& args = Json::array(), double timeoutMs = 5000) {
+    return Command("executeScript", {{"script", script}, {"args", args}, {"timeoutMs", timeoutMs}});
+  }
+
+ private:
+  bool Read(Json* message) {
+    QByteArray bytes;
+    if (!kwagentkit::ReadMessage(m_client, &bytes)) return false;
+    *message = Json::parse(bytes.constData(), bytes.constData() + bytes.size());
+    return true;
+  }
+
+  HANDLE m_server = nullptr, m_client = nullptr;
+  std::thread m_agent;
+  int m_id = 0;
+};
+
+// Runs `scenario` on a client thread while the event loop runs here.
+void Serve(const std::function<void(Client&)>& scenario) {
+  QApplication* application = Application();
+  std::thread client([&] {
+    {
+      Client session;
+      scenario(session);
+    }
+    QMetaObject::invokeMethod(application, "quit", Qt::QueuedConnection);
+  });
+  application->exec();
+  client.join();
+  QApplication::processEvents();  // the session's end
+}
+
+std::string ErrorOf(const Json& answer) {
+  return answer.is_object() && answer.contains("error") ? answer["error"].get<std::string>() : "";
+}
+
+// Records which keys the application received, as the widgets got them.
+class KeyLog : public QObject {
+ public:
+  QObject* target = nullptr;
+  QStringList events;
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (watched == target && (event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease)) {
+      auto* key = static_cast<QKeyEvent*>(event);
+      if (!key->isAutoRepeat())
+        events << QString("%1 %2").arg(event->type() == QEvent::KeyPress ? "down" : "up").arg(key->key(), 0, 16);
+    }
+    return false;
+  }
+};
+
+// Made first, so that the application exists before any widget.
+struct WithApplication {
+  WithApplication() { Application(); }
+};
+
+class Form : WithApplication {
+ public:
+  Form() {
+    window.setObjectName("form");
+    auto* layout = new QVBoxLayout(&window);
+    edit = new QLineEdit;
+    edit->setObjectName("edit");
+    slider = new QSlider(Qt::Horizontal);
+    slider->setObjectName("slider");
+    slider->setRange(0, 100);
+    slider->setFixedWidth(300);
+    ask = new QPushButton("Ask");
+    ask->setObjectName("ask");
+    layout->addWidget(edit);
+    layout->addWidget(slider);
+    layout->addWidget(ask);
+    window.show();
+    window.activateWindow();
+    QApplication::setActiveWindow(&window);
+    QApplication::processEvents();
+  }
+  QWidget window;
+  QLineEdit* edit;
+  QSlider* slider;
+  QPushButton* ask;
+};
+
+TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
+  Form form;
+  form.slider->setValue(10);
+  Json slider, value, set, sum, list, variant, thrown, missing;
+  Serve([&](Client& session) {
+    slider = session.Script("return app.find('slider');");
+    value = session.Script("return arguments[0].value;", Json::array({slider}));
+    set = session.Script("arguments[0].setValue(arguments[1]); return [arguments[0], arguments[0].value];", Json::array({slider, 33}));
+    sum = session.Script("var s = 0; for (var i = 0; i < arguments[0].length; i++) s += arguments[0][i].n; return {sum: s};",
+                         Json::array({Json::array({{{"n", 1}}, {{"n", 2.5}}})}));
+    list = session.Script("return app.queryAll('QSlider');");
+    variant = session.Script("return [arguments[0].property('value'), arguments[0].property('noSuchProperty')];",
+                             Json::array({slider}));
+    thrown = session.Script("var a = 1;\nthrow new Error('no way');");
+    missing = session.Script("return arguments[0];", Json::array({{{kwagent::kElementKey, "nowhere"}}}));
+  });
+  ASSERT_TRUE(slider.is_object()) << slider;
+  EXPECT_TRUE(slider.contains(kwagent::kElementKey)) << slider;
+  EXPECT_EQ(value, 10);
+  EXPECT_EQ(set, Json::array({slider, 33}));
+  EXPECT_EQ(form.slider->value(), 33);
+  EXPECT_EQ(sum, Json({{"sum", 3.5}}));
+  EXPECT_EQ(list, Json::array({slider}));  // a list of the app object is an array
+  EXPECT_EQ(variant, Json::array({33, nullptr}));  // a QVariant is its value
+  EXPECT_EQ(ErrorOf(thrown), "javascript error") << thrown;
+  EXPECT_NE(thrown.value("message", "").find("no way"), std::string::npos) << thrown;
+  EXPECT_NE(thrown.value("message", "").find(":2:"), std::string::npos) << thrown;
+  EXPECT_EQ(ErrorOf(missing), "no such element") << missing;
+}
+
+TEST(AgentScripts, AsynchronousScriptsAnswerThroughTheirCallbackOrTimeOut) {
+  Form form;
+  Json now, later, never, endless;
+  Serve([&](Client& session) {
+    now = session.Command("executeAsyncScript",
+                          {{"script", "arguments[arguments.length - 1](arguments[0] + 1);"}, {"args", {41}}, {"timeoutMs", 5000}});
+    later = session.Command("executeAsyncScript",
+                            {{"script", "var done = arguments[0]; setTimeout(function () { done(app.find('edit')); }, 200);"},
+                             {"args", Json::array()},
+                             {"timeoutMs", 5000}});
+    never = session.Command("executeAsyncScript", {{"script", "var x = 1;"}, {"args", Json::array()}, {"timeoutMs", 300}});
+    endless = session.Script("for (;;) app.processEvents();", Json::array(), 300);
+  });
+  EXPECT_EQ(now, 42);
+  EXPECT_TRUE(later.is_object() && later.contains(kwagent::kElementKey)) << later;
+  EXPECT_EQ(ErrorOf(never), "script timeout") << never;
+  EXPECT_EQ(ErrorOf(endless), "script timeout") << endless;
+}
+
+// Opens the dialogs the alert commands answer, and keeps what they gave.
+class Asker : public QObject {
+ public:
+  QString kind;
+  QString answer;
+  bool eventFilter(QObject*, QEvent* event) override {
+    if (event->type() != QEvent::User) return false;
+    bool ok = false;
+    if (kind == "question")
+      answer = QMessageBox::question(nullptr, "Question", "Proceed?", QMessageBox::Yes | QMessageBox::No) ==
+                       QMessageBox::Yes
+                   ? "yes"
+                   : "no";
+    else if (kind == "text")
+      answer = QInputDialog::getText(nullptr, "Text", "Your name:", QLineEdit::Normal, "old", &ok);
+    else if (kind == "int")
+      answer = QString::number(QInputDialog::getInt(nullptr, "Number", "Percentage:", 25, 0, 100, 1, &ok));
+    if (kind != "question" && !ok) answer += " (cancelled)";
+    return true;
+  }
+};
+
+TEST(AgentAlerts, MessageBoxesAndInputDialogsAreAnswered) {
+  Form form;
+  Asker asker;
+  form.ask->installEventFilter(&asker);
+  const struct {
+    const char* kind;
+    const char* text;   // sent, or null
+    bool accept;
+    const char* label;  // the alert's text
+    const char* answer;
+  } kCases[] = {
+      {"question", nullptr, true, "Proceed?", "yes"},
+      {"question", nullptr, false, "Proceed?", "no"},
+      {"text", "Ada", true, "Your name:", "Ada"},
+      {"text", "Ada", false, "Your name:", " (cancelled)"},
+      {"int", "42", true, "Percentage:", "42"},
+  };
+  for (const auto& test : kCases) {
+    asker.kind = test.kind;
+    asker.answer.clear();
+    Json none, label, sent, answered, after;
+    Serve([&](Client& session) {
+      none = session.Command("getAlertText");
+      QCoreApplication::postEvent(form.ask, new QEvent(QEvent::User));
+      for (int i = 0; i < 100 && ErrorOf(label = session.Command("getAlertText")) == "no such alert"; ++i) Sleep(50);
+      if (test.text != nullptr) sent = session.Command("sendAlertText", {{"text", test.text}});
+      if (test.kind == std::string("question")) sent = session.Command("sendAlertText", {{"text", "x"}});
+      answered = session.Command(test.accept ? "acceptAlert" : "dismissAlert");
+      after = session.Command("getAlertText");
+    });
+    EXPECT_EQ(ErrorOf(none), "no such alert") << test.kind;
+    EXPECT_EQ(label, test.label) << test.kind;
+    if (test.text != nullptr) EXPECT_EQ(sent, nullptr) << test.kind << sent;
+    if (test.text == nullptr) EXPECT_EQ(ErrorOf(sent), "element not interactable") << sent;
+    EXPECT_EQ(answered, nullptr) << test.kind << answered;
+    EXPECT_EQ(asker.answer.toStdString(), test.answer) << test.kind;
+    EXPECT_EQ(ErrorOf(after), "no such alert") << test.kind;
+  }
+}
+
+Json Move(const Json& origin, int x, int y, int duration = 0) {
+  return {{"type", "pointerMove"}, {"origin", origin}, {"x", x}, {"y", y}, {"duration", duration}};
+}
+
+TEST(AgentActions, PointerKeysAndWheelReachTheWidgets) {
+  Form form;
+  KeyLog log;
+  log.target = form.edit;
+  Json drag, keys, held, wheel, released;
+  int afterDrag = -1;
+  QString typed;
+  Serve([&](Client& session) {
+    const Json slider = session.Script("return app.find('slider');");
+    const Json edit = session.Script("return app.find('edit');");
+    // The handle from the slider's left end to its right end.
+    drag = session.Command(
+        "performActions",
+        {{"actions",
+          {{{"type", "pointer"},
+            {"id", "mouse"},
+            {"actions",
+             {Move(slider, -145, 0), {{"type", "pointerDown"}, {"button", 0}}, Move(slider, 145, 0, 200),
+              {{"type", "pointerUp"}, {"button", 0}}}}}}}});
+    const Json value = session.Script("return arguments[0].value;", Json::array({slider}));
+    afterDrag = value.is_number_integer() ? value.get<int>() : -1;
+    // A click into the line edit, then Shift+a, b typed by keys.
+    const Json press = {{"type", "pointerDown"}, {"button", 0}}, release = {{"type", "pointerUp"}, {"button", 0}};
+    const Json pause = {{"type", "pause"}};
+    auto key = [](const char* type, const char* value) { return Json{{"type", type}, {"value", value}}; };
+    QCoreApplication::instance()->installEventFilter(&log);
+    keys = session.Command(
+        "performActions",
+        {{"actions",
+          {{{"type", "pointer"}, {"id", "mouse"}, {"actions", {Move(edit, 0, 0), press, release, pause, pause, pause, pause}}},
+           {{"type", "key"},
+            {"id", "keyboard"},
+            {"actions",
+             {pause, pause, pause, key("keyDown", "\xee\x80\x88"), key("keyDown", "a"), key("keyUp", "a"),
+              key("keyUp", "\xee\x80\x88")}}}}}});
+    // b and Shift left held, for releaseActions to let go of.
+    held = session.Command("performActions",
+                           {{"actions",
+                             {{{"type", "key"},
+                               {"id", "keyboard"},
+                               {"actions", {key("keyDown", "b"), key("keyDown", "\xee\x80\x88")}}}}}});
+    released = session.Command("releaseActions");
+    QCoreApplication::instance()->removeEventFilter(&log);
+    typed = QString::fromStdString(session.Script("return app.find('edit').text;").dump());
+    // The wheel turned down (towards the user) over the slider moves it back.
+    wheel = session.Command(
+        "performActions",
+        {{"actions",
+          {{{"type", "wheel"},
+            {"id", "wheel"},
+            {"actions", {{{"type", "scroll"}, {"origin", slider}, {"x", 0}, {"y", 0}, {"deltaX", 0}, {"deltaY", 100}}}}}}}});
+  });
+  EXPECT_EQ(drag, nullptr) << drag;
+  EXPECT_GT(afterDrag, 90);
+  EXPECT_EQ(keys, nullptr) << keys;
+  EXPECT_EQ(held, nullptr) << held;
+  EXPECT_EQ(released, nullptr) << released;
+  EXPECT_EQ(typed.toStdString(), "\"Ab\"");
+  // Shift held from the first sequence was let go by releaseActions.
+  EXPECT_EQ(log.events.filter(QString("up %1").arg(Qt::Key_Shift, 0, 16)).size(), 2) << log.events.join(", ").toStdString();
+  EXPECT_EQ(wheel, nullptr) << wheel;
+  EXPECT_LT(form.slider->value(), afterDrag);
+}
+
+TEST(AgentActions, TargetsOutsideTheScreenAreRefused) {
+  Form form;
+  Json distant;
+  Serve([&](Client& session) {
+    distant = session.Command("performActions",
+                          {{"actions", {{{"type", "pointer"}, {"id", "mouse"}, {"actions", {Move("viewport", -5000, 0)}}}}}});
+  });
+  EXPECT_EQ(ErrorOf(distant), "move target out of bounds") << distant;
+}
+
+}  // namespace

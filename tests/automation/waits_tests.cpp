@@ -1,0 +1,118 @@
+// The core's waits (kwauto::FiberRunner): a job on the GUI thread's fiber
+// lets the event loop run while it waits, gives up a call that opens a
+// modal dialog and goes on to close it, and stops when asked.
+#include <gtest/gtest.h>
+
+#include <QtCore/QEvent>
+#include <QtCore/QEventLoop>
+#include <QtGui/QApplication>
+#include <QtGui/QDialog>
+
+#include "automation/EventPump.h"
+#include "automation/FiberRunner.h"
+
+namespace {
+
+using kwauto::FiberCall;
+using kwauto::FiberRunner;
+
+// Notes the posted events it gets: only a running event loop delivers them.
+class Receiver : public QObject {
+ public:
+  int received = 0;
+  bool event(QEvent* event) override {
+    if (event->type() != QEvent::User) return QObject::event(event);
+    ++received;
+    return true;
+  }
+};
+
+// Runs `job` on a runner until it ends; whether it succeeded.
+template <typename Job>
+bool RunJob(Job job) {
+  QEventLoop loop;
+  bool succeeded = false, ended = false;
+  FiberRunner runner(job, [&](bool outcome) {
+    succeeded = outcome;
+    ended = true;
+    loop.quit();
+  });
+  EXPECT_EQ(runner.Start().toStdString(), "");
+  if (!ended) loop.exec();
+  return succeeded;
+}
+
+TEST(Waits, AJobWaitsWhileTheEventLoopDelivers) {
+  Receiver receiver;
+  int rounds = 0;
+  EXPECT_TRUE(RunJob([&] {
+    QCoreApplication::postEvent(&receiver, new QEvent(QEvent::User));
+    EXPECT_EQ(receiver.received, 0);  // nothing is delivered while the job runs
+    while (receiver.received == 0 && kwauto::YieldToEventLoop()) ++rounds;  // the pump the runner set
+    return receiver.received == 1;
+  }));
+  EXPECT_GE(rounds, 1);
+}
+
+TEST(Waits, AJobsOutcomeIsItsOwn) {
+  EXPECT_FALSE(RunJob([] { return false; }));
+  EXPECT_TRUE(RunJob([] { return true; }));
+}
+
+// exec() of a modal dialog, as a call of a job.
+struct ExecDialog : FiberCall {
+  QDialog* dialog = nullptr;
+  int* result = nullptr;
+  void Make() override { *result = dialog->exec(); }
+};
+
+TEST(Waits, ACallThatOpensAModalDialogIsGivenUpAndTheJobAnswersIt) {
+  QDialog dialog;
+  dialog.setGeometry(50, 50, 120, 80);
+  int result = -1;
+  bool returned = true, sawDialog = false;
+  EXPECT_TRUE(RunJob([&] {
+    auto* call = new ExecDialog;  // the runner deletes it once exec() returns
+    call->dialog = &dialog;
+    call->result = &result;
+    returned = FiberRunner::CallOffScript(call);
+    sawDialog = call->window == &dialog && dialog.isVisible();
+    EXPECT_EQ(FiberRunner::CallsGivenUp(), 1);
+    dialog.done(7);
+    while (result == -1 && FiberRunner::YieldToEventLoop()) {
+    }
+    return true;
+  }));
+  EXPECT_FALSE(returned) << "the call waits in the dialog's loop: given up";
+  EXPECT_TRUE(sawDialog);
+  EXPECT_EQ(result, 7);
+  EXPECT_EQ(FiberRunner::CallsGivenUp(), 0);
+}
+
+TEST(Waits, OutsideAJobACallIsMadeInPlace) {
+  struct Plain : FiberCall {
+    bool made = false;
+    void Make() override { made = true; }
+  } call;
+  EXPECT_TRUE(FiberRunner::CallOffScript(&call));
+  EXPECT_TRUE(call.made);
+}
+
+TEST(Waits, AStopAskedForEndsTheWaitsWithItsReason) {
+  Receiver receiver;
+  QString reason;
+  EXPECT_TRUE(RunJob([&] {
+    int rounds = 0;
+    while (kwauto::YieldToEventLoop())
+      if (++rounds == 3) FiberRunner::RequestStop("enough waiting");
+    return kwauto::StopRequested(&reason) && rounds == 3;
+  }));
+  EXPECT_EQ(reason.toStdString(), "enough waiting");
+  // The next job starts without it.
+  EXPECT_TRUE(RunJob([] {
+    QString none;
+    return kwauto::YieldToEventLoop() && !kwauto::StopRequested(&none);
+  }));
+}
+
+}  // namespace
