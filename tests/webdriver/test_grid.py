@@ -18,7 +18,11 @@ JAR_FOLDER = ROOT / "tests" / "webdriver" / "js" / "node_modules" / "selenium-se
 
 
 def grid_status(url):
-    status, body = http("GET", url + "/status", timeout=10)
+    """The hub's /status value, or None while it does not answer."""
+    try:
+        status, body = http("GET", url + "/status", timeout=10)
+    except OSError:
+        return None
     return body["value"] if status == 200 and isinstance(body, dict) else None
 
 
