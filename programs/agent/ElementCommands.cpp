@@ -271,21 +271,40 @@ Json GetActiveElement(const Json&, SessionState& session) {
 
 // --- what an element shows -------------------------------------------------
 
-// Where an action shows: the rectangle of its entry in an open menu, the
-// menu bar or a tool bar, in screen coordinates; empty when none shows it.
-QRect ActionRect(const QAction* action) {
-  foreach (QWidget* widget, action->associatedWidgets()) {
-    if (!Displayed(widget)) continue;
-    QRect place;
-    if (auto* menu = qobject_cast<QMenu*>(widget)) place = menu->actionGeometry(const_cast<QAction*>(action));
-    else if (auto* bar = qobject_cast<QMenuBar*>(widget)) place = bar->actionGeometry(const_cast<QAction*>(action));
-    else if (auto* tools = qobject_cast<QToolBar*>(widget)) {
-      QWidget* button = tools->widgetForAction(const_cast<QAction*>(action));
-      if (button != nullptr && Displayed(button)) return QRect(button->mapToGlobal(QPoint(0, 0)), button->size());
+// Where an action shows: the widget that shows its entry (an open menu
+// first, then the menu bar, then a tool bar's button) and the entry's
+// rectangle in that widget; null when none shows it.
+QWidget* ActionPlace(const QAction* action, QRect* place) {
+  auto* entry = const_cast<QAction*>(action);
+  for (int pass = 0; pass < 3; ++pass) {
+    foreach (QWidget* widget, action->associatedWidgets()) {
+      if (!Displayed(widget)) continue;
+      QRect found;
+      if (auto* menu = qobject_cast<QMenu*>(widget)) {
+        if (pass == 0) found = menu->actionGeometry(entry);
+      } else if (auto* bar = qobject_cast<QMenuBar*>(widget)) {
+        if (pass == 1) found = bar->actionGeometry(entry);
+      } else if (auto* tools = qobject_cast<QToolBar*>(widget)) {
+        QWidget* button = pass == 2 ? tools->widgetForAction(entry) : nullptr;
+        if (button != nullptr && Displayed(button)) {
+          *place = button->rect();
+          return button;
+        }
+      }
+      if (!found.isEmpty()) {
+        *place = found;
+        return widget;
+      }
     }
-    if (!place.isEmpty()) return QRect(widget->mapToGlobal(place.topLeft()), place.size());
   }
-  return QRect();
+  return nullptr;
+}
+
+// The same rectangle in screen coordinates; empty when none shows it.
+QRect ActionRect(const QAction* action) {
+  QRect place;
+  QWidget* widget = ActionPlace(action, &place);
+  return widget != nullptr ? QRect(widget->mapToGlobal(place.topLeft()), place.size()) : QRect();
 }
 
 bool ElementDisplayed(const Element& element) {
@@ -465,12 +484,11 @@ Json ElementClick(const Json& params, SessionState& session) {
   if (auto* action = qobject_cast<QAction*>(object)) {
     // An entry of an open menu, the menu bar or a tool bar: clicked where it shows.
     if (!action->isEnabled()) Fail("element not interactable", "the action is disabled");
-    const QRect place = ActionRect(action);
-    if (place.isEmpty())
+    QRect place;
+    QWidget* shownIn = ActionPlace(action, &place);
+    if (shownIn == nullptr)
       Fail("element not interactable", "the action shows in no open menu, menu bar or tool bar");
-    QWidget* under = QApplication::widgetAt(place.center());
-    if (under == nullptr) Fail("element not interactable", "nothing shows the action on the screen");
-    CheckOutcome(kwauto::Click(under, under->mapFromGlobal(place.center()), false));
+    CheckOutcome(kwauto::Click(shownIn, place.center(), false));
     return nullptr;
   }
   Fail("element not interactable", QString("a %1 is no widget: nothing to click").arg(object->metaObject()->className()));

@@ -76,10 +76,49 @@ QString AwaitSlice() {
   return delivered ? QString() : "the application did not take the events within 10 s";
 }
 
+// Whether a click gives `widget` the focus: its policy, and its focus
+// proxy's, take clicks.
+bool TakesClickFocus(QWidget* widget) {
+  if ((widget->focusPolicy() & Qt::ClickFocus) != Qt::ClickFocus) return false;
+  QWidget* proxy = widget;
+  while (proxy->focusProxy() != nullptr) proxy = proxy->focusProxy();
+  return (proxy->focusPolicy() & Qt::ClickFocus) == Qt::ClickFocus;
+}
+
+// A press from the window system gives the focus to the widget clicked (or
+// the nearest parent in its window that takes it) before the widget sees
+// the press; Qt does that for spontaneous presses only, so for a posted
+// one it is done here, at the press's turn in the event queue.
+class ClickFocus : public QObject {
+ public:
+  static const QEvent::Type kRequest = static_cast<QEvent::Type>(QEvent::User + 0x4B60);
+
+  struct Request : QEvent {
+    explicit Request(QWidget* widget) : QEvent(kRequest), widget(widget) {}
+    QPointer<QWidget> widget;
+  };
+
+  bool event(QEvent* event) override {
+    if (event->type() != kRequest) return QObject::event(event);
+    for (QWidget* widget = static_cast<Request*>(event)->widget; widget != nullptr; widget = widget->parentWidget()) {
+      if (widget->isEnabled() && TakesClickFocus(widget)) {
+        widget->setFocus(Qt::MouseFocusReason);
+        break;
+      }
+      if (widget->isWindow()) break;
+    }
+    return true;
+  }
+};
+
 // One mouse event for `target` at `at` in its coordinates: `button` is the
 // one that changed (none for a move), `held` those down afterwards.
 void PostMouse(QWidget* target, QEvent::Type type, const QPoint& at, Qt::MouseButton button, Qt::MouseButtons held,
                Qt::KeyboardModifiers modifiers) {
+  if (type == QEvent::MouseButtonPress) {
+    static ClickFocus* focus = new ClickFocus;  // lives as long as the GUI thread
+    QCoreApplication::postEvent(focus, new ClickFocus::Request(target));
+  }
   QCoreApplication::postEvent(target, new QMouseEvent(type, at, target->mapToGlobal(at), button, held, modifiers));
 }
 
