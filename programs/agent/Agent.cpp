@@ -31,6 +31,7 @@
 #include <mutex>
 
 #include "agent/DriverSession.h"
+#include "agentkit/Launcher.h"
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Protocol.h"
 #include "host/HostSupport.h"
@@ -165,13 +166,8 @@ void SendCrash(const QString& line) {
 
 // The folder of this DLL, where kwQtWrappers.dll lies beside it.
 std::wstring AgentFolder() {
-  HMODULE self = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<LPCWSTR>(&AgentFolder), &self);
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(self, path, MAX_PATH);
-  std::wstring folder(path);
-  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+  static const char anchor = 0;
+  return kwagentkit::ModuleFolder(&anchor);
 }
 
 // The name the "app" object of a publishing agent is registered under, as a

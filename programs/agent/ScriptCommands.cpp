@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "agent/ScriptCommands.h"
+#include "agentkit/Launcher.h"
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/MoreWrappers.h"
@@ -30,13 +31,8 @@ namespace {
 
 // The folder of this DLL, where kwQtWrappers.dll lies beside it.
 std::wstring ModuleFolder() {
-  HMODULE self = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(self, path, MAX_PATH);
-  std::wstring folder(path);
-  return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+  static const char anchor = 0;
+  return kwagentkit::ModuleFolder(&anchor);
 }
 
 // What a session's scripts run with, on the GUI thread: COM, the library

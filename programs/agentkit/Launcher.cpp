@@ -331,11 +331,24 @@ QString Quoted(const QString& argument) {
 
 }  // namespace
 
-std::wstring CallerFolder() {
+namespace {
+
+std::wstring FolderOf(HMODULE module) {
   wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  GetModuleFileNameW(module, path, MAX_PATH);
   std::wstring folder(path);
   return folder.substr(0, folder.find_last_of(L"\\/") + 1);
+}
+
+}  // namespace
+
+std::wstring CallerFolder() { return FolderOf(nullptr); }
+
+std::wstring ModuleFolder(const void* address) {
+  HMODULE module = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                     static_cast<LPCWSTR>(address), &module);
+  return FolderOf(module);
 }
 
 std::string AttachAgent(const std::wstring& target, AgentConnection* connection) {

@@ -61,4 +61,8 @@ void CloseConnection(AgentConnection* connection);
 // kwagent.dll and the copies of Qt's DLLs lie.
 std::wstring CallerFolder();
 
+// The folder of the module (program or DLL) whose code or data `address`
+// is in, with its trailing backslash: the agent's own, inside an application.
+std::wstring ModuleFolder(const void* address);
+
 }  // namespace kwagentkit
