@@ -55,11 +55,6 @@ def test_partial_link_text_finds_both_save_entries(editor):
     ActionChains(editor).send_keys(Keys.ESCAPE).perform()
 
 
-# Known fault: here the application ends at this click (Wine's X11 driver
-# reports BadWindow for X_UnmapWindow as the menu closes and the message box
-# opens), while kwscript's app.menu(window, "File/New") in the same
-# application opens the message box.
-@pytest.mark.xfail(reason="the application ends with a Wine X error when File/New opens its message box")
 def test_file_new_asks_before_dropping_changes(editor):
     text = editor.find_element(By.CSS_SELECTOR, "QPlainTextEdit")
     text.send_keys("Unsaved words")
