@@ -72,8 +72,9 @@ void SendLine(const QString& line, bool error, void* pipe) {
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
-// The GUI thread, once a request has reached it.
-std::atomic<DWORD> g_guiThread{0};
+// A handle of the GUI thread, opened by the GUI thread itself once a request
+// has reached it (before the script can end the thread) and kept open.
+std::atomic<HANDLE> g_guiThread{nullptr};
 
 // While kwscript waits for a script, the agent says once a second that
 // the application still runs: kwscript tells a frozen application (whose
@@ -93,11 +94,10 @@ void SendHeartbeat(HANDLE pipe) {
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   constexpr DWORD kStopGraceMs = 10000;
   const DWORD start = GetTickCount();
-  HANDLE gui = nullptr;
   bool stopAsked = false;
   int status = -1;
   while (status < 0) {
-    if (gui == nullptr && g_guiThread != 0) gui = OpenThread(SYNCHRONIZE, FALSE, g_guiThread);
+    HANDLE gui = g_guiThread;
     HANDLE waits[2] = {done, gui};
     const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
     const DWORD elapsed = GetTickCount() - start;
@@ -116,7 +116,6 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
       SendHeartbeat(pipe);
     }
   }
-  if (gui != nullptr) CloseHandle(gui);
   return status;
 }
 
@@ -259,7 +258,7 @@ class AgentRequest : public QObject {
   }
 
   void Start() {
-    g_guiThread = GetCurrentThreadId();
+    if (g_guiThread == nullptr) g_guiThread = OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId());
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
       PrintError("kwscript: cannot drive this application: " + refusal);

@@ -51,7 +51,7 @@ namespace {
 constexpr DWORD kHeartbeatMs = 1000;
 
 // The GUI thread, once a command has reached it.
-std::atomic<DWORD> g_guiThread{0};
+std::atomic<HANDLE> g_guiThread{nullptr};  // opened by the GUI thread itself, kept open
 
 QByteArray Serialized(const Json& message) {
   return QByteArray(message.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
@@ -86,7 +86,7 @@ class SessionHost : public QObject {
 
   bool event(QEvent* event) override {
     if (event->type() != kCommand) return QObject::event(event);
-    g_guiThread = GetCurrentThreadId();
+    if (g_guiThread == nullptr) g_guiThread = OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId());
     Start(static_cast<CommandEvent*>(event)->command);
     return true;
   }
@@ -146,7 +146,6 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
   const int maxItems = opening.value("maxItems", 1000);
   auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000);
   host->moveToThread(application->thread());
-  HANDLE gui = nullptr;
   send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
   int status = 0;
   for (QByteArray message; status == 0 && kwagentkit::ReadMessage(pipe, &message);) {
@@ -170,7 +169,7 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
     const DWORD start = GetTickCount();
     bool stopAsked = false;
     for (;;) {
-      if (gui == nullptr && g_guiThread != 0) gui = OpenThread(SYNCHRONIZE, FALSE, g_guiThread);
+      HANDLE gui = g_guiThread;
       HANDLE waits[2] = {command->answered, gui};
       const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
       if (woke == WAIT_OBJECT_0) break;
@@ -189,7 +188,6 @@ int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send
     }
     if (status == 0 && !send(Serialized(command->answer))) break;
   }
-  if (gui != nullptr) CloseHandle(gui);
   host->deleteLater();
   return status;
 }
