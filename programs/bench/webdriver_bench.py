@@ -131,16 +131,16 @@ def main():
         new_session = time.perf_counter() - started
 
         def ours_pair():
-            ours.find_element(By.CSS_SELECTOR, 'QToolButton[text="7"]').text
+            ours.find_element(By.CSS_SELECTOR, 'Button[text="7"]').text
 
         def chrome_pair():
             chrome.find_element(By.CSS_SELECTOR, "span.c7").text
 
         def ours_xpath():
-            ours.find_element(By.XPATH, '//QToolButton[@text="7"]')
+            ours.find_element(By.XPATH, '//Button[@text="7"]')
 
         def ours_css():
-            ours.find_element(By.CSS_SELECTOR, 'QToolButton[text="7"]')
+            ours.find_element(By.CSS_SELECTOR, 'Button[text="7"]')
 
         connection, bare_pair = status_pair(server.port)
         samples = {name: [] for name in ("ours", "chrome", "status", "xpath", "css")}
@@ -182,9 +182,7 @@ def kwscript_launch(root, program):
     script = tempfile.NamedTemporaryFile("w", suffix=".js", delete=False)
     script.write('app.echo("ready");\n')
     script.close()
-    build = os.environ.get("KW_BUILD_DIR", os.path.join(root, "build"))
-    command = [os.path.join(root, "cmake", "wine-run.sh"), "--prefix", "webdriver_bench", "--display",
-               os.path.join(build, "bin", "kwscript.exe"), "--launch", program, "--", script.name]
+    command = [os.path.join(root, "scripts", "script.sh"), "--launch", program, "--", script.name]
     best = None
     for _ in range(3):
         started = time.perf_counter()
