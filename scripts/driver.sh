@@ -111,7 +111,7 @@ runner=$!
 # the sessions it is given on to kwdriver; it ends with this script.
 if [[ -n $hub ]]; then
   "$root/scripts/grid-node.sh" --hub "$hub" --driver-url "http://$host:$port" --max-sessions "$max_sessions" \
-    --host "$([[ $host == 0.0.0.0 ]] && echo 127.0.0.1 || echo "$host")" --log-level "$log_level" --watch $$ &
+    --host "$host" --log-level "$log_level" --watch $$ &
   hub_pid=$!
 fi
 

@@ -56,8 +56,6 @@ fi
 relay=${driver_url#*://}; relay=${relay%%/*}
 relay_host=${relay%:*} relay_port=${relay##*:}
 [[ $relay_port =~ ^[0-9]+$ && $relay_host != "$relay" ]] || { echo "grid-node: --driver-url needs a host and a port, not $driver_url" >&2; exit 2; }
-# A driver that listens on every address is reached on the loopback one.
-[[ $relay_host == 0.0.0.0 || $relay_host == "[::]" ]] && relay_host=127.0.0.1
 
 hub_host=${hub#*://}; hub_host=${hub_host%%/*}; hub_host=${hub_host%:*}
 publish=${KW_GRID_PUBLISH_EVENTS:-tcp://$hub_host:4442}

@@ -1,7 +1,7 @@
 # kwdriver end to end (included from tests/CMakeLists.txt, so no return()
 # here): WebDriver clients against Qt's example applications (KW_QT_APPS),
 # each pytest file a test of its own with a kwdriver, a Wine prefix and a
-# virtual display of its own; a WebdriverIO spec run by mocha; Selenium Grid
+# virtual display of its own; a WebdriverIO test run by mocha; Selenium Grid
 # 4 with two drivers behind a hub. The clients (Selenium's Python bindings,
 # pytest, Java, WebdriverIO, mocha, the Selenium server jar) are installed
 # first by scripts/ensure-clients.sh when missing.
@@ -43,7 +43,7 @@ else()
   set_tests_properties(webdriver_e2e_grid PROPERTIES RUN_SERIAL TRUE)
 
   add_test(NAME webdriver_e2e_wdio_calculator
-           COMMAND ${kw_e2e}/js/node_modules/.bin/mocha --timeout 300000 calculator.spec.js
+           COMMAND ${kw_e2e}/js/node_modules/.bin/mocha --timeout 300000 calculator.test.js
            WORKING_DIRECTORY ${kw_e2e}/js)
   set_tests_properties(webdriver_e2e_wdio_calculator PROPERTIES
     FIXTURES_REQUIRED webdriver_clients

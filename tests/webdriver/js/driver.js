@@ -1,5 +1,5 @@
-// Starts a kwdriver for a mocha spec: a free port of 127.0.0.1, a Wine
-// prefix of the spec's own, stopped by its process (group) id afterwards.
+// Starts a kwdriver for a mocha test file: a free port of 127.0.0.1, a Wine
+// prefix of the file's own, stopped by its process (group) id afterwards.
 // KW_DRIVER_EXE runs a built kwdriver.exe directly under cmake/wine-run.sh;
 // without it scripts/driver.sh starts it (building what is missing).
 'use strict';
