@@ -15,15 +15,7 @@ namespace kwagent {
 
 void Fail(const char* code, const QString& message) { throw CommandError{code, message}; }
 
-QString TextOf(const Json& value) {
-  const std::string& text = value.get_ref<const std::string&>();
-  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
-}
-
-std::string Utf8(const QString& text) {
-  const QByteArray bytes = text.toUtf8();
-  return std::string(bytes.constData(), bytes.size());
-}
+QString TextOf(const Json& value) { return kwagentkit::FromUtf8(value.get_ref<const std::string&>()); }
 
 Json JsonOf(const QString& text) { return Json(Utf8(text)); }
 

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "agentkit/Protocol.h"
+
 class QAbstractItemView;
 
 namespace kwagent {
@@ -40,7 +42,7 @@ struct CommandError {
 // Texts between JSON (UTF-8) and Qt.
 QString TextOf(const Json& value);
 Json JsonOf(const QString& text);
-std::string Utf8(const QString& text);
+using kwagentkit::Utf8;
 
 // The parameter `key` of a command as the type asked for; `invalid
 // argument` when it is missing or of another type.

@@ -14,6 +14,8 @@
 #include <thread>
 #include <utility>
 
+#include "agentkit/Protocol.h"
+
 namespace kwagentkit {
 
 namespace {
@@ -22,8 +24,6 @@ constexpr DWORD kStartLimitMs = 30000;
 // A symbol QtCore4.dll exports when it was built with this project's
 // compiler (mingw-w64's g++: the Itanium C++ ABI): QString::fromUtf8(const char*, int).
 const char kAbiProbe[] = "_ZN7QString8fromUtf8EPKci";
-
-std::string Utf8(const QString& text) { return std::string(text.toUtf8().constData()); }
 
 // Closes a Win32 handle when it goes out of scope.
 class Handle {

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "agentkit/Protocol.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/Output.h"
 #include "kwscript/Properties.h"
@@ -180,15 +181,9 @@ const IID kDispatchExIid = {0xa6ef9860, 0xc720, 0x11d0, {0x93, 0x37, 0x00, 0xa0,
 // Values nest no deeper than this either way (a cycle is found before).
 constexpr int kJsonDepth = 100;
 
-QString JsonText(const Json& json) {
-  const std::string& text = json.get_ref<const std::string&>();
-  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
-}
+using kwagentkit::Utf8;
 
-std::string Utf8(const QString& text) {
-  const QByteArray bytes = text.toUtf8();
-  return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-}
+QString JsonText(const Json& json) { return kwagentkit::FromUtf8(json.get_ref<const std::string&>()); }
 
 Json TextJson(const QString& text) { return Json(Utf8(text)); }
 
@@ -245,7 +240,7 @@ QString VariantOfJson(const Json& json, const JsonValueHooks& hooks, VARIANT* va
       V_I4(&key) = index;
     } else {
       V_VT(&key) = VT_BSTR;
-      V_BSTR(&key) = NewBstr(QString::fromUtf8(entry.key().data(), static_cast<int>(entry.key().size())));
+      V_BSTR(&key) = NewBstr(kwagentkit::FromUtf8(entry.key()));
     }
     QString why = VariantOfJson(*entry, hooks, &item, depth + 1);
     if (why.isEmpty() && !hooks.put(container, key, item)) why = "the script engine took no value";
