@@ -196,25 +196,3 @@ def w3c_error(status_and_body):
     value = body["value"]
     return status, value.get("error"), value.get("message", "")
 
-
-# A known fault of the Wine under test, not of kwdriver: now and then an
-# application ends at once when a click opens a modal dialog or a menu
-# entry's message box, after Wine's X11 driver reports "BadWindow" for an
-# X_UnmapWindow. A test that fails because its application ended so is
-# reported as an expected failure naming it; any other failure stays one.
-WINE_X_FAULT = "X_UnmapWindow"
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item, call):
-    outcome = yield
-    report = outcome.get_result()
-    if report.when != "call" or not report.failed or call.excinfo is None:
-        return
-    driver = getattr(item, "funcargs", {}).get("kwdriver")
-    if driver is None or "the application ended" not in str(call.excinfo.value):
-        return
-    driver.log.flush()
-    if WINE_X_FAULT in driver.log_path.read_text(errors="replace"):
-        report.outcome = "skipped"
-        report.wasxfail = "the application ended on Wine's X error (BadWindow, X_UnmapWindow)"
