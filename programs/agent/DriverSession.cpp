@@ -26,13 +26,6 @@ QString StringParam(const Json& params, const char* key) {
   return TextOf(*found);
 }
 
-double NumberParam(const Json& params, const char* key) {
-  auto found = params.find(key);
-  if (found == params.end() || !found->is_number())
-    Fail("invalid argument", QString("\"%1\" must be a number").arg(key));
-  return found->get<double>();
-}
-
 QWidget* Element::Widget() const {
   QObject* target = object.data();
   return target != nullptr && target->isWidgetType() ? static_cast<QWidget*>(target) : nullptr;

@@ -88,10 +88,4 @@ Element ElementTable::ResolveReference(const Json& reference) const {
   return ResolveId(found->get<std::string>());
 }
 
-void ElementTable::Clear() {
-  m_elements.clear();
-  m_objectRefs.clear();
-  m_itemRefs.clear();
-}
-
 }  // namespace kwagent

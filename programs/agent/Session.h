@@ -44,10 +44,9 @@ QString TextOf(const Json& value);
 Json JsonOf(const QString& text);
 using kwagentkit::Utf8;
 
-// The parameter `key` of a command as the type asked for; `invalid
-// argument` when it is missing or of another type.
+// The string parameter `key` of a command; `invalid argument` when it is
+// missing or not a string.
 QString StringParam(const Json& params, const char* key);
-double NumberParam(const Json& params, const char* key);
 
 // What an element reference stands for: a QObject (a widget mostly), or an
 // item of an item view, which is no QObject: its view and its model index.
@@ -80,7 +79,6 @@ class ElementTable {
   Element ResolveReference(const Json& reference) const;
   // The same for a reference string.
   Element ResolveId(const std::string& id) const;
-  void Clear();
 
  private:
   std::string NewId();
