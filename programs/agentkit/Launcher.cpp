@@ -373,6 +373,12 @@ std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* conne
   const std::wstring folder = !request.workingDir.empty()
                                   ? request.workingDir
                                   : QDir::toNativeSeparators(QFileInfo(program).absolutePath()).toStdWString();
+  // Under Wine the first program of a desktop to need its window starts the
+  // process that owns it (explorer.exe): let that be this one. Started by the
+  // application it would be ended with the application's job, while the next
+  // application of the same desktop already uses its windows, and that one
+  // dies of an X error.
+  GetDesktopWindow();
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started{};
@@ -384,11 +390,13 @@ std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* conne
   connection->pid = started.dwProcessId;
   connection->launched = true;
   connection->kept = request.keep;
-  // A job that ends the application with its caller, whatever ends the caller.
+  // A job that ends the application with its caller, whatever ends the caller;
+  // the processes the application starts are not in it (they may serve other
+  // programs too, as the desktop's process does).
   if (!request.keep) connection->job = CreateJobObjectW(nullptr, nullptr);
   if (connection->job != nullptr) {
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK;
     SetInformationJobObject(connection->job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
     AssignProcessToJobObject(connection->job, connection->process);
   }
