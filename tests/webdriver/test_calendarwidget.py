@@ -1,12 +1,15 @@
-"""Qt's calendar widget example by pointer actions: a day clicked in the
-calendar, and a drag from one day to another, each read back from the
-example's "Current Date" edit, which follows the calendar's selection."""
+"""Qt's calendar widget example by actions: a day clicked in the calendar,
+a drag from one day to another, arrow keys, the wheel and a double click on
+its next-month button, each read back from the example's "Current Date"
+edit, which follows the calendar's selection, or from its month shown."""
 
 import datetime
 
 import pytest
 from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.actions.wheel_input import ScrollOrigin
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
 
@@ -75,3 +78,19 @@ def test_release_actions_lets_the_held_button_go(calendar):
     # A plain click works afterwards: nothing is held any more.
     ActionChains(calendar).click(day(calendar, 16)).perform()
     WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == expected(d, 16))
+
+
+def months_on(d, since):
+    now = shown_month(d)
+    return (now.year - since.year) * 12 + now.month - since.month
+
+
+def test_keys_wheel_and_double_click(calendar):
+    ActionChains(calendar).click(day(calendar, 12)).send_keys(Keys.ARROW_RIGHT).perform()
+    WebDriverWait(calendar, 5).until(lambda d: current_date_text(d) == expected(d, 13))
+    start = shown_month(calendar)
+    ActionChains(calendar).scroll_from_origin(ScrollOrigin.from_element(day(calendar, 15)), 0, 100).perform()
+    WebDriverWait(calendar, 5).until(lambda d: months_on(d, start) == 1)   # the wheel turned down: a month on
+    next_month = calendar.find_element(By.CSS_SELECTOR, "QCalendarWidget QToolButton#qt_calendar_nextmonth")
+    ActionChains(calendar).double_click(next_month).perform()
+    WebDriverWait(calendar, 5).until(lambda d: months_on(d, start) == 3)   # two clicks: two months more

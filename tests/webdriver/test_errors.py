@@ -21,6 +21,7 @@ STATUS = {
     "invalid session id": 404, "unknown command": 404, "no such window": 404, "no such alert": 404,
     "unknown method": 405, "javascript error": 500, "script timeout": 500, "timeout": 500,
     "session not created": 500, "unexpected alert open": 500, "unsupported operation": 500,
+    "move target out of bounds": 500,
 }
 
 
@@ -80,6 +81,8 @@ def test_find_errors(calc, using, value, error, message):
     (("execute", "sync"), {"script": "return 1;"}, "invalid argument"),          # no args
     (("execute", "sync"), {"script": 42, "args": []}, "invalid argument"),
     (("actions",), {"actions": "click"}, "invalid argument"),
+    (("actions",), {"actions": [{"type": "pointer", "id": "mouse", "actions": [
+        {"type": "pointerMove", "origin": "viewport", "x": -10000, "y": 0}]}]}, "move target out of bounds"),
     (("window",), {"handle": "no-such-window"}, "no such window"),
     (("alert", "accept"), {}, "no such alert"),
     (("alert", "text"), {"text": "x"}, "no such alert"),

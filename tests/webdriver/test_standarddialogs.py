@@ -3,7 +3,8 @@ user prompts. Opened by their buttons, read, filled in and answered through
 switch_to.alert; the label beside each button then shows what was entered."""
 
 import pytest
-from selenium.common.exceptions import NoAlertPresentException, UnexpectedAlertPresentException
+from selenium.common.exceptions import (ElementNotInteractableException, NoAlertPresentException,
+                                        UnexpectedAlertPresentException)
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support import expected_conditions as EC
 from selenium.webdriver.support.ui import WebDriverWait
@@ -25,7 +26,10 @@ def open_prompt(d, button_text):
 
 @pytest.fixture
 def dialogs(new_session):
-    return new_session("standarddialogs")
+    d = new_session("standarddialogs")
+    # Its lower buttons lie past the bottom of the screen where it opens.
+    d.set_window_position(0, 0)
+    return d
 
 
 # button, the prompt's text, what is typed, what the label shows afterwards
@@ -62,13 +66,25 @@ def test_prompt_dismissed(dialogs, button_text, prompt, typed, shown):
     assert len(label_showing(dialogs, shown)) == 1
 
 
-def test_message_box_is_an_alert(dialogs):
-    alert = open_prompt(dialogs, "QMessageBox::information()")
-    assert "Message boxes have a caption, a text" in alert.text
-    alert.accept()
+# button, how the message box is answered, the button that answer presses
+MESSAGE_BOXES = [
+    ("QMessageBox::information()", "accept", "OK"),
+    ("QMessageBox::question()", "accept", "Yes"),
+    ("QMessageBox::question()", "dismiss", "Cancel"),     # Yes, No, Cancel: Escape's is Cancel
+    ("QMessageBox::warning()", "accept", "Save Again"),   # buttons of its own: "Continue" rejects
+]
+
+
+@pytest.mark.parametrize("button_text, answer, pressed", MESSAGE_BOXES)
+def test_message_box_is_an_alert(dialogs, button_text, answer, pressed):
+    alert = open_prompt(dialogs, button_text)
+    assert "Message boxes" in alert.text
+    with pytest.raises(ElementNotInteractableException):
+        alert.send_keys("x")                          # it has no field to type into
+    getattr(alert, answer)()
     with pytest.raises(NoAlertPresentException):
         dialogs.switch_to.alert.text
-    assert len(label_showing(dialogs, "OK")) == 1   # information() answers OK
+    assert len(label_showing(dialogs, pressed)) == 1  # the example's label names the answer
 
 
 def test_other_commands_meet_the_open_prompt(dialogs):
