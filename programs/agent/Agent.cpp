@@ -394,7 +394,8 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   if (opening.job == Job::Session) {
     // A driver's session: commands until it says "quit" or goes away.
     g_inSession = true;
-    const int status = kwagent::ServeDriverSession(pipe, kwagent::Json({{"maxItems", opening.maxItems}}),
+    const kwagent::Json settings = {{"maxItems", opening.maxItems}, {"promptBehavior", opening.promptBehavior}};
+    const int status = kwagent::ServeDriverSession(pipe, settings,
                                                    [pipe](const QByteArray& message) { return Send(pipe, message); });
     g_inSession = false;
     kwscript::SetOutputSink(nullptr, nullptr);

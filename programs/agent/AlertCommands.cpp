@@ -127,7 +127,7 @@ Json SendAlertText(const Json& params, SessionState&) {
 
 }  // namespace
 
-void MeetOpenAlert(const std::string& command) {
+void MeetOpenAlert(const std::string& command, const SessionState& session) {
   static const char* const kUnhandled[] = {"getAlertText", "acceptAlert", "dismissAlert", "sendAlertText",
                                            "getWindowHandle", "getWindowHandles", "switchToWindow"};
   for (const char* name : kUnhandled)
@@ -135,8 +135,17 @@ void MeetOpenAlert(const std::string& command) {
   if (OpenAlert() == nullptr) return;
   SessionState none;
   const QString text = TextOf(GetAlertText(Json(), none));
-  DismissAlert(Json(), none);
-  Fail("unexpected alert open", QString("an alert was open (dismissed): %1").arg(text));
+  const std::string& behavior = session.promptBehavior;
+  if (behavior == "ignore") Fail("unexpected alert open", QString("an alert is open: %1").arg(text));
+  const bool accept = behavior == "accept" || behavior == "accept and notify";
+  if (accept)
+    AcceptAlert(Json(), none);
+  else
+    DismissAlert(Json(), none);
+  // "accept" and "dismiss" answer it and go on with the command.
+  if (behavior == "accept" || behavior == "dismiss") return;
+  Fail("unexpected alert open",
+       QString("an alert was open (%1): %2").arg(accept ? "accepted" : "dismissed").arg(text));
 }
 
 void AddAlertCommands(CommandTable& table) {

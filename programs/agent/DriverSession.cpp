@@ -63,8 +63,9 @@ class SessionHost : public QObject {
     std::shared_ptr<Command> command;
   };
 
-  explicit SessionHost(int maxItems) {
+  SessionHost(int maxItems, const std::string& promptBehavior) {
     m_state.maxItems = maxItems;
+    if (!promptBehavior.empty()) m_state.promptBehavior = promptBehavior;
     AddElementCommands(m_commands);
     AddScriptCommands(m_commands);
   }
@@ -102,7 +103,7 @@ class SessionHost : public QObject {
     try {
       if (handler == nullptr) Fail("unknown command", QString("the agent has no command \"%1\"")
                                                           .arg(QString::fromStdString(command.name)));
-      MeetOpenAlert(command.name);
+      MeetOpenAlert(command.name, m_state);
       answer["value"] = handler(command.params, m_state);
     } catch (const CommandError& error) {
       answer["error"] = error.code;
@@ -129,7 +130,8 @@ Json ParsedMessage(const QByteArray& message) {
 int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send) {
   QCoreApplication* application = QCoreApplication::instance();
   const int maxItems = opening.value("maxItems", 1000);
-  auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000);
+  const Json behavior = opening.value("promptBehavior", Json());
+  auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000, behavior.is_string() ? behavior.get<std::string>() : "");
   host->moveToThread(application->thread());
   send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
   int status = 0;

@@ -95,6 +95,9 @@ struct SessionState {
   QPointer<QWidget> window;  // the current window; null until one is chosen
   bool windowChosen = false; // once one was: its end is then "no such window"
   int maxItems = 1000;       // items listed per item view
+  // What a command does about an alert left open: WebDriver's
+  // unhandledPromptBehavior.
+  std::string promptBehavior = "dismiss and notify";
   // What the script and action commands keep between commands: made by
   // their first use, released with the session, on the GUI thread.
   std::shared_ptr<void> scripts;
@@ -125,6 +128,6 @@ void AddScriptCommands(CommandTable& table);
 // an open alert is dismissed and the command fails with `unexpected alert
 // open`, its text in the message, as WebDriver's default prompt handling
 // ("dismiss and notify") does.
-void MeetOpenAlert(const std::string& command);
+void MeetOpenAlert(const std::string& command, const SessionState& session);
 
 }  // namespace kwagent

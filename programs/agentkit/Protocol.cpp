@@ -70,6 +70,7 @@ QByteArray OpeningMessage(const Opening& opening) {
       break;
     case Job::Session:
       message["maxItems"] = opening.maxItems;
+      if (!opening.promptBehavior.empty()) message["promptBehavior"] = opening.promptBehavior;
       break;
     case Job::Publish:
       break;
@@ -99,6 +100,7 @@ std::string ParseOpening(const QByteArray& bytes, Opening* opening) {
   opening->timeoutSeconds = IntField(message, "timeout");
   opening->json = Field<bool>(message, "json", Json::value_t::boolean, false);
   opening->maxItems = IntField(message, "maxItems");
+  opening->promptBehavior = StringField(message, "promptBehavior");
   if (opening->timeoutSeconds < 0 || opening->maxItems < 0) return "the loader's opening has a negative limit";
   return std::string();
 }

@@ -35,6 +35,10 @@ struct Opening {
   bool json = false;
   // tree, session: the most items listed per item view (0: the agent's default).
   int maxItems = 0;
+  // session: what a command does about an open alert, as WebDriver's
+  // unhandledPromptBehavior says ("dismiss", "accept", "dismiss and notify",
+  // "accept and notify", "ignore"; empty: "dismiss and notify").
+  std::string promptBehavior;
 };
 
 QByteArray OpeningMessage(const Opening& opening);

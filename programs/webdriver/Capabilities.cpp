@@ -10,6 +10,24 @@ using nlohmann::json;
 
 namespace {
 
+// What a session does about an open alert, from unhandledPromptBehavior: a
+// string, or an object by prompt type, of which the alerts here take the
+// "alert" entry, else the "default" one. Empty when the value is none of these.
+std::string PromptBehavior(const json& value) {
+  static const char* const kBehaviors[] = {"dismiss", "accept", "dismiss and notify", "accept and notify", "ignore"};
+  if (value.is_object()) {
+    for (const char* type : {"alert", "default"})
+      if (value.contains(type)) return PromptBehavior(value[type]);
+    for (const auto& [type, entry] : value.items())
+      if (PromptBehavior(entry).empty()) return "";
+    return "dismiss and notify";
+  }
+  if (value.is_string())
+    for (const char* behavior : kBehaviors)
+      if (value == behavior) return behavior;
+  return "";
+}
+
 constexpr int64_t kMaxSafeInteger = (int64_t{1} << 53) - 1;
 
 Failure Invalid(const std::string& message) { return {"invalid argument", message}; }
@@ -98,7 +116,9 @@ bool Validate(const json& capabilities, const std::string& where, Failure* failu
     } else if (key == "proxy") {
       if (!value.is_object()) problem = "an object";
     } else if (key == "unhandledPromptBehavior") {
-      if (!value.is_string() && !value.is_object()) problem = "a string or an object";
+      if (PromptBehavior(value).empty())
+        problem = "\"dismiss\", \"accept\", \"dismiss and notify\", \"accept and notify\" or \"ignore\""
+                  " (or an object of them by prompt type)";
     } else if (key == "timeouts") {
       Timeouts timeouts;
       Failure inner;
@@ -186,6 +206,7 @@ std::string Match(const json& capabilities, SessionRequest* request) {
     ReadInteger(*items, &number);
     out.maxItems = static_cast<int>(number);
   }
+  if (const json* behavior = Get(capabilities, "unhandledPromptBehavior")) out.promptBehavior = PromptBehavior(*behavior);
   if (const json* timeouts = Get(capabilities, "timeouts")) {
     Failure ignored;
     ReadTimeouts(*timeouts, &out.timeouts, &ignored);
@@ -316,7 +337,7 @@ json SessionCapabilities(const SessionRequest& request, unsigned long pid) {
   out["proxy"] = json::object();
   out["setWindowRect"] = true;
   out["strictFileInteractability"] = false;
-  out["unhandledPromptBehavior"] = "dismiss and notify";
+  out["unhandledPromptBehavior"] = request.promptBehavior;
   out["timeouts"] = request.timeouts.ToJson();
   if (!request.app.empty()) out["kw:app"] = request.app;
   if (!request.attach.empty()) out["kw:attach"] = request.attach;

@@ -38,6 +38,7 @@ struct SessionRequest {
   std::string attach;                  // pid or image name
   double newCommandTimeout = 60;       // seconds; 0: never
   int maxItems = 1000;
+  std::string promptBehavior = "dismiss and notify";  // unhandledPromptBehavior
   Timeouts timeouts;
   nlohmann::json matched = nlohmann::json::object();  // the merged capabilities that matched
 };

@@ -53,10 +53,11 @@ class PipeAgent : public AgentChannel {
   ~PipeAgent() override { End(); }
 
   // The session's opening: "session", answered by "ready" or "refused".
-  bool Open(int maxItems, Failure* failure) {
+  bool Open(const SessionRequest& request, Failure* failure) {
     kwagentkit::Opening opening;
     opening.job = kwagentkit::Job::Session;
-    opening.maxItems = maxItems;
+    opening.maxItems = request.maxItems;
+    opening.promptBehavior = request.promptBehavior;
     if (!Send(kwagentkit::OpeningMessage(opening))) {
       *failure = {"session not created", "the agent's pipe broke before the session began" + LastWords()};
       return false;
@@ -254,7 +255,7 @@ class PipeAgentStarter : public AgentStarter {
       return nullptr;
     }
     auto agent = std::make_unique<PipeAgent>(connection);
-    if (!agent->Open(request.maxItems, failure)) return nullptr;  // its destructor ends what it started
+    if (!agent->Open(request, failure)) return nullptr;  // its destructor ends what it started
     return agent;
   }
 };

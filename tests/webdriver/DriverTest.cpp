@@ -130,6 +130,8 @@ TEST(Capabilities, MergedAndMatchedAsTheSpecSays) {
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","platformName":3}}})", "invalid argument", ""},
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","timeouts":{"implicit":-1}}}})", "invalid argument", ""},
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","pageLoadStrategy":"fast"}}})", "invalid argument", ""},
+      {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","unhandledPromptBehavior":"close"}}})", "invalid argument", ""},
+      {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","unhandledPromptBehavior":{"alert":1}}}})", "invalid argument", ""},
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","appium:app":"C:\\b.exe"}}})", "invalid argument", ""},
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","kw:newCommandTimeout":-5}}})", "invalid argument", ""},
       {R"({"capabilities":{"alwaysMatch":{"kw:app":"C:\\a.exe","platformName":"linux"}}})", "session not created", ""},
@@ -159,6 +161,24 @@ TEST(Capabilities, MergedAndMatchedAsTheSpecSays) {
   EXPECT_EQ(request.maxItems, 20);
   EXPECT_EQ(request.timeouts.implicit, 1500);
   EXPECT_FALSE(request.timeouts.script.has_value());
+  EXPECT_EQ(request.promptBehavior, "dismiss and notify");  // by default
+
+  // unhandledPromptBehavior: as a string, or by prompt type, where an alert's is
+  // the "alert" entry, else the "default" one.
+  const std::pair<const char*, const char*> behaviors[] = {
+      {R"("accept")", "accept"},
+      {R"("ignore")", "ignore"},
+      {R"({"alert": "accept and notify", "default": "dismiss"})", "accept and notify"},
+      {R"({"default": "dismiss"})", "dismiss"},
+      {R"({"beforeUnload": "accept"})", "dismiss and notify"},
+  };
+  for (const auto& [given, taken] : behaviors) {
+    const json body = {{"capabilities", {{"alwaysMatch", {{"kw:app", "C:\\a.exe"},
+                                                          {"unhandledPromptBehavior", json::parse(given)}}}}}};
+    ASSERT_TRUE(ProcessCapabilities(body, &request, &failure)) << given << " -> " << failure.message;
+    EXPECT_EQ(request.promptBehavior, taken) << given;
+    EXPECT_EQ(SessionCapabilities(request, 1)["unhandledPromptBehavior"], taken) << given;
+  }
 }
 
 // Selenium's own atoms, read from python3-selenium where it is installed:

@@ -97,3 +97,32 @@ def test_other_commands_meet_the_open_prompt(dialogs):
     except NoAlertPresentException:
         pass
     assert button(dialogs, "QInputDialog::getText()").is_displayed()
+
+
+# unhandledPromptBehavior: whether a command goes on past an open prompt, and
+# what became of the prompt ("accepted", "dismissed" or still "open")
+BEHAVIORS = [
+    ("accept", True, "accepted"),
+    ("dismiss", True, "dismissed"),
+    ("accept and notify", False, "accepted"),
+    ("ignore", False, "open"),
+]
+
+
+@pytest.mark.parametrize("behavior, goes_on, prompt", BEHAVIORS)
+def test_unhandled_prompt_behavior(new_session, behavior, goes_on, prompt):
+    d = new_session("standarddialogs", unhandledPromptBehavior=behavior)
+    d.set_window_position(0, 0)
+    assert d.capabilities["unhandledPromptBehavior"] == behavior
+    open_prompt(d, "QInputDialog::getText()").send_keys("Grace Hopper")
+    if goes_on:
+        assert d.find_element(By.CSS_SELECTOR, "QPushButton").tag_name == "QPushButton"
+    else:
+        with pytest.raises(UnexpectedAlertPresentException):
+            d.find_element(By.CSS_SELECTOR, "QPushButton")
+    if prompt == "open":
+        assert d.switch_to.alert.text == "User name:"
+        d.switch_to.alert.dismiss()
+    with pytest.raises(NoAlertPresentException):
+        d.switch_to.alert.text
+    assert len(label_showing(d, "Grace Hopper")) == (1 if prompt == "accepted" else 0)
