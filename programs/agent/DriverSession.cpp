@@ -88,7 +88,7 @@ class SessionHost : public QObject {
         },
         [command](bool) { SetEvent(command->answered); });
     runner->setParent(this);
-    runner->Start();
+    runner->Start(true);  // from this command's event: no turn of the event loop first
     m_finished.append(runner);
     // Runners of answered commands go once a later command starts.
     for (int i = 0; i + 1 < m_finished.size();) {

@@ -72,7 +72,7 @@ bool FiberRunner::GiveCrashToScript(const QString& reason) {
   return true;
 }
 
-QString FiberRunner::Start() {
+QString FiberRunner::Start(bool now) {
   g_stopRequested = 0;
   m_thread = GetCurrentThreadId();
   SetEventPump(&FiberRunner::YieldToEventLoop, &FiberRunner::StopRequested);
@@ -90,7 +90,10 @@ QString FiberRunner::Start() {
     return why;
   }
   qApp->installEventFilter(this);
-  m_timer = startTimer(0);
+  if (now)
+    Resume();
+  else
+    m_timer = startTimer(0);
   return QString();
 }
 

@@ -41,10 +41,11 @@ class FiberRunner : public QObject {
   FiberRunner(std::function<bool()> job, Done done);
   ~FiberRunner() override;
 
-  // Starts the job from the event loop of the calling (GUI) thread. Empty,
-  // or why it could not start (no fiber): `done` has then been called with
-  // false.
-  QString Start();
+  // Starts the job from the event loop of the calling (GUI) thread, or with
+  // `now` at once, from the caller (an event handler of that loop), until
+  // the job first waits or ends. Empty, or why it could not start (no
+  // fiber): `done` has then been called with false.
+  QString Start(bool now = false);
 
   // From the job: lets the event loop run, then comes back. Outside a
   // job's fiber it processes the pending events instead. False when the
