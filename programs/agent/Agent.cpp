@@ -60,9 +60,20 @@ constexpr int kAlreadyAttached = 3;
 // thread (heartbeats, the status) and from a crashing thread: one at a time.
 std::mutex g_writing;
 
+// The loader's event for "a message was written" (AgentPipe.h), when it made one.
+HANDLE volatile g_written = nullptr;
+
+// Writes one message and wakes the loader; the caller holds g_writing.
+bool WriteAndSignal(HANDLE pipe, const QByteArray& message) {
+  const bool written = kwagentkit::WriteMessage(pipe, message);
+  HANDLE event = g_written;
+  if (written && event != nullptr) SetEvent(event);
+  return written;
+}
+
 bool Send(HANDLE pipe, const QByteArray& message) {
   std::lock_guard<std::mutex> lock(g_writing);
-  return kwagentkit::WriteMessage(pipe, message);
+  return WriteAndSignal(pipe, message);
 }
 
 void SendLine(const QString& line, bool error, void* pipe) {
@@ -84,7 +95,7 @@ constexpr DWORD kHeartbeatMs = 1000;
 
 void SendHeartbeat(HANDLE pipe) {
   std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-  if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, kwagentkit::BeatMessage());
+  if (lock.owns_lock()) WriteAndSignal(pipe, kwagentkit::BeatMessage());
 }
 
 // Waits for `done` while the GUI thread lives, with heartbeats, at most
@@ -346,7 +357,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
   HANDLE pipe = g_pipe;
   if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {
     std::unique_lock<std::mutex> lock(g_writing, std::try_to_lock);
-    if (lock.owns_lock()) kwagentkit::WriteMessage(pipe, kwagentkit::ExitMessage());
+    if (lock.owns_lock()) WriteAndSignal(pipe, kwagentkit::ExitMessage());
   }
   return TRUE;
 }
@@ -377,6 +388,10 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     CloseHandle(pipe);
     return kAlreadyAttached;
   }
+  // This loader's now (the one attached before has gone).
+  HANDLE written = OpenEventW(EVENT_MODIFY_STATE, FALSE,
+                              kwagentkit::WrittenEventName(static_cast<const wchar_t*>(pipeName)).c_str());
+  if (HANDLE before = InterlockedExchangePointer(const_cast<void**>(&g_written), written)) CloseHandle(before);
   QCoreApplication* application = QCoreApplication::instance();
   const QString refusal = application == nullptr ? QString("it has no QApplication (yet)")
                           : opening.job == Job::Session ? QtRefusal()

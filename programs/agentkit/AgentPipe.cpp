@@ -41,6 +41,12 @@ bool WriteFrame(HANDLE pipe, const char* data, DWORD size, bool more) {
 
 }  // namespace
 
+std::wstring WrittenEventName(const std::wstring& pipeName) {
+  // "\\.\pipe\kwagent-..." -> "Local\kwagent-...-written"
+  const size_t slash = pipeName.find_last_of(L'\\');
+  return L"Local\\" + pipeName.substr(slash == std::wstring::npos ? 0 : slash + 1) + L"-written";
+}
+
 bool WriteMessage(HANDLE pipe, const QByteArray& message) {
   const char* data = message.constData();
   qint64 left = message.size();

@@ -10,11 +10,18 @@
 #include <QtCore/QByteArray>
 
 #include <atomic>
+#include <string>
 
 namespace kwagentkit {
 
 // Writes one message; false when the pipe is broken.
 bool WriteMessage(HANDLE pipe, const QByteArray& message);
+
+// The name of the event an agent sets after each message it writes to the
+// pipe of that name, so that its loader can wait for messages rather than
+// look for them now and then. The loader makes it (before the agent opens
+// the pipe); an agent without it just writes.
+std::wstring WrittenEventName(const std::wstring& pipeName);
 
 // Reads one message; false when the pipe is broken or closed. `heard`,
 // when given, receives the tick count whenever bytes of it arrive, so that

@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "agentkit/AgentPipe.h"
 #include "agentkit/Protocol.h"
 
 namespace kwagentkit {
@@ -272,11 +273,13 @@ QString ConnectAgent(AgentConnection* connection) {
   Handle pipe(
       CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
   if (!pipe) return QString("cannot make the pipe to the agent (error %1)").arg(GetLastError());
+  Handle written(CreateEventW(nullptr, FALSE, FALSE, WrittenEventName(pipeName).c_str()));
   if (!connection->launched) connection->began = std::chrono::steady_clock::now();
   QString why;
   Handle runner(StartAgent(connection->pid, connection->process, pipeName, &why));
   if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), connection->process, &why)) return why;
   connection->pipe = pipe.release();
+  connection->written = written.release();
   return QString();
 }
 
@@ -423,6 +426,7 @@ void CloseConnection(AgentConnection* connection) {
     CloseHandle(connection->process);
   }
   if (connection->job != nullptr) CloseHandle(connection->job);
+  if (connection->written != nullptr) CloseHandle(connection->written);
   *connection = AgentConnection();
 }
 

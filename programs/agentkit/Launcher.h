@@ -23,6 +23,8 @@ struct AgentConnection {
   // Ends a launched application with its caller, whatever ends the caller,
   // unless the request kept it.
   HANDLE job = nullptr;
+  // Set by the agent after each message it writes (AgentPipe.h's WrittenEventName).
+  HANDLE written = nullptr;
   // When starting the application (launched) or loading the agent began.
   std::chrono::steady_clock::time_point began{};
 };

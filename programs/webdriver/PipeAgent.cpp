@@ -2,9 +2,10 @@
 // programs/agentkit's launcher with kwagent.dll in it, spoken to over its
 // pipe in the protocol of programs/agentkit (Protocol.h, Protocol.md).
 //
-// The pipe is polled (PeekNamedPipe) rather than read by a thread of its own:
-// synchronous reads and writes on one pipe handle wait for each other on
-// Windows, and the protocol has one command at a time anyway.
+// The pipe is looked at (PeekNamedPipe) whenever the agent says it wrote a
+// message, rather than read by a thread of its own: synchronous reads and
+// writes on one pipe handle wait for each other on Windows, and the protocol
+// has one command at a time anyway.
 #include <windows.h>
 
 #include <chrono>
@@ -31,6 +32,7 @@ namespace {
 constexpr DWORD kOpenLimitMs = 30000;   // for the agent's "ready"
 constexpr DWORD kCloseGraceMs = 3000;   // for a launched application to close its windows
 constexpr size_t kLastWordsKept = 8000;
+constexpr DWORD kWaitSliceMs = 20;      // between looks at the pipe, cancellation and the deadline
 
 std::wstring Wide(const std::string& text) {
   if (text.empty()) return {};
@@ -187,14 +189,19 @@ class PipeAgent : public AgentChannel {
     return Got::kMessage;
   }
 
-  // Waits a moment for the pipe; false once the application has ended and
-  // left nothing more in it.
+  // Waits a moment for the pipe: until the agent says it wrote a message,
+  // or a slice of time for an agent that does not; false once the
+  // application has ended and left nothing more in it.
   bool Wait() {
     if (m_connection.process == nullptr) {
       Sleep(1);
       return true;
     }
-    if (WaitForSingleObject(m_connection.process, 1) != WAIT_OBJECT_0) return true;
+    HANDLE waits[2] = {m_connection.process, m_connection.written};
+    const DWORD woke = m_connection.written != nullptr
+                           ? WaitForMultipleObjects(2, waits, FALSE, kWaitSliceMs)
+                           : WaitForSingleObject(m_connection.process, 1);
+    if (woke != WAIT_OBJECT_0) return true;
     DWORD available = 0;
     return PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr) && available > 0;
   }
