@@ -165,10 +165,14 @@ QList<Found> ByXPath(const QString& xpath, const Element* root, int maxItems) {
   } else {
     documents.append(RootOf(root->object.data()));
   }
+  // Only the attributes the expression reads are made: reading every
+  // property of every object is most of the cost of a document.
+  QSet<QString> names;
+  const bool some = kwauto::XPathAttributeNames(xpath, &names);
   QList<Found> out;
   foreach (QObject* document, documents) {
     kwauto::PageSource source(maxItems);
-    source.Build(document);
+    source.Build(document, some ? &names : nullptr);
     pugi::xml_node context;
     if (root != nullptr) {
       context = root->item ? source.NodeOf(ViewOf(*root), root->index) : source.NodeOf(root->object.data());

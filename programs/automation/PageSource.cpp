@@ -2,6 +2,7 @@
 
 #include <QtCore/QMetaEnum>
 #include <QtCore/QMetaObject>
+#include <QtCore/QRegExp>
 #include <QtCore/QSet>
 #include <QtCore/QStringList>
 #include <QtGui/QAbstractItemView>
@@ -59,32 +60,57 @@ QVariant PlainValue(const QObject* object, const QMetaProperty& property) {
   }
 }
 
-Attributes ObjectAttributes(const QObject* object) {
+bool XPathAttributeNames(const QString& xpath, QSet<QString>* names) {
+  // A name after "@" or "attribute::"; anything else there (a wildcard,
+  // node()) may stand for any attribute. Strings are not told apart: a name
+  // in one only makes the set larger.
+  QRegExp axis("(@|\\battribute\\s*::)\\s*");
+  QRegExp name("[A-Za-z_][A-Za-z0-9_.-]*");
+  for (int at = axis.indexIn(xpath); at >= 0; at = axis.indexIn(xpath, at + axis.matchedLength())) {
+    const int start = at + axis.matchedLength();
+    if (name.indexIn(xpath, start) != start) return false;
+    const int end = start + name.matchedLength();
+    if (end < xpath.size() && (xpath[end] == ':' || xpath[end] == '(')) return false;  // a prefix, node()
+    names->insert(name.cap(0));
+  }
+  return true;
+}
+
+Attributes ObjectAttributes(const QObject* object, const QSet<QString>* wanted) {
+  const auto want = [wanted](const char* name) { return wanted == nullptr || wanted->contains(QLatin1String(name)); };
   Attributes out;
-  out << qMakePair(QString("objectName"), object->objectName());
-  const QString text = VisibleText(object);
+  if (want("objectName")) out << qMakePair(QString("objectName"), object->objectName());
+  const QString text = want("text") ? VisibleText(object) : QString();
   if (!text.isEmpty()) out << qMakePair(QString("text"), text);
   if (object->isWidgetType()) {
     const auto* widget = static_cast<const QWidget*>(object);
-    const QPoint at = widget->mapToGlobal(QPoint(0, 0));
-    out << qMakePair(QString("visible"), QString(Bool(widget->isVisible())))
-        << qMakePair(QString("enabled"), QString(Bool(widget->isEnabled())))
-        << qMakePair(QString("x"), QString::number(at.x())) << qMakePair(QString("y"), QString::number(at.y()))
-        << qMakePair(QString("width"), QString::number(widget->width()))
-        << qMakePair(QString("height"), QString::number(widget->height()));
+    if (want("visible")) out << qMakePair(QString("visible"), QString(Bool(widget->isVisible())));
+    if (want("enabled")) out << qMakePair(QString("enabled"), QString(Bool(widget->isEnabled())));
+    if (want("x") || want("y")) {
+      const QPoint at = widget->mapToGlobal(QPoint(0, 0));
+      out << qMakePair(QString("x"), QString::number(at.x())) << qMakePair(QString("y"), QString::number(at.y()));
+    }
+    if (want("width")) out << qMakePair(QString("width"), QString::number(widget->width()));
+    if (want("height")) out << qMakePair(QString("height"), QString::number(widget->height()));
   } else if (const auto* action = qobject_cast<const QAction*>(object)) {
-    out << qMakePair(QString("visible"), QString(Bool(action->isVisible())))
-        << qMakePair(QString("enabled"), QString(Bool(action->isEnabled())));
+    if (want("visible")) out << qMakePair(QString("visible"), QString(Bool(action->isVisible())));
+    if (want("enabled")) out << qMakePair(QString("enabled"), QString(Bool(action->isEnabled())));
   }
+  // The names above are the element's own, wanted or not: no property of
+  // the same name stands in for them.
   QSet<QString> taken;
-  foreach (const auto& attribute, out) taken.insert(attribute.first);
-  taken.insert("text");  // the raw property would contradict what a user reads
-  taken.insert("html");  // a text edit's document once more, as markup made anew at each read
+  taken << "objectName"
+        << "text"   // the raw property would contradict what a user reads
+        << "html";  // a text edit's document once more, as markup made anew at each read
+  if (object->isWidgetType())
+    taken << "visible" << "enabled" << "x" << "y" << "width" << "height";
+  else if (qobject_cast<const QAction*>(object) != nullptr)
+    taken << "visible" << "enabled";
   const QMetaObject* meta = object->metaObject();
   for (int i = 0; i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);
     const QString name = property.name();
-    if (taken.contains(name) || !PlainName(name)) continue;
+    if ((wanted != nullptr && !wanted->contains(name)) || taken.contains(name) || !PlainName(name)) continue;
     const QVariant value = PlainValue(object, property);
     if (!value.isValid() || (value.type() == QVariant::String && value.toString().isEmpty())) continue;
     out << qMakePair(name, Text(value));
@@ -92,7 +118,7 @@ Attributes ObjectAttributes(const QObject* object) {
   }
   foreach (const QByteArray& dynamic, object->dynamicPropertyNames()) {
     const QString name = QString::fromLatin1(dynamic);
-    if (taken.contains(name) || !PlainName(name)) continue;
+    if ((wanted != nullptr && !wanted->contains(name)) || taken.contains(name) || !PlainName(name)) continue;
     const QVariant value = object->property(dynamic.constData());
     if (value.type() == QVariant::Bool || value.type() == QVariant::String || value.canConvert(QVariant::Double)) {
       if (value.toString().isEmpty() && value.type() != QVariant::Bool) continue;
@@ -123,13 +149,15 @@ QString XmlName(const QString& className) {
   return name.isEmpty() ? QString("_") : name;
 }
 
-void PageSource::Build(QObject* root) {
+void PageSource::Build(QObject* root, const QSet<QString>* wanted) {
+  m_wanted = wanted;
   m_document.reset();
   m_targets.clear();
   m_nodes.clear();
   m_targetOfNode.clear();
   m_nodeOfObject.clear();
   AddObject(m_document, root);
+  m_wanted = nullptr;
 }
 
 pugi::xml_node PageSource::AddElement(pugi::xml_node parent, const QString& name, const Attributes& attributes,
@@ -154,7 +182,7 @@ void PageSource::AddObject(pugi::xml_node parent, QObject* root) {
     SourceTarget target;
     target.object = object;
     pugi::xml_node node =
-        AddElement(next.second, XmlName(object->metaObject()->className()), ObjectAttributes(object), target);
+        AddElement(next.second, XmlName(object->metaObject()->className()), ObjectAttributes(object, m_wanted), target);
     m_nodeOfObject[object] = node;
     if (const QAbstractItemView* view = ItemViewOf(object)) AddRows(node, view, ListRows(view, m_maxItems));
     const QObjectList& children = object->children();

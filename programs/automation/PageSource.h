@@ -30,6 +30,7 @@
 #include <QtCore/QPair>
 #include <QtCore/QPersistentModelIndex>
 #include <QtCore/QPointer>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 
 #include <pugixml.hpp>
@@ -52,8 +53,14 @@ using Attributes = QList<QPair<QString, QString>>;
 // invalid QVariant otherwise.
 QVariant PlainValue(const QObject* object, const QMetaProperty& property);
 
-// The attributes of an object's or an item's element, in document order.
-Attributes ObjectAttributes(const QObject* object);
+// The names of the attributes an XPath 1.0 expression may read (through
+// "@name" or "attribute::name"), some more at worst: false when it may read
+// any (a wildcard such as "@*"), and `names` is then of no use.
+bool XPathAttributeNames(const QString& xpath, QSet<QString>* names);
+
+// The attributes of an object's or an item's element, in document order;
+// with `wanted`, only those it names (the others are not even read).
+Attributes ObjectAttributes(const QObject* object, const QSet<QString>* wanted = nullptr);
 Attributes ItemAttributes(const QAbstractItemView* view, const QModelIndex& index);
 
 // A class name as an XML element name.
@@ -72,8 +79,10 @@ class PageSource {
   PageSource(const PageSource&) = delete;
   PageSource& operator=(const PageSource&) = delete;
 
-  // Makes `root` and everything below it the document.
-  void Build(QObject* root);
+  // Makes `root` and everything below it the document; with `wanted`, the
+  // objects' elements carry only the attributes it names (an XPath query
+  // that reads no others selects the same).
+  void Build(QObject* root, const QSet<QString>* wanted = nullptr);
 
   const pugi::xml_document& Document() const { return m_document; }
   // The document as text, indented, with an XML declaration.
@@ -100,6 +109,7 @@ class PageSource {
                             const SourceTarget& target);
 
   int m_maxItems;
+  const QSet<QString>* m_wanted = nullptr;  // while Build runs
   pugi::xml_document m_document;
   std::vector<SourceTarget> m_targets;
   std::vector<pugi::xml_node> m_nodes;  // the element of each target

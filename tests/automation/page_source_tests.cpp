@@ -49,7 +49,7 @@ class PageSourceTest : public ::testing::Test {
     foreach (QWidget* widget, QList<QWidget*>() << name << ok << agree << list << tree) layout->addWidget(widget);
     // Not shown: the first window shown under Wine leaves a hidden widget of
     // Qt's own behind, which the object tree's tests would list. Shown
-    // windows are the session tests' (tests/driver).
+    // windows are the session tests' (tests/agent).
     QApplication::processEvents();
   }
 
@@ -242,3 +242,50 @@ TEST(ObjectsBelowTest, ARootLimitsTheSearchToItsDescendants) {
 }
 
 }  // namespace
+
+// A query builds only the attributes it reads; what it selects is the same.
+TEST_F(PageSourceTest, AQueryBuildsTheAttributesItReadsAndSelectsTheSame) {
+  struct Case {
+    const char* xpath;
+    bool some;           // false: it may read any attribute
+    const char* names;   // the names read, sorted, space-separated
+  };
+  const Case table[] = {
+      {"//QPushButton", true, ""},
+      {"//QPushButton[@text='OK']", true, "text"},
+      {"//*[attribute::objectName='name' or @ checked='true']", true, "checked objectName"},
+      {"//*[@text='a@b' and @width > 0]", true, "b text width"},  // a name in a string: one more, harmless
+      {"//*[@*='Ada']", false, ""},
+      {"//*[attribute::node()]", false, ""},
+      {"//*[@x:text]", false, ""},
+  };
+  for (const Case& c : table) {
+    QSet<QString> names;
+    EXPECT_EQ(c.some, kwauto::XPathAttributeNames(c.xpath, &names)) << c.xpath;
+    if (!c.some) continue;
+    QStringList sorted = names.toList();
+    sorted.sort();
+    EXPECT_EQ(QString(c.names), sorted.join(" ")) << c.xpath;
+  }
+
+  const char* const queries[] = {"//QPushButton[@text='OK']", "//*[@objectName='name' or @checked='true']",
+                                 "//*[@enabled='true' and @width >= 0][@focusPolicy='StrongFocus']",
+                                 "//Item[@selected='true']", "//*[@*='Ada']"};
+  PageSource all(100);
+  all.Build(window.get());
+  for (const char* query : queries) {
+    QSet<QString> names;
+    const bool some = kwauto::XPathAttributeNames(query, &names);
+    PageSource fewer(100);
+    fewer.Build(window.get(), some ? &names : nullptr);
+    EXPECT_EQ(Select(all, query), Select(fewer, query)) << query;
+    EXPECT_FALSE(Select(all, query).isEmpty()) << query;
+  }
+  QSet<QString> text;
+  text << "text";
+  PageSource fewer(100);
+  fewer.Build(window.get(), &text);
+  EXPECT_STREQ("OK", fewer.NodeOf(ok).attribute("text").value());
+  EXPECT_FALSE(fewer.NodeOf(ok).attribute("focusPolicy"));  // not read at all
+  EXPECT_FALSE(fewer.NodeOf(ok).attribute("objectName"));
+}
