@@ -17,6 +17,7 @@
 
 #include "agent/ScriptCommands.h"
 #include "agentkit/Launcher.h"
+#include "automation/ItemViews.h"
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
 #include "kwscript/MoreWrappers.h"
@@ -126,6 +127,38 @@ class Values {
   std::vector<VARIANT> m_values;
 };
 
+// An item as the script sees it: {view, row, column, text, selected}, the
+// view as its facade (which takes ownership of `view`).
+IDispatch* ItemObject(kwscript::ScriptFunctions& functions, IDispatch* view, const Element& element) {
+  IDispatch* item = functions.NewObject();
+  if (item == nullptr) return view;
+  const auto put = [&](const wchar_t* name, VARIANT field) {
+    VARIANT key;
+    V_VT(&key) = VT_BSTR;
+    V_BSTR(&key) = SysAllocString(name);
+    functions.Put(item, key, field);
+    VariantClear(&key);
+    VariantClear(&field);
+  };
+  const auto* itemView = qobject_cast<QAbstractItemView*>(element.object.data());
+  VARIANT field;
+  V_VT(&field) = VT_DISPATCH;
+  V_DISPATCH(&field) = view;
+  put(L"view", field);
+  V_VT(&field) = VT_I4;
+  V_I4(&field) = element.index.row();
+  put(L"row", field);
+  V_I4(&field) = element.index.column();
+  put(L"column", field);
+  V_VT(&field) = VT_BSTR;
+  V_BSTR(&field) = SysAllocString(reinterpret_cast<const OLECHAR*>(kwauto::ItemText(element.index).utf16()));
+  put(L"text", field);
+  V_VT(&field) = VT_BOOL;
+  V_BOOL(&field) = itemView != nullptr && kwauto::ItemSelected(itemView, element.index) ? VARIANT_TRUE : VARIANT_FALSE;
+  put(L"selected", field);
+  return item;
+}
+
 // How the session's values cross between JSON and the script: arrays and
 // objects of the engine, element references as facades and back.
 kwscript::JsonValueHooks HooksFor(ScriptScope& scope, SessionState& session) {
@@ -138,12 +171,12 @@ kwscript::JsonValueHooks HooksFor(ScriptScope& scope, SessionState& session) {
     return functions->Put(container, key, value);
   };
   hooks.isArray = [functions](IDispatch* object) { return functions->IsArray(object); };
-  hooks.hostObject = [elements, context](const Json& object, VARIANT* value, QString*) {
+  hooks.hostObject = [elements, context, functions](const Json& object, VARIANT* value, QString*) {
     if (!object.contains(kElementKey)) return false;
-    // An item stands as its view: the facade a script drives it through.
     const Element element = elements->ResolveReference(object);
+    IDispatch* facade = kwscript::WrapObject(element.object.data(), context);
     V_VT(value) = VT_DISPATCH;
-    V_DISPATCH(value) = kwscript::WrapObject(element.object.data(), context);
+    V_DISPATCH(value) = element.item ? ItemObject(*functions, facade, element) : facade;
     return true;
   };
   hooks.facadeJson = [elements](kwscript::CScriptObject& facade, Json* json, QString* why) {

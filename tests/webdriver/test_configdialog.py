@@ -64,3 +64,13 @@ def test_hidden_page_is_not_interactable(config):
     list_item(config, "Update").click()
     WebDriverWait(config, 5).until(lambda d: hidden.is_displayed())
     hidden.click()                                   # now it takes the click
+
+
+def test_an_item_in_a_script_is_its_view_row_column_and_text(config):
+    item = list_item(config, "Query")
+    seen = config.execute_script(
+        "var i = arguments[0]; i.view.setCurrentRow(i.row);"
+        " return [i.row, i.column, i.text, i.selected, i.view.currentRow(), i.view];", item)
+    assert seen[:5] == [2, 0, "Query", False, 2]
+    assert seen[5] == config.find_element(By.XPATH, PAGE_LIST)   # the view comes back as its element
+    WebDriverWait(config, 5).until(lambda d: current_page(d) == "2")
