@@ -31,7 +31,7 @@
 #include <mutex>
 
 #include "agent/DriverSession.h"
-#include "agentkit/Launcher.h"
+#include "agent/ScriptCommands.h"
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Protocol.h"
 #include "host/HostSupport.h"
@@ -83,10 +83,6 @@ void SendLine(const QString& line, bool error, void* pipe) {
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
-// A handle of the GUI thread, opened by the GUI thread itself once a request
-// has reached it (before the script can end the thread) and kept open.
-std::atomic<HANDLE> g_guiThread{nullptr};
-
 // While kwscript waits for a script, the agent says once a second that
 // the application still runs: kwscript tells a frozen application (whose
 // threads all stand still) from a slow script by the silence. A line of
@@ -108,7 +104,7 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   bool stopAsked = false;
   int status = -1;
   while (status < 0) {
-    HANDLE gui = g_guiThread;
+    HANDLE gui = kwagent::GuiThread();
     HANDLE waits[2] = {done, gui};
     const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
     const DWORD elapsed = GetTickCount() - start;
@@ -172,12 +168,6 @@ void SendCrash(const QString& line) {
   Send(pipe, kwagentkit::ErrMessage(Utf8(line)));
   Send(pipe, kwagentkit::ChecksMessage(kwscript::CurrentChecks().ToJson()));
   Send(pipe, kwagentkit::EndMessage(4));
-}
-
-// The folder of this DLL, where kwQtWrappers.dll lies beside it.
-std::wstring AgentFolder() {
-  static const char anchor = 0;
-  return kwagentkit::ModuleFolder(&anchor);
 }
 
 // The name the "app" object of a publishing agent is registered under, as a
@@ -269,7 +259,7 @@ class AgentRequest : public QObject {
   }
 
   void Start() {
-    if (g_guiThread == nullptr) g_guiThread = OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId());
+    kwagent::NoteGuiThread();
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
       PrintError("kwscript: cannot drive this application: " + refusal);
@@ -281,7 +271,7 @@ class AgentRequest : public QObject {
       return Finish(0);
     }
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    m_host.reset(new kwhost::ManagerHost((AgentFolder() + L"kwQtWrappers.dll").c_str()));
+    m_host.reset(new kwhost::ManagerHost((kwagent::AgentFolder() + L"kwQtWrappers.dll").c_str()));
     if (!m_host->ready()) {
       PrintError("kwscript: the agent cannot load kwQtWrappers.dll beside it");
       return Finish(kCannotRun);
@@ -409,8 +399,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   if (opening.job == Job::Session) {
     // A driver's session: commands until it says "quit" or goes away.
     g_inSession = true;
-    const kwagent::Json settings = {{"maxItems", opening.maxItems}, {"promptBehavior", opening.promptBehavior}};
-    const int status = kwagent::ServeDriverSession(pipe, settings,
+    const int status = kwagent::ServeDriverSession(pipe, opening,
                                                    [pipe](const QByteArray& message) { return Send(pipe, message); });
     g_inSession = false;
     kwscript::SetOutputSink(nullptr, nullptr);

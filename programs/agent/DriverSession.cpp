@@ -35,8 +35,7 @@ namespace {
 
 constexpr DWORD kHeartbeatMs = 1000;
 
-// The GUI thread, once a command has reached it.
-std::atomic<HANDLE> g_guiThread{nullptr};  // opened by the GUI thread itself, kept open
+std::atomic<HANDLE> g_guiThread{nullptr};
 
 QByteArray Serialized(const Json& message) {
   return QByteArray(message.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
@@ -63,16 +62,16 @@ class SessionHost : public QObject {
     std::shared_ptr<Command> command;
   };
 
-  SessionHost(int maxItems, const std::string& promptBehavior) {
-    m_state.maxItems = maxItems;
-    if (!promptBehavior.empty()) m_state.promptBehavior = promptBehavior;
+  explicit SessionHost(const kwagentkit::Opening& opening) {
+    if (opening.maxItems > 0) m_state.maxItems = opening.maxItems;
+    if (!opening.promptBehavior.empty()) m_state.promptBehavior = opening.promptBehavior;
     AddElementCommands(m_commands);
     AddScriptCommands(m_commands);
   }
 
   bool event(QEvent* event) override {
     if (event->type() != kCommand) return QObject::event(event);
-    if (g_guiThread == nullptr) g_guiThread = OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId());
+    NoteGuiThread();
     Start(static_cast<CommandEvent*>(event)->command);
     return true;
   }
@@ -127,11 +126,15 @@ Json ParsedMessage(const QByteArray& message) {
 
 }  // namespace
 
-int ServeDriverSession(HANDLE pipe, const Json& opening, const SendMessage& send) {
+void NoteGuiThread() {
+  if (g_guiThread == nullptr) g_guiThread = OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId());
+}
+
+HANDLE GuiThread() { return g_guiThread; }
+
+int ServeDriverSession(HANDLE pipe, const kwagentkit::Opening& opening, const SendMessage& send) {
   QCoreApplication* application = QCoreApplication::instance();
-  const int maxItems = opening.value("maxItems", 1000);
-  const Json behavior = opening.value("promptBehavior", Json());
-  auto* host = new SessionHost(maxItems > 0 ? maxItems : 1000, behavior.is_string() ? behavior.get<std::string>() : "");
+  auto* host = new SessionHost(opening);
   host->moveToThread(application->thread());
   send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
   int status = 0;

@@ -28,13 +28,12 @@
 
 namespace kwagent {
 
-namespace {
-
-// The folder of this DLL, where kwQtWrappers.dll lies beside it.
-std::wstring ModuleFolder() {
+std::wstring AgentFolder() {
   static const char anchor = 0;
   return kwagentkit::ModuleFolder(&anchor);
 }
+
+namespace {
 
 // What a session's scripts run with, on the GUI thread: COM, the library
 // and the second wrappers set, the "app" object and the kept engine; torn
@@ -43,7 +42,7 @@ class ScriptScope {
  public:
   ScriptScope() {
     m_comStarted = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    m_host.reset(new kwhost::ManagerHost((ModuleFolder() + L"kwQtWrappers.dll").c_str()));
+    m_host.reset(new kwhost::ManagerHost((AgentFolder() + L"kwQtWrappers.dll").c_str()));
     if (!m_host->ready()) {
       m_failure = "the agent cannot load kwQtWrappers.dll beside it";
       return;
@@ -127,38 +126,6 @@ class Values {
   std::vector<VARIANT> m_values;
 };
 
-// An item as the script sees it: {view, row, column, text, selected}, the
-// view as its facade (which takes ownership of `view`).
-IDispatch* ItemObject(kwscript::ScriptFunctions& functions, IDispatch* view, const Element& element) {
-  IDispatch* item = functions.NewObject();
-  if (item == nullptr) return view;
-  const auto put = [&](const wchar_t* name, VARIANT field) {
-    VARIANT key;
-    V_VT(&key) = VT_BSTR;
-    V_BSTR(&key) = SysAllocString(name);
-    functions.Put(item, key, field);
-    VariantClear(&key);
-    VariantClear(&field);
-  };
-  const auto* itemView = qobject_cast<QAbstractItemView*>(element.object.data());
-  VARIANT field;
-  V_VT(&field) = VT_DISPATCH;
-  V_DISPATCH(&field) = view;
-  put(L"view", field);
-  V_VT(&field) = VT_I4;
-  V_I4(&field) = element.index.row();
-  put(L"row", field);
-  V_I4(&field) = element.index.column();
-  put(L"column", field);
-  V_VT(&field) = VT_BSTR;
-  V_BSTR(&field) = SysAllocString(reinterpret_cast<const OLECHAR*>(kwauto::ItemText(element.index).utf16()));
-  put(L"text", field);
-  V_VT(&field) = VT_BOOL;
-  V_BOOL(&field) = itemView != nullptr && kwauto::ItemSelected(itemView, element.index) ? VARIANT_TRUE : VARIANT_FALSE;
-  put(L"selected", field);
-  return item;
-}
-
 // How the session's values cross between JSON and the script: arrays and
 // objects of the engine, element references as facades and back.
 kwscript::JsonValueHooks HooksFor(ScriptScope& scope, SessionState& session) {
@@ -171,12 +138,32 @@ kwscript::JsonValueHooks HooksFor(ScriptScope& scope, SessionState& session) {
     return functions->Put(container, key, value);
   };
   hooks.isArray = [functions](IDispatch* object) { return functions->IsArray(object); };
-  hooks.hostObject = [elements, context, functions](const Json& object, VARIANT* value, QString*) {
+  // An item arrives as {view, row, column, text, selected}, its view a facade.
+  const kwscript::JsonValueHooks plain = hooks;
+  hooks.hostObject = [elements, context, plain](const Json& object, VARIANT* value, QString* why) {
     if (!object.contains(kElementKey)) return false;
     const Element element = elements->ResolveReference(object);
-    IDispatch* facade = kwscript::WrapObject(element.object.data(), context);
-    V_VT(value) = VT_DISPATCH;
-    V_DISPATCH(value) = element.item ? ItemObject(*functions, facade, element) : facade;
+    VARIANT facade;
+    V_VT(&facade) = VT_DISPATCH;
+    V_DISPATCH(&facade) = kwscript::WrapObject(element.object.data(), context);
+    if (!element.item) {
+      *value = facade;
+      return true;
+    }
+    const auto* view = qobject_cast<QAbstractItemView*>(element.object.data());
+    const Json item = {{"row", element.index.row()},
+                       {"column", element.index.column()},
+                       {"text", Utf8(kwauto::ItemText(element.index))},
+                       {"selected", view != nullptr && kwauto::ItemSelected(view, element.index)}};
+    *why = kwscript::VariantOfJson(item, plain, value);
+    if (why->isEmpty() && V_VT(value) == VT_DISPATCH) {
+      VARIANT key;
+      V_VT(&key) = VT_BSTR;
+      V_BSTR(&key) = kwscript::NewBstr("view");
+      plain.put(V_DISPATCH(value), key, facade);
+      VariantClear(&key);
+    }
+    VariantClear(&facade);
     return true;
   };
   hooks.facadeJson = [elements](kwscript::CScriptObject& facade, Json* json, QString* why) {

@@ -97,15 +97,15 @@ Attributes ObjectAttributes(const QObject* object, const QSet<QString>* wanted) 
     if (want("enabled")) out << qMakePair(QString("enabled"), QString(Bool(action->isEnabled())));
   }
   // The names above are the element's own, wanted or not: no property of
-  // the same name stands in for them.
-  QSet<QString> taken;
-  taken << "objectName"
-        << "text"   // the raw property would contradict what a user reads
-        << "html";  // a text edit's document once more, as markup made anew at each read
-  if (object->isWidgetType())
-    taken << "visible" << "enabled" << "x" << "y" << "width" << "height";
-  else if (qobject_cast<const QAction*>(object) != nullptr)
-    taken << "visible" << "enabled";
+  // the same name stands in for them (a raw "text" would contradict what a
+  // user reads; "html" is a text edit's document once more, as markup made
+  // anew at each read).
+  static const QSet<QString> kObjectOwn = QSet<QString>() << "objectName" << "text" << "html";
+  static const QSet<QString> kActionOwn = QSet<QString>(kObjectOwn) << "visible" << "enabled";
+  static const QSet<QString> kWidgetOwn = QSet<QString>(kActionOwn) << "x" << "y" << "width" << "height";
+  QSet<QString> taken = object->isWidgetType()                             ? kWidgetOwn
+                        : qobject_cast<const QAction*>(object) != nullptr ? kActionOwn
+                                                                          : kObjectOwn;
   const QMetaObject* meta = object->metaObject();
   for (int i = 0; i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);

@@ -47,7 +47,7 @@ class Client {
                                 nullptr);
     m_client = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     m_agent = std::thread([this] {
-      kwagent::ServeDriverSession(m_server, Json::object(), [this](const QByteArray& message) {
+      kwagent::ServeDriverSession(m_server, kwagentkit::Opening(), [this](const QByteArray& message) {
         return kwagentkit::WriteMessage(m_server, message);
       });
     });
