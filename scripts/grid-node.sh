@@ -92,6 +92,19 @@ stop() {
 trap 'stop; exit 0' TERM INT HUP
 trap stop EXIT
 
+# The node checks the driver's /status once as it starts and, finding it
+# down, never registers: it starts once the driver answers (at most 300 s,
+# and only while the process it watches lives).
+answers() {
+  /usr/bin/python3 -c 'import sys, urllib.request; urllib.request.urlopen(sys.argv[1] + "/status", timeout=2)' \
+    "$driver_url" 2>/dev/null
+}
+for ((waited = 0; waited < 300; ++waited)); do
+  answers && break
+  [[ -n $watch ]] && ! kill -0 "$watch" 2>/dev/null && exit 0
+  sleep 1
+done
+
 java -jar "$jar" node --config "$config" --log-level "$log_level" </dev/null &
 java_pid=$!
 echo "grid-node: Selenium node (pid $java_pid) on http://$host:$port relays $max_sessions session(s) to $driver_url for the hub $hub" >&2
