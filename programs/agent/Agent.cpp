@@ -399,7 +399,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   if (opening.job == Job::Session) {
     // A driver's session: commands until it says "quit" or goes away.
     g_inSession = true;
-    const int status = kwagent::ServeDriverSession(pipe, opening,
+    const int status = kwagent::ServeDriverSession(pipe, static_cast<const wchar_t*>(pipeName), opening,
                                                    [pipe](const QByteArray& message) { return Send(pipe, message); });
     g_inSession = false;
     kwscript::SetOutputSink(nullptr, nullptr);

@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 
 #include "agentkit/AgentPipe.h"
+#include "agentkit/CommandChannel.h"
 #include "agentkit/Protocol.h"
 #include "automation/FiberRunner.h"
 
@@ -33,7 +35,14 @@ QWidget* Element::Widget() const {
 
 namespace {
 
-constexpr DWORD kHeartbeatMs = 1000;
+// How long a new session waits for the GUI thread to make its window.
+constexpr DWORD kSetUpLimitMs = 20000;
+// How often the agent's thread looks for "quit" while a session runs.
+constexpr DWORD kQuitSliceMs = 50;
+constexpr int kCannotServe = 2;
+constexpr int kGuiThreadEnded = 4;
+
+const wchar_t kWindowClass[] = L"kwagentSessionWindow";
 
 std::atomic<HANDLE> g_guiThread{nullptr};
 
@@ -41,59 +50,136 @@ QByteArray Serialized(const Json& message) {
   return QByteArray(message.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
-// One command under way: what the GUI thread answers, and when.
+Json ParsedMessage(const QByteArray& message) {
+  Json parsed = Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
+  return parsed.is_object() ? parsed : Json();
+}
+
+// One command under way.
 struct Command {
   Json id;
   std::string name;
   Json params;
   Json answer;
-  HANDLE answered = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  ~Command() { CloseHandle(answered); }
 };
 
-// Lives on the GUI thread for the session's length: the session's state
-// and the commands' handlers.
+void CALLBACK StopScript(void*, BOOLEAN) { kwauto::FiberRunner::RequestStop("script timeout"); }
+
+// Lives on the GUI thread for the session's length: the session's state,
+// the commands' handlers, and the window the driver wakes for each command
+// it puts in the channel.
 class SessionHost : public QObject {
  public:
-  static const QEvent::Type kCommand = static_cast<QEvent::Type>(QEvent::User + 0x4B50);
+  static const QEvent::Type kSetUp = static_cast<QEvent::Type>(QEvent::User + 0x4B50);
 
-  struct CommandEvent : QEvent {
-    explicit CommandEvent(std::shared_ptr<Command> command) : QEvent(kCommand), command(std::move(command)) {}
-    std::shared_ptr<Command> command;
-  };
-
-  explicit SessionHost(const kwagentkit::Opening& opening) {
+  SessionHost(const kwagentkit::Opening& opening, std::unique_ptr<kwagentkit::CommandChannel> channel)
+      : m_channel(std::move(channel)) {
     if (opening.maxItems > 0) m_state.maxItems = opening.maxItems;
     if (!opening.promptBehavior.empty()) m_state.promptBehavior = opening.promptBehavior;
     AddElementCommands(m_commands);
     AddScriptCommands(m_commands);
   }
 
+  ~SessionHost() override {
+    StopScriptTimer();
+    if (m_window != nullptr) DestroyWindow(m_window);
+    CloseHandle(m_setUp);
+  }
+
+  // Set once the GUI thread has made the window (null if it could not).
+  HANDLE SetUp() const { return m_setUp; }
+  HWND Window() const { return m_window; }
+
   bool event(QEvent* event) override {
-    if (event->type() != kCommand) return QObject::event(event);
+    if (event->type() != kSetUp) return QObject::event(event);
     NoteGuiThread();
-    Start(static_cast<CommandEvent*>(event)->command);
+    m_window = MakeWindow();
+    SetEvent(m_setUp);
     return true;
   }
 
  private:
+  HWND MakeWindow() {
+    WNDCLASSEXW windowClass = {};
+    windowClass.cbSize = sizeof windowClass;
+    windowClass.lpfnWndProc = &SessionHost::WindowProc;
+    windowClass.hInstance = GetModuleHandleW(nullptr);
+    windowClass.lpszClassName = kWindowClass;
+    RegisterClassExW(&windowClass);  // fails harmlessly for a later session: the class stays
+    HWND window = CreateWindowExW(0, kWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                  GetModuleHandleW(nullptr), nullptr);
+    if (window != nullptr) SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    return window;
+  }
+
+  // Whatever message loop runs (Qt's, a modal dialog's, a native one)
+  // delivers the driver's wake-up here.
+  static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message != kwagentkit::kCommandWaiting) return DefWindowProcW(window, message, wParam, lParam);
+    auto* host = reinterpret_cast<SessionHost*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (host != nullptr) host->TakeCommand();
+    return 0;
+  }
+
+  void TakeCommand() {
+    QByteArray text;
+    if (!m_channel->TakeCommand(&text)) return;  // no command waits: a stray wake-up
+    const Json request = ParsedMessage(text);
+    auto command = std::make_shared<Command>();
+    if (request.is_object() && request.value("type", "") == "command") {
+      command->id = request.value("id", Json());
+      command->name = request.value("name", "");
+      command->params = request.value("params", Json::object());
+      Start(command);
+      return;
+    }
+    m_channel->PutAnswer(Serialized({{"type", "answer"}, {"id", nullptr}, {"error", "invalid argument"},
+                                     {"message", "the agent expects a command"}}));
+  }
+
   // Runs the command's handler on a fiber, so that its waits let the
   // application's event loop (and a modal dialog's) run meanwhile.
   void Start(std::shared_ptr<Command> command) {
+    StartScriptTimer(command->params);
     auto* runner = new kwauto::FiberRunner(
         [this, command] {
           command->answer = Answer(*command);
           return true;
         },
-        [command](bool) { SetEvent(command->answered); });
+        [this, command](bool) {
+          StopScriptTimer();
+          if (command->answer.is_null())
+            command->answer = {{"type", "answer"}, {"id", command->id}, {"error", "unknown error"},
+                               {"message", "the command could not start on the GUI thread"}};
+          m_channel->PutAnswer(Serialized(command->answer));
+        });
     runner->setParent(this);
-    runner->Start(true);  // from this command's event: no turn of the event loop first
+    runner->Start(true);  // from the wake-up: no turn of the event loop first
     m_finished.append(runner);
     // Runners of answered commands go once a later command starts.
     for (int i = 0; i + 1 < m_finished.size();) {
       m_finished[i]->deleteLater();
       m_finished.removeAt(i);
     }
+  }
+
+  // A script's time limit (null: none, as a driver's "script": null says):
+  // asked to stop once it has run that long, from a thread of the pool,
+  // since a script busy on the GUI thread lets no timer of it run.
+  void StartScriptTimer(const Json& params) {
+    const Json limit = params.is_object() ? params.value("timeoutMs", Json()) : Json();
+    const double ms = limit.is_number() ? limit.get<double>() : 0.0;
+    if (ms <= 0) return;
+    const DWORD due = ms >= 4e9 ? 4000000000u : static_cast<DWORD>(ms);
+    if (!CreateTimerQueueTimer(&m_scriptTimer, nullptr, &StopScript, nullptr, due, 0, WT_EXECUTEONLYONCE))
+      m_scriptTimer = nullptr;
+  }
+
+  // Waits for a stop under way, so that none reaches the next command.
+  void StopScriptTimer() {
+    if (m_scriptTimer == nullptr) return;
+    DeleteTimerQueueTimer(nullptr, m_scriptTimer, INVALID_HANDLE_VALUE);
+    m_scriptTimer = nullptr;
   }
 
   Json Answer(const Command& command) {
@@ -114,14 +200,26 @@ class SessionHost : public QObject {
     return answer;
   }
 
+  std::unique_ptr<kwagentkit::CommandChannel> m_channel;
+  HANDLE m_setUp = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HWND m_window = nullptr;
+  HANDLE m_scriptTimer = nullptr;
   SessionState m_state;
   CommandTable m_commands;
   QList<QObject*> m_finished;
 };
 
-Json ParsedMessage(const QByteArray& message) {
-  Json parsed = Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
-  return parsed.is_object() ? parsed : Json();
+// Whether the driver said "quit" (or went away) before the slice ended.
+bool QuitSaid(HANDLE pipe) {
+  DWORD available = 0;
+  if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) return true;
+  for (QByteArray message; available > 0;) {
+    if (!kwagentkit::ReadMessage(pipe, &message)) return true;
+    const Json request = ParsedMessage(message);
+    if (request.is_object() && request.value("type", "") == "quit") return true;
+    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -132,51 +230,36 @@ void NoteGuiThread() {
 
 HANDLE GuiThread() { return g_guiThread; }
 
-int ServeDriverSession(HANDLE pipe, const kwagentkit::Opening& opening, const SendMessage& send) {
-  QCoreApplication* application = QCoreApplication::instance();
-  auto* host = new SessionHost(opening);
-  host->moveToThread(application->thread());
-  send(kwagentkit::ReadyMessage(GetCurrentProcessId()));
+int ServeDriverSession(HANDLE pipe, const std::wstring& pipeName, const kwagentkit::Opening& opening,
+                       const SendMessage& send) {
+  auto channel = std::make_unique<kwagentkit::CommandChannel>();
+  if (!channel->Open(pipeName)) {
+    send(kwagentkit::RefusedMessage(kCannotServe, "the driver's command channel cannot be opened (error " +
+                                                      std::to_string(GetLastError()) + ")"));
+    return kCannotServe;
+  }
+  auto* host = new SessionHost(opening, std::move(channel));
+  host->moveToThread(QCoreApplication::instance()->thread());
+  QCoreApplication::postEvent(host, new QEvent(SessionHost::kSetUp));
+  if (WaitForSingleObject(host->SetUp(), kSetUpLimitMs) != WAIT_OBJECT_0 || host->Window() == nullptr) {
+    send(kwagentkit::RefusedMessage(kCannotServe, host->Window() == nullptr && GuiThread() != nullptr
+                                                      ? "the agent could not make its window"
+                                                      : "the application's GUI thread did not answer within 20 s"));
+    host->deleteLater();  // after the window, whenever the GUI thread gets there
+    return kCannotServe;
+  }
+  send(kwagentkit::ReadyMessage(GetCurrentProcessId(), host->Window()));
+  // The commands go to the GUI thread without this thread; it waits for
+  // "quit", a broken pipe or the GUI thread's end.
   int status = 0;
-  for (QByteArray message; status == 0 && kwagentkit::ReadMessage(pipe, &message);) {
-    const Json request = ParsedMessage(message);
-    const std::string type = request.is_object() ? request.value("type", "") : "";
-    if (type == "quit") break;
-    if (type != "command") {
-      send(Serialized({{"type", "answer"}, {"id", nullptr}, {"error", "invalid argument"},
-                       {"message", "the agent expects a command or quit"}}));
-      continue;
+  for (;;) {
+    HANDLE gui = g_guiThread;
+    if (gui != nullptr && WaitForSingleObject(gui, kQuitSliceMs) == WAIT_OBJECT_0) {
+      status = kGuiThreadEnded;
+      break;
     }
-    auto command = std::make_shared<Command>();
-    command->id = request.value("id", Json());
-    command->name = request.value("name", "");
-    command->params = request.value("params", Json::object());
-    QCoreApplication::postEvent(host, new SessionHost::CommandEvent(command));
-    // A script's time limit: asked to stop once it has run that long.
-    // A script's time limit (null: none, as a driver's "script": null says).
-    const Json limit = command->params.is_object() ? command->params.value("timeoutMs", Json()) : Json();
-    const double timeoutMs = limit.is_number() ? limit.get<double>() : 0.0;
-    const DWORD start = GetTickCount();
-    bool stopAsked = false;
-    for (;;) {
-      HANDLE gui = g_guiThread;
-      HANDLE waits[2] = {command->answered, gui};
-      const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
-      if (woke == WAIT_OBJECT_0) break;
-      if (woke == WAIT_OBJECT_0 + 1) {  // the GUI thread ended: the application is going
-        status = 4;
-        break;
-      }
-      if (timeoutMs > 0 && !stopAsked && GetTickCount() - start >= timeoutMs) {
-        kwauto::FiberRunner::RequestStop("script timeout");
-        stopAsked = true;
-      }
-      if (!send(kwagentkit::BeatMessage())) {
-        status = 4;
-        break;
-      }
-    }
-    if (status == 0 && !send(Serialized(command->answer))) break;
+    if (gui == nullptr) Sleep(kQuitSliceMs);
+    if (QuitSaid(pipe)) break;
   }
   host->deleteLater();
   return status;

@@ -41,11 +41,13 @@ bool WriteFrame(HANDLE pipe, const char* data, DWORD size, bool more) {
 
 }  // namespace
 
-std::wstring WrittenEventName(const std::wstring& pipeName) {
-  // "\\.\pipe\kwagent-..." -> "Local\kwagent-...-written"
+std::wstring PipeObjectName(const std::wstring& pipeName, const std::wstring& suffix) {
+  // "\\.\pipe\kwagent-..." -> "Local\kwagent-...<suffix>"
   const size_t slash = pipeName.find_last_of(L'\\');
-  return L"Local\\" + pipeName.substr(slash == std::wstring::npos ? 0 : slash + 1) + L"-written";
+  return L"Local\\" + pipeName.substr(slash == std::wstring::npos ? 0 : slash + 1) + suffix;
 }
+
+std::wstring WrittenEventName(const std::wstring& pipeName) { return PipeObjectName(pipeName, L"-written"); }
 
 bool WriteMessage(HANDLE pipe, const QByteArray& message) {
   const char* data = message.constData();

@@ -17,6 +17,10 @@ namespace kwagentkit {
 // Writes one message; false when the pipe is broken.
 bool WriteMessage(HANDLE pipe, const QByteArray& message);
 
+// The name of an object of the session on the pipe `pipeName`: the pipe's
+// own name in the session's namespace, and `suffix`.
+std::wstring PipeObjectName(const std::wstring& pipeName, const std::wstring& suffix);
+
 // The name of the event an agent sets after each message it writes to the
 // pipe of that name, so that its loader can wait for messages rather than
 // look for them now and then. The loader makes it (before the agent opens

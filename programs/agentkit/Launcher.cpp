@@ -279,6 +279,7 @@ QString ConnectAgent(AgentConnection* connection) {
   Handle runner(StartAgent(connection->pid, connection->process, pipeName, &why));
   if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), connection->process, &why)) return why;
   connection->pipe = pipe.release();
+  connection->pipeName = pipeName;
   connection->written = written.release();
   return QString();
 }

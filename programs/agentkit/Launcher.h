@@ -16,6 +16,7 @@ namespace kwagentkit {
 // An agent connected to the caller, in the process it was loaded into.
 struct AgentConnection {
   HANDLE pipe = nullptr;     // connected to the agent's KwAgentRun
+  std::wstring pipeName;     // which names the session's other objects (AgentPipe.h)
   HANDLE process = nullptr;  // the application's process (all access)
   DWORD pid = 0;
   bool launched = false;  // started by LaunchWithAgent (not merely attached to)

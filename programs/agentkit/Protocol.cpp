@@ -1,6 +1,7 @@
 #include "agentkit/Protocol.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <utility>
 
@@ -151,7 +152,14 @@ QByteArray PubMessage() { return OfType("pub"); }
 QByteArray StopMessage() { return OfType("stop"); }
 QByteArray ExitMessage() { return OfType("exit"); }
 QByteArray CrashMessage(const std::string& report) { return Serialized({{"type", "crash"}, {"report", report}}); }
-QByteArray ReadyMessage(DWORD pid) { return Serialized({{"type", "ready"}, {"pid", pid}}); }
+QByteArray ReadyMessage(DWORD pid, HWND window) {
+  return Serialized({{"type", "ready"}, {"pid", pid}, {"window", reinterpret_cast<uintptr_t>(window)}});
+}
+
+HWND ReadyWindow(const Message& ready) {
+  const Json window = ready.body.value("window", Json());
+  return window.is_number_unsigned() ? reinterpret_cast<HWND>(window.get<uintptr_t>()) : nullptr;
+}
 
 QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params) {
   return Serialized({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});

@@ -61,9 +61,9 @@ enum class MessageType {
   Stop,     // loader: stop publishing
   Exit,     // agent: the process is exiting by itself
   Crash,    // agent: the application crashed during a session (text: the report)
-  Ready,    // agent: a session is open (body: pid)
-  Command,  // loader: a session's command (body: id, name, params)
-  Answer,   // agent: a command's answer (body: id, value or error and message)
+  Ready,    // agent: a session is open (body: pid, window)
+  Command,  // loader: a session's command (body: id, name, params), through the CommandChannel
+  Answer,   // agent: a command's answer (body: id, value or error and message), the same way
   Quit,     // loader: the session ends
 };
 
@@ -92,7 +92,9 @@ QByteArray PubMessage();
 QByteArray StopMessage();
 QByteArray ExitMessage();
 QByteArray CrashMessage(const std::string& report);
-QByteArray ReadyMessage(DWORD pid);
+// `window`: the agent's window, which the loader wakes for each command.
+QByteArray ReadyMessage(DWORD pid, HWND window);
+HWND ReadyWindow(const Message& ready);
 QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params);
 QByteArray QuitMessage();
 

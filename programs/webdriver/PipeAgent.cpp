@@ -1,13 +1,15 @@
 // The sessions' real agents: an application started (or attached to) by
-// programs/agentkit's launcher with kwagent.dll in it, spoken to over its
-// pipe in the protocol of programs/agentkit (Protocol.h, Protocol.md).
+// programs/agentkit's launcher with kwagent.dll in it, spoken to in the
+// protocol of programs/agentkit (Protocol.h, Protocol.md): the opening and
+// the end over its pipe, the commands through the session's channel
+// (CommandChannel.h), which wakes the application's GUI thread directly.
 //
 // The pipe is looked at (PeekNamedPipe) whenever the agent says it wrote a
 // message, rather than read by a thread of its own: synchronous reads and
-// writes on one pipe handle wait for each other on Windows, and the protocol
-// has one command at a time anyway.
+// writes on one pipe handle wait for each other on Windows.
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 
@@ -17,6 +19,7 @@
 #include <QtCore/QByteArray>
 
 #include "agentkit/AgentPipe.h"
+#include "agentkit/CommandChannel.h"
 #include "agentkit/Launcher.h"
 #include "agentkit/Protocol.h"
 #endif
@@ -60,6 +63,11 @@ class PipeAgent : public AgentChannel {
     opening.job = kwagentkit::Job::Session;
     opening.maxItems = request.maxItems;
     opening.promptBehavior = request.promptBehavior;
+    if (!m_channel.Create(m_connection.pipeName)) {
+      *failure = {"session not created",
+                  "cannot make the session's command channel (error " + std::to_string(GetLastError()) + ")"};
+      return false;
+    }
     if (!Send(kwagentkit::OpeningMessage(opening))) {
       *failure = {"session not created", "the agent's pipe broke before the session began" + LastWords()};
       return false;
@@ -77,7 +85,12 @@ class PipeAgent : public AgentChannel {
         case Got::kMessage:
           break;
       }
-      if (message.type == kwagentkit::MessageType::Ready) return true;
+      if (message.type == kwagentkit::MessageType::Ready) {
+        m_window = kwagentkit::ReadyWindow(message);
+        if (m_window != nullptr) return true;
+        *failure = {"session not created", "the agent named no window for the session's commands"};
+        return false;
+      }
       if (message.type == kwagentkit::MessageType::Refused) {
         *failure = {"session not created", "the agent refused the session: " + message.text};
         return false;
@@ -92,28 +105,33 @@ class PipeAgent : public AgentChannel {
     Reply reply;
     if (m_broken) return Gone();
     const uint64_t id = ++m_lastId;
-    if (!Send(kwagentkit::CommandMessage(id, name, params))) return Gone();
     const auto deadline = std::chrono::steady_clock::now() + limit;
+    // A command given up on (timed out) may still run: this one waits for
+    // its answer, which it drops, as the agent takes one command at a time.
+    while (!m_channel.LoaderTurn())
+      if (!AwaitAnswer(deadline, limit, cancelled, &reply)) return reply;
+    QByteArray text;
+    m_channel.TakeAnswer(&text);
+    if (!m_channel.PutCommand(kwagentkit::CommandMessage(id, name, params))) {
+      reply.kind = Reply::Kind::kError;
+      reply.failure = {"unknown error", "the command could not be handed to the application (error " +
+                                            std::to_string(GetLastError()) + ")"};
+      return reply;
+    }
+    if (!PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0)) return Gone();
     for (;;) {
-      if (cancelled) {
-        reply.kind = Reply::Kind::kGone;
-        reply.failure.message = "the session was ended";
-        return reply;
+      if (!m_channel.TakeAnswer(&text)) {
+        if (!AwaitAnswer(deadline, limit, cancelled, &reply)) return reply;
+        continue;
       }
       kwagentkit::Message message;
-      const Got got = Poll(&message);
-      if (got == Got::kBroken) return Gone();
-      if (got == Got::kNothing) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-          reply.kind = Reply::Kind::kTimeout;
-          reply.failure.message = "no answer within " + std::to_string(limit.count()) + " ms";
-          return reply;
-        }
-        if (Wait()) continue;
-        return Gone();
+      if (!kwagentkit::ParseMessage(text, &message) || message.type != kwagentkit::MessageType::Answer) {
+        reply.kind = Reply::Kind::kError;
+        reply.failure = {"unknown error", "the agent's answer could not be read"};
+        return reply;
       }
       const json& body = message.body;
-      if (message.type != kwagentkit::MessageType::Answer || !body.contains("id") || body["id"] != id) continue;
+      if (!body.contains("id") || body["id"] != id) continue;
       if (body.contains("error")) {
         reply.kind = Reply::Kind::kError;
         reply.failure.error = body["error"].is_string() ? body["error"].get<std::string>() : "unknown error";
@@ -206,6 +224,35 @@ class PipeAgent : public AgentChannel {
     return PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr) && available > 0;
   }
 
+  // Waits a slice of time for the agent's answer (false, with `reply`
+  // saying why, once the session is cancelled, the deadline has passed or
+  // the application has ended without answering), taking what the pipe
+  // brings meanwhile (a crash report).
+  bool AwaitAnswer(std::chrono::steady_clock::time_point deadline, std::chrono::milliseconds limit,
+                   const std::atomic<bool>& cancelled, Reply* reply) {
+    if (cancelled) {
+      reply->kind = Reply::Kind::kGone;
+      reply->failure.message = "the session was ended";
+      return false;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+      reply->kind = Reply::Kind::kTimeout;
+      reply->failure.message = "no answer within " + std::to_string(limit.count()) + " ms";
+      return false;
+    }
+    HANDLE waits[3] = {m_channel.Answered(), m_connection.process, m_connection.written};
+    const DWORD count = m_connection.written != nullptr ? 3 : 2;
+    const DWORD woke = WaitForMultipleObjects(count, waits, FALSE,
+                                              static_cast<DWORD>(std::min<long long>(left.count(), kWaitSliceMs)));
+    if (woke == WAIT_OBJECT_0) return true;
+    for (kwagentkit::Message message; Poll(&message) == Got::kMessage;) {
+    }
+    if (m_channel.LoaderTurn() || (!m_broken && !Ended())) return true;
+    *reply = Gone();
+    return false;
+  }
+
   bool Ended() const {
     return m_connection.process != nullptr && WaitForSingleObject(m_connection.process, 0) == WAIT_OBJECT_0;
   }
@@ -233,6 +280,8 @@ class PipeAgent : public AgentChannel {
   }
 
   kwagentkit::AgentConnection m_connection;
+  kwagentkit::CommandChannel m_channel;
+  HWND m_window = nullptr;  // the agent's, woken for each command
   uint64_t m_lastId = 0;
   bool m_broken = false;
   bool m_done = false;

@@ -1,6 +1,7 @@
 // A driver session served in the test's own process, as the agent serves
-// one inside an application: a client thread writes the commands to the
-// session's pipe and reads the answers, the main thread runs Qt's event
+// one inside an application: a client thread opens the session on its pipe
+// and puts the commands in its channel, waking the agent's window, as the
+// driver does; the main thread runs Qt's event
 // loop (and the modal dialogs the commands open). Scripts, alerts and
 // actions are checked by what the widgets show afterwards.
 #include <windows.h>
@@ -23,6 +24,8 @@
 
 #include "agent/DriverSession.h"
 #include "agentkit/AgentPipe.h"
+#include "agentkit/CommandChannel.h"
+#include "agentkit/Protocol.h"
 
 namespace {
 
@@ -46,13 +49,17 @@ class Client {
     m_server = CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 1 << 16, 1 << 16, 0,
                                 nullptr);
     m_client = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    m_agent = std::thread([this] {
-      kwagent::ServeDriverSession(m_server, kwagentkit::Opening(), [this](const QByteArray& message) {
+    EXPECT_TRUE(m_channel.Create(name));
+    m_agent = std::thread([this, name] {
+      kwagent::ServeDriverSession(m_server, name, kwagentkit::Opening(), [this](const QByteArray& message) {
         return kwagentkit::WriteMessage(m_server, message);
       });
     });
     Json ready;
     Read(&ready);
+    const Json window = ready.value("window", Json());
+    m_window = window.is_number_unsigned() ? reinterpret_cast<HWND>(window.get<uintptr_t>()) : nullptr;
+    EXPECT_NE(m_window, nullptr) << ready.dump();
   }
   ~Client() {
     kwagentkit::WriteMessage(m_client, "{\"type\":\"quit\"}");
@@ -63,14 +70,15 @@ class Client {
 
   // The command's answer: its value, or {"error": code, "message": ...}.
   Json Command(const char* name, const Json& params = Json::object()) {
-    const Json command = {{"type", "command"}, {"id", ++m_id}, {"name", name}, {"params", params}};
-    kwagentkit::WriteMessage(m_client, QByteArray(command.dump().c_str()));
-    for (Json answer; Read(&answer);) {
-      if (answer.value("type", "") != "answer") continue;  // heartbeats
-      if (answer.contains("error")) return {{"error", answer["error"]}, {"message", answer["message"]}};
-      return answer["value"];
-    }
-    return {{"error", "the pipe broke"}};
+    if (!m_channel.PutCommand(kwagentkit::CommandMessage(++m_id, name, params)) ||
+        !PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0))
+      return {{"error", "the command could not be put"}};
+    QByteArray bytes;
+    while (!m_channel.TakeAnswer(&bytes))
+      if (WaitForSingleObject(m_channel.Answered(), 60000) != WAIT_OBJECT_0) return {{"error", "no answer"}};
+    const Json answer = Json::parse(bytes.constData(), bytes.constData() + bytes.size());
+    if (answer.contains("error")) return {{"error", answer["error"]}, {"message", answer["message"]}};
+    return answer["value"];
   }
 
   Json Script(const std::string& script, const Json& args = Json::array(), double timeoutMs = 5000) {
@@ -86,6 +94,8 @@ class Client {
   }
 
   HANDLE m_server = nullptr, m_client = nullptr;
+  kwagentkit::CommandChannel m_channel;
+  HWND m_window = nullptr;
   std::thread m_agent;
   int m_id = 0;
 };

@@ -101,7 +101,7 @@ TEST(Messages, EachReadsBackWithItsFields) {
       {StopMessage(), MessageType::Stop, "", 0},
       {ExitMessage(), MessageType::Exit, "", 0},
       {CrashMessage("exception 0xc0000005"), MessageType::Crash, "exception 0xc0000005", 0},
-      {ReadyMessage(42), MessageType::Ready, "", 0},
+      {ReadyMessage(42, nullptr), MessageType::Ready, "", 0},
       {QuitMessage(), MessageType::Quit, "", 0},
       {R"({"type": "later"})", MessageType::Unknown, "", 0},
   };
@@ -134,8 +134,12 @@ TEST(Messages, ChecksAndCommandsCarryTheirBody) {
   EXPECT_EQ(message.body["id"], 7);
   EXPECT_EQ(message.body["name"], "findElement");
   EXPECT_EQ(message.body["params"]["using"], "css selector");
-  ASSERT_TRUE(ParseMessage(ReadyMessage(42), &message));
+  HWND window = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234567890ull));
+  ASSERT_TRUE(ParseMessage(ReadyMessage(42, window), &message));
   EXPECT_EQ(message.body["pid"], 42);
+  EXPECT_EQ(ReadyWindow(message), window);
+  ASSERT_TRUE(ParseMessage(R"({"type": "ready", "pid": 1, "window": "1234"})", &message));
+  EXPECT_EQ(ReadyWindow(message), nullptr);
 }
 
 TEST(Messages, InvalidUtf8IsReplacedNotLost) {
