@@ -9,6 +9,7 @@
 #include <QtCore/QRegExp>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QThread>
 
 #include <atomic>
 #include <thread>
@@ -204,7 +205,9 @@ HANDLE StartRemote(HANDLE process, void* start, void* parameter) {
 // the thread that runs it, or null and why not.
 HANDLE StartAgent(DWORD pid, HANDLE process, const std::wstring& pipeName, QString* why) {
   const std::wstring agentPath = CallerFolder() + L"kwagent.dll";
-  HMODULE local = LoadLibraryW(agentPath.c_str());
+  // Mapped here only to find KwAgentRun's offset: none of the agent's code
+  // (nor Qt's GUI library, which it needs) runs in the caller.
+  HMODULE local = LoadLibraryExW(agentPath.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
   void* localStart = local ? reinterpret_cast<void*>(GetProcAddress(local, "KwAgentRun")) : nullptr;
   if (localStart == nullptr) {
     *why = QString("cannot load %1").arg(QString::fromStdWString(agentPath));
@@ -355,7 +358,21 @@ std::wstring ModuleFolder(const void* address) {
   return FolderOf(module);
 }
 
+// Qt 4.8 makes the slot of its per-thread data on the first use of a
+// QObject (a QFile here) without looking again once it holds its lock: two
+// threads of a caller that start sessions at once for the first time each
+// make one, and Qt's thread data is corrupted (kwdriver crashed so). The
+// slot is made here once, by whichever thread comes first, the others
+// waiting for it.
+namespace {
+void PrepareQtThreads() {
+  static const bool prepared = QThread::currentThread() != nullptr;
+  (void)prepared;
+}
+}  // namespace
+
 std::string AttachAgent(const std::wstring& target, AgentConnection* connection) {
+  PrepareQtThreads();
   QString why;
   const DWORD pid = FindProcess(QString::fromStdWString(target), &why);
   if (pid == 0) return Utf8(why);
@@ -366,6 +383,7 @@ std::string AttachAgent(const std::wstring& target, AgentConnection* connection)
 }
 
 std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* connection) {
+  PrepareQtThreads();
   const QString program = QString::fromStdWString(request.program);
   const QString unfit = UnfitProgram(program);
   if (!unfit.isEmpty()) return Utf8(unfit);
