@@ -46,21 +46,12 @@ const wchar_t kWindowClass[] = L"kwagentSessionWindow";
 
 std::atomic<HANDLE> g_guiThread{nullptr};
 
-QByteArray Serialized(const Json& message) {
-  return QByteArray(message.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
-}
-
-Json ParsedMessage(const QByteArray& message) {
-  Json parsed = Json::parse(message.constData(), message.constData() + message.size(), nullptr, false);
-  return parsed.is_object() ? parsed : Json();
-}
-
-// One command under way.
+// One command under way, and its answer once it has one.
 struct Command {
   Json id;
   std::string name;
   Json params;
-  Json answer;
+  QByteArray answer;
 };
 
 void CALLBACK StopScript(void*, BOOLEAN) { kwauto::FiberRunner::RequestStop("script timeout"); }
@@ -124,17 +115,16 @@ class SessionHost : public QObject {
   void TakeCommand() {
     QByteArray text;
     if (!m_channel->TakeCommand(&text)) return;  // no command waits: a stray wake-up
-    const Json request = ParsedMessage(text);
-    auto command = std::make_shared<Command>();
-    if (request.is_object() && request.value("type", "") == "command") {
-      command->id = request.value("id", Json());
-      command->name = request.value("name", "");
-      command->params = request.value("params", Json::object());
-      Start(command);
+    kwagentkit::Message request;
+    if (!kwagentkit::ParseMessage(text, &request) || request.type != kwagentkit::MessageType::Command) {
+      m_channel->PutAnswer(kwagentkit::FailedAnswerMessage(nullptr, "invalid argument", "the agent expects a command"));
       return;
     }
-    m_channel->PutAnswer(Serialized({{"type", "answer"}, {"id", nullptr}, {"error", "invalid argument"},
-                                     {"message", "the agent expects a command"}}));
+    auto command = std::make_shared<Command>();
+    command->id = request.body.value("id", Json());
+    command->name = request.body.value("name", "");
+    command->params = request.body.value("params", Json::object());
+    Start(command);
   }
 
   // Runs the command's handler on a fiber, so that its waits let the
@@ -148,10 +138,10 @@ class SessionHost : public QObject {
         },
         [this, command](bool) {
           StopScriptTimer();
-          if (command->answer.is_null())
-            command->answer = {{"type", "answer"}, {"id", command->id}, {"error", "unknown error"},
-                               {"message", "the command could not start on the GUI thread"}};
-          m_channel->PutAnswer(Serialized(command->answer));
+          if (command->answer.isEmpty())
+            command->answer = kwagentkit::FailedAnswerMessage(command->id, "unknown error",
+                                                              "the command could not start on the GUI thread");
+          m_channel->PutAnswer(command->answer);
         });
     runner->setParent(this);
     runner->Start(true);  // from the wake-up: no turn of the event loop first
@@ -182,22 +172,18 @@ class SessionHost : public QObject {
     m_scriptTimer = nullptr;
   }
 
-  Json Answer(const Command& command) {
-    Json answer = {{"type", "answer"}, {"id", command.id}};
+  QByteArray Answer(const Command& command) {
     CommandHandler handler = m_commands.Find(command.name);
     try {
       if (handler == nullptr) Fail("unknown command", QString("the agent has no command \"%1\"")
                                                           .arg(QString::fromStdString(command.name)));
       MeetOpenAlert(command.name, m_state);
-      answer["value"] = handler(command.params, m_state);
+      return kwagentkit::AnswerMessage(command.id, handler(command.params, m_state));
     } catch (const CommandError& error) {
-      answer["error"] = error.code;
-      answer["message"] = Utf8(error.message);
+      return kwagentkit::FailedAnswerMessage(command.id, error.code, Utf8(error.message));
     } catch (const std::exception& error) {
-      answer["error"] = "invalid argument";
-      answer["message"] = error.what();
+      return kwagentkit::FailedAnswerMessage(command.id, "invalid argument", error.what());
     }
-    return answer;
   }
 
   std::unique_ptr<kwagentkit::CommandChannel> m_channel;
@@ -213,10 +199,10 @@ class SessionHost : public QObject {
 bool QuitSaid(HANDLE pipe) {
   DWORD available = 0;
   if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) return true;
-  for (QByteArray message; available > 0;) {
-    if (!kwagentkit::ReadMessage(pipe, &message)) return true;
-    const Json request = ParsedMessage(message);
-    if (request.is_object() && request.value("type", "") == "quit") return true;
+  for (QByteArray bytes; available > 0;) {
+    if (!kwagentkit::ReadMessage(pipe, &bytes)) return true;
+    kwagentkit::Message message;
+    if (kwagentkit::ParseMessage(bytes, &message) && message.type == kwagentkit::MessageType::Quit) return true;
     if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) return true;
   }
   return false;
@@ -241,25 +227,23 @@ int ServeDriverSession(HANDLE pipe, const std::wstring& pipeName, const kwagentk
   auto* host = new SessionHost(opening, std::move(channel));
   host->moveToThread(QCoreApplication::instance()->thread());
   QCoreApplication::postEvent(host, new QEvent(SessionHost::kSetUp));
-  if (WaitForSingleObject(host->SetUp(), kSetUpLimitMs) != WAIT_OBJECT_0 || host->Window() == nullptr) {
-    send(kwagentkit::RefusedMessage(kCannotServe, host->Window() == nullptr && GuiThread() != nullptr
-                                                      ? "the agent could not make its window"
-                                                      : "the application's GUI thread did not answer within 20 s"));
+  const bool setUp = WaitForSingleObject(host->SetUp(), kSetUpLimitMs) == WAIT_OBJECT_0;
+  if (!setUp || host->Window() == nullptr) {
+    send(kwagentkit::RefusedMessage(kCannotServe, setUp ? "the agent could not make its window"
+                                                        : "the application's GUI thread did not answer within 20 s"));
     host->deleteLater();  // after the window, whenever the GUI thread gets there
     return kCannotServe;
   }
   send(kwagentkit::ReadyMessage(GetCurrentProcessId(), host->Window()));
   // The commands go to the GUI thread without this thread; it waits for
   // "quit", a broken pipe or the GUI thread's end.
+  // The GUI thread noted itself in setting up the window.
+  const HANDLE gui = GuiThread();
   int status = 0;
   for (;;) {
-    HANDLE gui = g_guiThread;
-    if (gui != nullptr && WaitForSingleObject(gui, kQuitSliceMs) == WAIT_OBJECT_0) {
-      status = kGuiThreadEnded;
-      break;
-    }
     if (gui == nullptr) Sleep(kQuitSliceMs);
-    if (QuitSaid(pipe)) break;
+    else if (WaitForSingleObject(gui, kQuitSliceMs) == WAIT_OBJECT_0) status = kGuiThreadEnded;
+    if (status != 0 || QuitSaid(pipe)) break;
   }
   host->deleteLater();
   return status;

@@ -165,6 +165,14 @@ QByteArray CommandMessage(const Json& id, const std::string& name, const Json& p
   return Serialized({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});
 }
 
+QByteArray AnswerMessage(const Json& id, const Json& value) {
+  return Serialized({{"type", "answer"}, {"id", id}, {"value", value}});
+}
+
+QByteArray FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message) {
+  return Serialized({{"type", "answer"}, {"id", id}, {"error", error}, {"message", message}});
+}
+
 QByteArray QuitMessage() { return OfType("quit"); }
 
 std::string Utf8(const QString& text) {

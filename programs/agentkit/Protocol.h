@@ -96,6 +96,10 @@ QByteArray CrashMessage(const std::string& report);
 QByteArray ReadyMessage(DWORD pid, HWND window);
 HWND ReadyWindow(const Message& ready);
 QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params);
+// A command's answer: its value, or the W3C error code and the message it
+// failed with.
+QByteArray AnswerMessage(const Json& id, const Json& value);
+QByteArray FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message);
 QByteArray QuitMessage();
 
 // Texts between Qt and the protocol's UTF-8, NULs included.

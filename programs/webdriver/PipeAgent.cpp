@@ -80,7 +80,7 @@ class PipeAgent : public AgentChannel {
           *failure = {"session not created", "the application ended before the session began" + LastWords()};
           return false;
         case Got::kNothing:
-          Wait();
+          WaitForAgent(kWaitSliceMs, false);
           continue;
         case Got::kMessage:
           break;
@@ -207,21 +207,18 @@ class PipeAgent : public AgentChannel {
     return Got::kMessage;
   }
 
-  // Waits a moment for the pipe: until the agent says it wrote a message,
-  // or a slice of time for an agent that does not; false once the
-  // application has ended and left nothing more in it.
-  bool Wait() {
-    if (m_connection.process == nullptr) {
-      Sleep(1);
-      return true;
+  // Waits at most `ms` for a sign of the agent: its answer (with
+  // `answers`), a message it wrote to the pipe, or the application's end.
+  DWORD WaitForAgent(DWORD ms, bool answers) {
+    HANDLE waits[3];
+    DWORD count = 0;
+    for (HANDLE handle : {answers ? m_channel.Answered() : nullptr, m_connection.process, m_connection.written})
+      if (handle != nullptr) waits[count++] = handle;
+    if (count == 0) {
+      Sleep(ms);
+      return WAIT_TIMEOUT;
     }
-    HANDLE waits[2] = {m_connection.process, m_connection.written};
-    const DWORD woke = m_connection.written != nullptr
-                           ? WaitForMultipleObjects(2, waits, FALSE, kWaitSliceMs)
-                           : WaitForSingleObject(m_connection.process, 1);
-    if (woke != WAIT_OBJECT_0) return true;
-    DWORD available = 0;
-    return PeekNamedPipe(m_connection.pipe, nullptr, 0, nullptr, &available, nullptr) && available > 0;
+    return WaitForMultipleObjects(count, waits, FALSE, ms);
   }
 
   // Waits a slice of time for the agent's answer (false, with `reply`
@@ -241,11 +238,8 @@ class PipeAgent : public AgentChannel {
       reply->failure.message = "no answer within " + std::to_string(limit.count()) + " ms";
       return false;
     }
-    HANDLE waits[3] = {m_channel.Answered(), m_connection.process, m_connection.written};
-    const DWORD count = m_connection.written != nullptr ? 3 : 2;
-    const DWORD woke = WaitForMultipleObjects(count, waits, FALSE,
-                                              static_cast<DWORD>(std::min<long long>(left.count(), kWaitSliceMs)));
-    if (woke == WAIT_OBJECT_0) return true;
+    const auto slice = static_cast<DWORD>(std::min<long long>(left.count(), kWaitSliceMs));
+    if (WaitForAgent(slice, true) == WAIT_OBJECT_0) return true;  // the answer's event comes first
     for (kwagentkit::Message message; Poll(&message) == Got::kMessage;) {
     }
     if (m_channel.LoaderTurn() || (!m_broken && !Ended())) return true;
