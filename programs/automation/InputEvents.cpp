@@ -17,6 +17,7 @@
 #include <QtGui/QWidget>
 
 #include "automation/EventPump.h"
+#include "automation/SystemDrag.h"
 
 namespace kwauto {
 
@@ -314,18 +315,16 @@ QString Drag(QWidget* from, const QPoint& start, QWidget* to, const QPoint& end,
   constexpr int kSteps = 10;
   foreach (QWidget* widget, QList<QWidget*>() << from << to)
     if (!widget->isVisible()) return QString("the %1 is not visible").arg(widget->metaObject()->className());
-  QPoint local;
-  QWidget* target = UnderPointer(from, start, &local);
   const QPoint first = from->mapToGlobal(start), last = to->mapToGlobal(end);
-  const Qt::MouseButton button = options.button;
-  PostMouse(target, QEvent::MouseMove, local, Qt::NoButton, Qt::NoButton, options.modifiers);
-  PostMouse(target, QEvent::MouseButtonPress, local, button, button, options.modifiers);
-  for (int step = 1; step <= kSteps; ++step) {
-    const QPoint global = first + (last - first) * step / kSteps;
-    PostMouse(target, QEvent::MouseMove, target->mapFromGlobal(global), Qt::NoButton, button, options.modifiers);
-  }
-  PostRelease(target, target->mapFromGlobal(last), options);
-  return AwaitDelivery();
+  // Step by step, as a user's hand: a drag and drop the moves start goes
+  // on with the next ones.
+  Pointer pointer;
+  QString why = pointer.Move(first, options.modifiers);
+  if (why.isEmpty()) why = pointer.Press(options.button, options.modifiers);
+  for (int step = 1; why.isEmpty() && step <= kSteps; ++step)
+    why = pointer.Move(first + (last - first) * step / kSteps, options.modifiers);
+  const QString released = pointer.Release(options.button, options.modifiers);
+  return why.isEmpty() ? released : why;
 }
 
 QString Type(QWidget* widget, const QString& text) {
@@ -453,8 +452,18 @@ QWidget* WidgetAtPoint(const QPoint& global, QPoint* local) {
   return target;
 }
 
+Pointer::~Pointer() { NotePointerGone(this); }
+
 QString Pointer::Move(const QPoint& global, Qt::KeyboardModifiers modifiers) {
   m_at = global;
+  if (m_held != Qt::NoButton) {
+    // Where a drag the move starts starts.
+    NotePointerHolds(this, global, m_held, modifiers);
+    if (DragUnderWay()) {
+      PostDragStep(DragStep::kMove, global, m_held, modifiers);
+      return AwaitSlice();
+    }
+  }
   QWidget* target = m_grab.data();
   QPoint local;
   if (m_held != Qt::NoButton && target != nullptr)
@@ -484,6 +493,8 @@ QString Pointer::Press(Qt::MouseButton button, Qt::KeyboardModifiers modifiers) 
   }
   if (m_held == Qt::NoButton) m_grab = target;
   m_held |= button;
+  InstallDragHook();
+  NotePointerHolds(this, m_at, m_held, modifiers);
   PostMouse(target, twice ? QEvent::MouseButtonDblClick : QEvent::MouseButtonPress, local, button, m_held, modifiers);
   return AwaitDelivery();
 }
@@ -496,6 +507,16 @@ QString Pointer::Release(Qt::MouseButton button, Qt::KeyboardModifiers modifiers
   m_lastButton = button;
   m_lastAt = m_at;
   m_lastRelease.start();
+  if (DragUnderWay()) {
+    // The drop: the drag's loop takes the release, the widget that took
+    // the press never sees it (as with the system's drag).
+    PostDragStep(DragStep::kDrop, m_at, m_held, modifiers);
+    m_held = Qt::NoButton;
+    m_grab = nullptr;
+    NotePointerHolds(this, m_at, m_held, modifiers);
+    return AwaitDelivery();
+  }
+  NotePointerHolds(this, m_at, m_held, modifiers);
   if (target == nullptr) return QString();  // the widget that took the press is gone
   const QPoint local = target->mapFromGlobal(m_at);
   PostMouse(target, QEvent::MouseButtonRelease, local, button, m_held, modifiers);
@@ -522,6 +543,10 @@ QString Pointer::Scroll(const QPoint& global, int deltaX, int deltaY, Qt::Keyboa
 }
 
 QString SendKeyEvent(bool press, int key, Qt::KeyboardModifiers modifiers, const QString& text, QWidget* fallback) {
+  if (key == Qt::Key_Escape && DragUnderWay()) {  // Escape cancels a drag and reaches no widget
+    if (press) PostDragStep(DragStep::kCancel, QPoint(), Qt::NoButton, modifiers);
+    return AwaitSlice();
+  }
   PostKeyEvent(press ? QEvent::KeyPress : QEvent::KeyRelease, fallback, key, modifiers, text);
   return AwaitSlice();
 }

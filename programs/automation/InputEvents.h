@@ -99,9 +99,16 @@ QString ChooseMenu(QWidget* window, const QString& path);
 // press goes to the widget under the pointer (inside an open popup, the
 // popup), the moves and the release while a button is held to the widget
 // that took the press. A press where the last one of the same button was
-// released, within the double-click interval, is a double click.
+// released, within the double-click interval, is a double click. A drag
+// and drop the application starts while a button is held goes on with the
+// pointer's moves and ends with its release (SystemDrag.h).
 class Pointer {
  public:
+  Pointer() = default;
+  Pointer(const Pointer&) = delete;
+  Pointer& operator=(const Pointer&) = delete;
+  ~Pointer();
+
   QPoint position() const { return m_at; }
   Qt::MouseButtons buttons() const { return m_held; }
 

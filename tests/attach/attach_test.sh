@@ -216,11 +216,13 @@ TABLE
       -- --launch "$(windows "$apps/standarddialogs.exe")" -- "$(script file_selection.js)"
     must '^Ctrl\+click chose the first and third: \[[^,]*/addressbook\.exe, [^,]*/calculator\.exe\]$'
     # ... and from VBScript strings: a scroll bar's handle dragged from the
-    # top to the bottom, a context menu opened by a right click.
+    # top to the bottom, a context menu opened by a right click, selected
+    # text dragged and dropped.
     step 0 '^the handle at the top: value 0$' -- --launch "$(windows "$apps/application.exe")" -- "$(script drag_scroll.vbs)"
     must '^the handle dragged: value ([1-9][0-9]*) of \1$'
     must '^a context menu opened: True$'
     must '^a menu is left open: False$'
+    must '^the first word dragged to the end: "beta gammaalpha "$'
     # A click or key that closes a modal dialog returns as fast as any
     # event: a loose bound of 500 ms (it took 2 s while Wine waited for a
     # window manager), and the answer is in the example's label.

@@ -78,3 +78,23 @@ def test_edit_menu_pastes_what_was_copied(editor):
     open_menu(editor, "Edit")
     entry(editor, "Paste").click()
     assert text.text == "copy me and copy me"
+
+
+@pytest.mark.parametrize("ending, after", [
+    ("release", "beta gammaalpha "),                 # dropped at the line's end: moved there
+    ("escape", "alpha beta gamma"),                  # cancelled: nothing moves
+])
+def test_selected_text_dragged_to_the_line_end(editor, ending, after):
+    """Qt's text drag and drop (the system's drag loop) carried by pointer actions."""
+    text = editor.find_element(By.CSS_SELECTOR, "QPlainTextEdit")
+    text.send_keys("alpha beta gamma", Keys.HOME, Keys.SHIFT, *[Keys.ARROW_RIGHT] * 6, Keys.NULL)
+    assert editor.execute_script("return arguments[0].textCursor().selectedText()", text) == "alpha "
+    width, height = text.rect["width"], text.rect["height"]
+    line = -height // 2 + 12                          # the first line, from the centre
+    chain = (ActionChains(editor)
+             .move_to_element_with_offset(text, -width // 2 + 12, line).click_and_hold()
+             .move_to_element_with_offset(text, width // 2 - 30, line))
+    if ending == "escape":
+        chain.send_keys(Keys.ESCAPE)
+    chain.release().perform()
+    assert text.text == after
