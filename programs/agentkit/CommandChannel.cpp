@@ -27,6 +27,7 @@ struct CommandChannel::Header {
   DWORD size;
   DWORD serial;      // 0: the message lies inline; else it has a section of its own
   wchar_t side;      // and the writer's letter in that section's name
+  volatile LONG agentWaits;  // the GUI thread waits in Qt's event loop
 };
 
 DWORD CommandChannel::InlineLimit() { return kSectionSize - sizeof(Header); }
@@ -55,6 +56,12 @@ bool CommandChannel::Open(const std::wstring& pipeName) {
 }
 
 bool CommandChannel::LoaderTurn() const { return m_view != nullptr && header()->turn == kLoaderTurn; }
+
+void CommandChannel::NoteAgentWaits(bool waits) {
+  if (m_view != nullptr) InterlockedExchange(&header()->agentWaits, waits ? 1 : 0);
+}
+
+bool CommandChannel::AgentWaits() const { return m_view != nullptr && header()->agentWaits != 0; }
 
 bool CommandChannel::PutCommand(const QByteArray& message) { return Put(message, kLoaderTurn, kAgentTurn, L'L'); }
 

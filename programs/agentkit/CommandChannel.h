@@ -54,6 +54,12 @@ class CommandChannel {
   bool TakeCommand(QByteArray* message);
   bool PutAnswer(const QByteArray& message);
 
+  // The agent notes whether its GUI thread waits in Qt's event loop, where
+  // an APC reaches it sooner than a message (see kwagent's session); the
+  // loader reads it.
+  void NoteAgentWaits(bool waits);
+  bool AgentWaits() const;
+
   // How many bytes a message may have and still lie in the shared section.
   static DWORD InlineLimit();
 

@@ -152,14 +152,24 @@ QByteArray PubMessage() { return OfType("pub"); }
 QByteArray StopMessage() { return OfType("stop"); }
 QByteArray ExitMessage() { return OfType("exit"); }
 QByteArray CrashMessage(const std::string& report) { return Serialized({{"type", "crash"}, {"report", report}}); }
-QByteArray ReadyMessage(DWORD pid, HWND window) {
-  return Serialized({{"type", "ready"}, {"pid", pid}, {"window", reinterpret_cast<uintptr_t>(window)}});
+QByteArray ReadyMessage(DWORD pid, HWND window, uintptr_t wake) {
+  Json ready = {{"type", "ready"}, {"pid", pid}, {"window", reinterpret_cast<uintptr_t>(window)}};
+  if (wake != 0) ready["wake"] = wake;
+  return Serialized(ready);
 }
 
-HWND ReadyWindow(const Message& ready) {
-  const Json window = ready.body.value("window", Json());
-  return window.is_number_unsigned() ? reinterpret_cast<HWND>(window.get<uintptr_t>()) : nullptr;
+namespace {
+
+uintptr_t AddressField(const Message& message, const char* name) {
+  const Json value = message.body.value(name, Json());
+  return value.is_number_unsigned() ? value.get<uintptr_t>() : 0;
 }
+
+}  // namespace
+
+HWND ReadyWindow(const Message& ready) { return reinterpret_cast<HWND>(AddressField(ready, "window")); }
+
+uintptr_t ReadyWake(const Message& ready) { return AddressField(ready, "wake"); }
 
 QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params) {
   return Serialized({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});

@@ -18,7 +18,7 @@ namespace kwagentkit {
 
 using Json = nlohmann::json;
 
-constexpr int kProtocolVersion = 1;
+constexpr int kProtocolVersion = 2;
 
 // The job an opening asks for.
 enum class Job { Run, Tree, Publish, Session };
@@ -92,9 +92,12 @@ QByteArray PubMessage();
 QByteArray StopMessage();
 QByteArray ExitMessage();
 QByteArray CrashMessage(const std::string& report);
-// `window`: the agent's window, which the loader wakes for each command.
-QByteArray ReadyMessage(DWORD pid, HWND window);
+// `window`: the agent's window, which the loader wakes for each command;
+// `wake` (0: none): the agent's routine that the loader may also queue to
+// the window's thread as an APC, with the window as its argument.
+QByteArray ReadyMessage(DWORD pid, HWND window, uintptr_t wake = 0);
 HWND ReadyWindow(const Message& ready);
+uintptr_t ReadyWake(const Message& ready);
 QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params);
 // A command's answer: its value, or the W3C error code and the message it
 // failed with.

@@ -55,7 +55,10 @@ BOOL CALLBACK CloseWindowOf(HWND window, LPARAM pid) {
 class PipeAgent : public AgentChannel {
  public:
   explicit PipeAgent(const kwagentkit::AgentConnection& connection) : m_connection(connection) {}
-  ~PipeAgent() override { End(); }
+  ~PipeAgent() override {
+    End();
+    if (m_guiThread != nullptr) CloseHandle(m_guiThread);
+  }
 
   // The session's opening: "session", answered by "ready" or "refused".
   bool Open(const SessionRequest& request, Failure* failure) {
@@ -87,7 +90,10 @@ class PipeAgent : public AgentChannel {
       }
       if (message.type == kwagentkit::MessageType::Ready) {
         m_window = kwagentkit::ReadyWindow(message);
-        if (m_window != nullptr) return true;
+        if (m_window != nullptr) {
+          OpenWake(kwagentkit::ReadyWake(message));
+          return true;
+        }
         *failure = {"session not created", "the agent named no window for the session's commands"};
         return false;
       }
@@ -118,10 +124,18 @@ class PipeAgent : public AgentChannel {
                                             std::to_string(GetLastError()) + ")"};
       return reply;
     }
-    if (!PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0)) return Gone();
+    // The GUI thread waiting in Qt's loop takes an APC sooner than a message.
+    bool byApc = m_guiThread != nullptr && m_channel.AgentWaits() &&
+                 QueueUserAPC(m_wake, m_guiThread, reinterpret_cast<ULONG_PTR>(m_window));
+    if (!byApc && !PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0)) return Gone();
     for (;;) {
       if (!m_channel.TakeAnswer(&text)) {
         if (!AwaitAnswer(deadline, limit, cancelled, &reply)) return reply;
+        // No answer within a slice: the message as well, in case the thread
+        // left Qt's wait for a loop that runs no APC (a native dialog's).
+        // A command already taken ignores it.
+        if (byApc && !m_channel.LoaderTurn()) PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0);
+        byApc = false;
         continue;
       }
       kwagentkit::Message message;
@@ -174,6 +188,16 @@ class PipeAgent : public AgentChannel {
 
  private:
   enum class Got { kMessage, kNothing, kBroken };
+
+  // The agent's APC routine, queued to its window's thread beside each
+  // message when the thread can be opened for it (else the message alone).
+  void OpenWake(uintptr_t routine) {
+    if (routine == 0) return;
+    const DWORD thread = GetWindowThreadProcessId(m_window, nullptr);
+    if (thread == 0) return;
+    m_guiThread = OpenThread(THREAD_SET_CONTEXT, FALSE, thread);
+    m_wake = reinterpret_cast<PAPCFUNC>(routine);
+  }
 
   bool Send(const QByteArray& message) {
     if (m_broken) return false;
@@ -276,6 +300,8 @@ class PipeAgent : public AgentChannel {
   kwagentkit::AgentConnection m_connection;
   kwagentkit::CommandChannel m_channel;
   HWND m_window = nullptr;  // the agent's, woken for each command
+  HANDLE m_guiThread = nullptr;  // its thread, for the APC
+  PAPCFUNC m_wake = nullptr;
   uint64_t m_lastId = 0;
   bool m_broken = false;
   bool m_done = false;

@@ -60,18 +60,25 @@ class Client {
     const Json window = ready.value("window", Json());
     m_window = window.is_number_unsigned() ? reinterpret_cast<HWND>(window.get<uintptr_t>()) : nullptr;
     EXPECT_NE(m_window, nullptr) << ready.dump();
+    const Json wake = ready.value("wake", Json());
+    if (wake.is_number_unsigned()) m_wake = reinterpret_cast<PAPCFUNC>(wake.get<uintptr_t>());
+    m_gui = OpenThread(THREAD_SET_CONTEXT, FALSE, GetWindowThreadProcessId(m_window, nullptr));
   }
   ~Client() {
     kwagentkit::WriteMessage(m_client, "{\"type\":\"quit\"}");
     m_agent.join();
-    CloseHandle(m_client);
-    CloseHandle(m_server);
+    for (HANDLE handle : {m_client, m_server, m_gui}) CloseHandle(handle);
   }
 
+  // How the command wakes the agent: its window's message, as the driver
+  // does when the GUI thread is busy; the agent's APC alone once the
+  // channel says the thread waits in Qt's loop, as the driver does then;
+  // the APC alone at once, wherever the thread is.
+  enum class Wake { kMessage, kApcInQtWait, kApcNow };
+
   // The command's answer: its value, or {"error": code, "message": ...}.
-  Json Command(const char* name, const Json& params = Json::object()) {
-    if (!m_channel.PutCommand(kwagentkit::CommandMessage(++m_id, name, params)) ||
-        !PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0))
+  Json Command(const char* name, const Json& params = Json::object(), Wake wake = Wake::kMessage) {
+    if (!m_channel.PutCommand(kwagentkit::CommandMessage(++m_id, name, params)) || !Wake(wake))
       return {{"error", "the command could not be put"}};
     QByteArray bytes;
     while (!m_channel.TakeAnswer(&bytes))
@@ -85,7 +92,17 @@ class Client {
     return Command("executeScript", {{"script", script}, {"args", args}, {"timeoutMs", timeoutMs}});
   }
 
+  // Whether the agent has answered the command under way.
+  bool Answered() const { return m_channel.LoaderTurn(); }
+
  private:
+  bool Wake(Wake wake) {
+    if (wake == Wake::kMessage) return PostMessageW(m_window, kwagentkit::kCommandWaiting, 0, 0);
+    if (m_wake == nullptr) return false;
+    for (int slept = 0; wake == Wake::kApcInQtWait && !m_channel.AgentWaits() && slept < 5000; ++slept) Sleep(1);
+    return QueueUserAPC(m_wake, m_gui, reinterpret_cast<ULONG_PTR>(m_window));
+  }
+
   bool Read(Json* message) {
     QByteArray bytes;
     if (!kwagentkit::ReadMessage(m_client, &bytes)) return false;
@@ -96,6 +113,8 @@ class Client {
   HANDLE m_server = nullptr, m_client = nullptr;
   kwagentkit::CommandChannel m_channel;
   HWND m_window = nullptr;
+  PAPCFUNC m_wake = nullptr;
+  HANDLE m_gui = nullptr;
   std::thread m_agent;
   int m_id = 0;
 };
@@ -165,6 +184,44 @@ class Form : WithApplication {
   QSlider* slider;
   QPushButton* ask;
 };
+
+// A handler of the application's own that sleeps alertably (as some code
+// does): an APC queued meanwhile runs inside it, where no command may run.
+class AlertableSleeper : public QObject {
+ public:
+  static const QEvent::Type kType = static_cast<QEvent::Type>(QEvent::User + 0x4B70);
+  HANDLE sleeping = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  std::function<void()> afterwards;
+  ~AlertableSleeper() override { CloseHandle(sleeping); }
+  bool event(QEvent* event) override {
+    if (event->type() != kType) return QObject::event(event);
+    SetEvent(sleeping);
+    SleepEx(300, TRUE);
+    afterwards();
+    return true;
+  }
+};
+
+TEST(AgentSession, CommandsWokenByTheApcAloneRunInQtsWaitOnly) {
+  Form form;
+  form.window.setWindowTitle("Woken");
+  AlertableSleeper sleeper;
+  std::vector<Json> titles;
+  Json slept;
+  bool answeredInTheSleep = true;
+  Serve([&](Client& session) {
+    for (int i = 0; i < 10; ++i) titles.push_back(session.Command("getTitle", Json::object(), Client::Wake::kApcInQtWait));
+    sleeper.afterwards = [&] { answeredInTheSleep = session.Answered(); };
+    QCoreApplication::postEvent(&sleeper, new QEvent(AlertableSleeper::kType));
+    WaitForSingleObject(sleeper.sleeping, 5000);
+    slept = session.Command("getTitle", Json::object(), Client::Wake::kApcNow);
+  });
+  ASSERT_EQ(titles.size(), 10u);
+  for (const Json& title : titles) EXPECT_EQ(title, "Woken");
+  // Taken once the handler had returned, from a message the agent posted itself.
+  EXPECT_EQ(slept, "Woken");
+  EXPECT_FALSE(answeredInTheSleep);
+}
 
 TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
   Form form;

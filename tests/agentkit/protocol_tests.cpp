@@ -45,7 +45,7 @@ TEST(Opening, TheWireFormIsTheDocumentedOne) {
   session.job = Job::Session;
   session.maxItems = 5;
   EXPECT_EQ(Json::parse(OpeningMessage(session).constData()),
-            Json::parse(R"({"v": 1, "type": "session", "maxItems": 5})"));
+            Json::parse(R"({"v": 2, "type": "session", "maxItems": 5})"));
 }
 
 struct Refusal {
@@ -57,15 +57,15 @@ TEST(Opening, WhatTheAgentCannotServeIsRefusedWithAReason) {
   const Refusal rows[] = {
       {"run", "the loader's opening is not a JSON object"},
       {"[1]", "the loader's opening is not a JSON object"},
-      {R"({"type": "run"})", "the loader's opening has no protocol version: the agent speaks version 1"},
-      {R"({"v": "1", "type": "run"})", "the loader's opening has no protocol version: the agent speaks version 1"},
-      {R"({"v": 2, "type": "run"})",
-       "the loader speaks protocol version 2, this agent version 1: use a kwagent.dll of the loader's own build"},
-      {R"({"v": 0, "type": "tree"})",
-       "the loader speaks protocol version 0, this agent version 1: use a kwagent.dll of the loader's own build"},
-      {R"({"v": 1, "type": "format"})", "the agent has no job \"format\""},
-      {R"({"v": 1})", "the agent has no job \"\""},
-      {R"({"v": 1, "type": "tree", "maxItems": -1})", "the loader's opening has a negative limit"},
+      {R"({"type": "run"})", "the loader's opening has no protocol version: the agent speaks version 2"},
+      {R"({"v": "1", "type": "run"})", "the loader's opening has no protocol version: the agent speaks version 2"},
+      {R"({"v": 1, "type": "run"})",
+       "the loader speaks protocol version 1, this agent version 2: use a kwagent.dll of the loader's own build"},
+      {R"({"v": 3, "type": "tree"})",
+       "the loader speaks protocol version 3, this agent version 2: use a kwagent.dll of the loader's own build"},
+      {R"({"v": 2, "type": "format"})", "the agent has no job \"format\""},
+      {R"({"v": 2})", "the agent has no job \"\""},
+      {R"({"v": 2, "type": "tree", "maxItems": -1})", "the loader's opening has a negative limit"},
   };
   for (const Refusal& row : rows) {
     SCOPED_TRACE(row.opening);
@@ -76,7 +76,7 @@ TEST(Opening, WhatTheAgentCannotServeIsRefusedWithAReason) {
 
 TEST(Opening, FieldsOfTheWrongTypeReadAsAbsent) {
   Opening opening;
-  EXPECT_EQ(ParseOpening(R"({"v": 1, "type": "run", "script": 5, "timeout": "30", "json": 1})", &opening), "");
+  EXPECT_EQ(ParseOpening(R"({"v": 2, "type": "run", "script": 5, "timeout": "30", "json": 1})", &opening), "");
   EXPECT_EQ(opening.script, "");
   EXPECT_EQ(opening.timeoutSeconds, 0);
   EXPECT_FALSE(opening.json);
@@ -138,8 +138,12 @@ TEST(Messages, ChecksAndCommandsCarryTheirBody) {
   ASSERT_TRUE(ParseMessage(ReadyMessage(42, window), &message));
   EXPECT_EQ(message.body["pid"], 42);
   EXPECT_EQ(ReadyWindow(message), window);
-  ASSERT_TRUE(ParseMessage(R"({"type": "ready", "pid": 1, "window": "1234"})", &message));
+  EXPECT_EQ(ReadyWake(message), 0u);  // an agent without the routine: the window's message alone
+  ASSERT_TRUE(ParseMessage(ReadyMessage(42, window, 0xFEDCBA9876543210ull), &message));
+  EXPECT_EQ(ReadyWake(message), 0xFEDCBA9876543210ull);
+  ASSERT_TRUE(ParseMessage(R"({"type": "ready", "pid": 1, "window": "1234", "wake": -5})", &message));
   EXPECT_EQ(ReadyWindow(message), nullptr);
+  EXPECT_EQ(ReadyWake(message), 0u);
 }
 
 TEST(Messages, InvalidUtf8IsReplacedNotLost) {
