@@ -1,6 +1,9 @@
 #include "automation/ObjectText.h"
 
+#include <QtCore/QHash>
+#include <QtCore/QMetaProperty>
 #include <QtCore/QVariant>
+#include <QtCore/QVector>
 #include <QtGui/QAbstractButton>
 #include <QtGui/QAction>
 #include <QtGui/QComboBox>
@@ -39,11 +42,38 @@ QString Shortened(const QString& text) {
 
 QString QuotedShort(const QString& text) { return Quoted(Shortened(text)); }
 
+namespace {
+
+const char* const kTextProperties[] = {"text", "windowTitle", "title", "plainText"};
+constexpr int kTextPropertyCount = sizeof kTextProperties / sizeof kTextProperties[0];
+
+// The object's property kTextProperties[which]. Looking a name up in a
+// meta object compares it with each of its hundred or so properties, for
+// each object of a page source: the places are looked up once per class.
+QVariant TextProperty(const QObject* object, int which) {
+  static QHash<const QMetaObject*, QVector<int>> places;  // the GUI thread's alone
+  const QMetaObject* meta = object->metaObject();
+  auto found = places.find(meta);
+  if (found == places.end()) {
+    QVector<int> indexes;
+    for (const char* name : kTextProperties) indexes << meta->indexOfProperty(name);
+    found = places.insert(meta, indexes);
+  }
+  const char* name = kTextProperties[which];
+  const int index = found.value()[which];
+  // (A meta object made anew at a freed one's address has other places.)
+  if (index >= 0 && qstrcmp(meta->property(index).name(), name) == 0) return meta->property(index).read(object);
+  if (index >= 0) return object->property(name);
+  return object->dynamicPropertyNames().contains(name) ? object->property(name) : QVariant();
+}
+
+}  // namespace
+
 QString ReadableText(const QObject* object, QString* property) {
-  for (const char* name : {"text", "windowTitle", "title", "plainText"}) {
-    const QVariant value = object->property(name);
+  for (int which = 0; which < kTextPropertyCount; ++which) {
+    const QVariant value = TextProperty(object, which);
     if (value.type() == QVariant::String && !value.toString().isEmpty()) {
-      if (property != nullptr) *property = name;
+      if (property != nullptr) *property = kTextProperties[which];
       return value.toString();
     }
   }

@@ -106,19 +106,30 @@ Attributes ObjectAttributes(const QObject* object, const QSet<QString>* wanted) 
   QSet<QString> taken = object->isWidgetType()                             ? kWidgetOwn
                         : qobject_cast<const QAction*>(object) != nullptr ? kActionOwn
                                                                           : kObjectOwn;
+  // A widget has a hundred properties or so: with names wanted, only those
+  // that may be properties are looked for, and none when there are none.
+  QList<QByteArray> wantedProperties;
+  if (wanted != nullptr) {
+    foreach (const QString& name, *wanted)
+      if (!taken.contains(name) && PlainName(name)) wantedProperties << name.toLatin1();
+    if (wantedProperties.isEmpty()) return out;
+  }
   const QMetaObject* meta = object->metaObject();
   for (int i = 0; i < meta->propertyCount(); ++i) {
     const QMetaProperty property = meta->property(i);
+    if (wanted != nullptr && !wantedProperties.contains(QByteArray::fromRawData(property.name(), qstrlen(property.name()))))
+      continue;
     const QString name = property.name();
-    if ((wanted != nullptr && !wanted->contains(name)) || taken.contains(name) || !PlainName(name)) continue;
+    if (taken.contains(name) || !PlainName(name)) continue;
     const QVariant value = PlainValue(object, property);
     if (!value.isValid() || (value.type() == QVariant::String && value.toString().isEmpty())) continue;
     out << qMakePair(name, Text(value));
     taken.insert(name);
   }
   foreach (const QByteArray& dynamic, object->dynamicPropertyNames()) {
+    if (wanted != nullptr && !wantedProperties.contains(dynamic)) continue;
     const QString name = QString::fromLatin1(dynamic);
-    if ((wanted != nullptr && !wanted->contains(name)) || taken.contains(name) || !PlainName(name)) continue;
+    if (taken.contains(name) || !PlainName(name)) continue;
     const QVariant value = object->property(dynamic.constData());
     if (value.type() == QVariant::Bool || value.type() == QVariant::String || value.canConvert(QVariant::Double)) {
       if (value.toString().isEmpty() && value.type() != QVariant::Bool) continue;
