@@ -9,7 +9,8 @@ python3-selenium):
   - find element (css) plus get text: ours on the calculator against
     ChromeDriver on a local page of about 30 elements (Debian's chromium);
   - the same pair against two GET /status round trips on the same
-    connection (the server's own cost over bare HTTP);
+    connection (the server's own cost over bare HTTP), and against two sent
+    through the same Selenium client (its own cost per request on both sides);
   - xpath find against css find on the same window;
   - new session to the first answered command against kwscript's --launch
     to its first output;
@@ -133,6 +134,12 @@ def main():
         def ours_pair():
             ours.find_element(By.CSS_SELECTOR, 'Button[text="7"]').text
 
+        def client_status_pair():
+            # Through Selenium's own connection: its cost per request
+            # (urllib3, JSON) on both sides of the ratio.
+            for _ in range(2):
+                ours.command_executor._request("GET", f"http://127.0.0.1:{server.port}/status")
+
         def chrome_pair():
             chrome.find_element(By.CSS_SELECTOR, "span.c7").text
 
@@ -156,11 +163,12 @@ def main():
             return xpath / count, css / count
 
         connection, bare_pair = status_pair(server.port)
-        samples = {name: [] for name in ("ours", "chrome", "status", "xpath", "css")}
+        samples = {name: [] for name in ("ours", "chrome", "status", "client status", "xpath", "css")}
         for _ in range(ROUNDS):
             samples["ours"].append(timed(ours_pair, PAIRS))
             samples["chrome"].append(timed(chrome_pair, PAIRS))
             samples["status"].append(timed(bare_pair, PAIRS))
+            samples["client status"].append(timed(client_status_pair, PAIRS))
             xpath, css = xpath_and_css(PAIRS)
             samples["xpath"].append(xpath)
             samples["css"].append(css)
@@ -170,6 +178,8 @@ def main():
               f"{ms['ours'] / ms['chrome']:.2f}x ({ms['ours']:.2f} ms / {ms['chrome']:.2f} ms a pair)")
         print(f"the same pair / two GET /status on one connection: "
               f"{ms['ours'] / ms['status']:.2f}x ({ms['status']:.2f} ms the two)")
+        print(f"the same pair / two GET /status through the same Selenium client: "
+              f"{ms['ours'] / ms['client status']:.2f}x ({ms['client status']:.2f} ms the two)")
         print(f"xpath find / css find on the same window: "
               f"{ms['xpath'] / ms['css']:.2f}x ({ms['xpath']:.2f} ms / {ms['css']:.2f} ms)")
 
