@@ -13,6 +13,7 @@
 #include <QtGui/QInputDialog>
 #include <QtGui/QKeyEvent>
 #include <QtGui/QLineEdit>
+#include <QtGui/QListWidget>
 #include <QtGui/QMessageBox>
 #include <QtGui/QPushButton>
 #include <QtGui/QSlider>
@@ -400,6 +401,39 @@ TEST(AgentActions, PointerKeysAndWheelReachTheWidgets) {
   EXPECT_EQ(log.events.filter(QString("up %1").arg(Qt::Key_Shift, 0, 16)).size(), 2) << log.events.join(", ").toStdString();
   EXPECT_EQ(wheel, nullptr) << wheel;
   EXPECT_LT(form.slider->value(), afterDrag);
+}
+
+// Qt's drag and drop of an item (the system's drag loop in Qt) goes with
+// the pointer's moves and drops at its release.
+TEST(AgentActions, APointerDragMovesAnItemOfAList) {
+  WithApplication application;
+  QListWidget list;
+  list.addItems(QStringList() << "one" << "two" << "three");
+  list.setDragDropMode(QAbstractItemView::InternalMove);
+  list.show();
+  list.activateWindow();
+  QApplication::setActiveWindow(&list);
+  QApplication::processEvents();
+  Json dragged;
+  Serve([&](Client& session) {
+    auto item = [&](const char* text) {
+      return session.Command("findElement", {{"using", "xpath"}, {"value", std::string("//Item[@text='") + text + "']"}});
+    };
+    const Json one = item("one"), three = item("three");
+    // From "one" to the lower half of "three": below it.
+    dragged = session.Command(
+        "performActions",
+        {{"actions",
+          {{{"type", "pointer"},
+            {"id", "mouse"},
+            {"actions",
+             {Move(one, 0, 0), {{"type", "pointerDown"}, {"button", 0}}, Move(three, 0, 5, 200),
+              {{"type", "pointerUp"}, {"button", 0}}}}}}}});
+  });
+  EXPECT_EQ(dragged, nullptr) << dragged;
+  QStringList order;
+  for (int row = 0; row < list.count(); ++row) order << list.item(row)->text();
+  EXPECT_EQ(order.join(" ").toStdString(), "two three one");
 }
 
 TEST(AgentActions, TargetsOutsideTheScreenAreRefused) {
