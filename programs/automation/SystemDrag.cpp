@@ -7,9 +7,8 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEvent>
 #include <QtCore/QEventLoop>
+#include <QtGui/QApplication>
 #include <QtGui/QWidget>
-
-#include "automation/InputEvents.h"
 
 namespace kwauto {
 
@@ -42,11 +41,10 @@ DWORD KeyState(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) {
 
 // The drop target that the window under `global` registered (through
 // RegisterDragDrop, which keeps it in this property of the window), and
-// that window: a window of the application's own, found as a pointer event
-// there finds its widget, or the nearest native parent within its window.
+// that window: a window of the application's own, the widget there's or
+// its nearest native parent's within its window.
 IDropTarget* DropTargetAt(const QPoint& global, HWND* window) {
-  QPoint local;
-  for (QWidget* widget = WidgetAtPoint(global, &local); widget != nullptr; widget = widget->parentWidget()) {
+  for (QWidget* widget = QApplication::widgetAt(global); widget != nullptr; widget = widget->parentWidget()) {
     const HWND handle = widget->internalWinId();
     if (handle != nullptr) {
       if (auto* target = static_cast<IDropTarget*>(GetPropW(handle, L"OleDropTargetInterface"))) {
