@@ -34,6 +34,7 @@
 #include "agent/ScriptCommands.h"
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Protocol.h"
+#include "agentkit/QtText.h"
 #include "host/HostSupport.h"
 #include "host/ManagerHost.h"
 #include "kwscript/AppObject.h"
@@ -64,14 +65,14 @@ std::mutex g_writing;
 HANDLE volatile g_written = nullptr;
 
 // Writes one message and wakes the loader; the caller holds g_writing.
-bool WriteAndSignal(HANDLE pipe, const QByteArray& message) {
+bool WriteAndSignal(HANDLE pipe, const std::string& message) {
   const bool written = kwagentkit::WriteMessage(pipe, message);
   HANDLE event = g_written;
   if (written && event != nullptr) SetEvent(event);
   return written;
 }
 
-bool Send(HANDLE pipe, const QByteArray& message) {
+bool Send(HANDLE pipe, const std::string& message) {
   std::lock_guard<std::mutex> lock(g_writing);
   return WriteAndSignal(pipe, message);
 }
@@ -356,7 +357,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   HANDLE pipe = CreateFileW(static_cast<const wchar_t*>(pipeName), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                             OPEN_EXISTING, 0, nullptr);
   if (pipe == INVALID_HANDLE_VALUE) return kCannotRun;
-  QByteArray bytes;
+  std::string bytes;
   if (!kwagentkit::ReadMessage(pipe, &bytes)) {
     CloseHandle(pipe);
     return kCannotRun;
@@ -400,7 +401,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     // A driver's session: commands until it says "quit" or goes away.
     g_inSession = true;
     const int status = kwagent::ServeDriverSession(pipe, static_cast<const wchar_t*>(pipeName), opening,
-                                                   [pipe](const QByteArray& message) { return Send(pipe, message); });
+                                                   [pipe](const std::string& message) { return Send(pipe, message); });
     g_inSession = false;
     kwscript::SetOutputSink(nullptr, nullptr);
     g_pipe = nullptr;
@@ -435,7 +436,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     // It reads nothing meanwhile, so what clients print stays here.
     kwscript::SetOutputSink(nullptr, nullptr);
     Send(pipe, kwagentkit::PubMessage());
-    QByteArray stop;  // "stop", the one message a loader sends now
+    std::string stop;  // "stop", the one message a loader sends now
     kwagentkit::ReadMessage(pipe, &stop);
     QCoreApplication::postEvent(request, new QEvent(AgentRequest::kStopPublishing));
     WaitForSingleObject(end->finished, INFINITE);  // every client cut off, the library unloaded

@@ -12,6 +12,7 @@
 #include "agentkit/CommandChannel.h"
 #include "agent/QtWaitWatch.h"
 #include "agentkit/Protocol.h"
+#include "agentkit/QtText.h"
 #include "automation/FiberRunner.h"
 
 namespace kwagent {
@@ -52,7 +53,7 @@ struct Command {
   Json id;
   std::string name;
   Json params;
-  QByteArray answer;
+  std::string answer;
 };
 
 void CALLBACK StopScript(void*, BOOLEAN) { kwauto::FiberRunner::RequestStop("script timeout"); }
@@ -136,7 +137,7 @@ class SessionHost : public QObject {
   }
 
   void TakeCommand() {
-    QByteArray text;
+    std::string text;
     if (!m_channel->TakeCommand(&text)) return;  // no command waits: a stray wake-up
     kwagentkit::Message request;
     if (!kwagentkit::ParseMessage(text, &request) || request.type != kwagentkit::MessageType::Command) {
@@ -161,7 +162,7 @@ class SessionHost : public QObject {
         },
         [this, command](bool) {
           StopScriptTimer();
-          if (command->answer.isEmpty())
+          if (command->answer.empty())
             command->answer = kwagentkit::FailedAnswerMessage(command->id, "unknown error",
                                                               "the command could not start on the GUI thread");
           m_channel->PutAnswer(command->answer);
@@ -195,7 +196,7 @@ class SessionHost : public QObject {
     m_scriptTimer = nullptr;
   }
 
-  QByteArray Answer(const Command& command) {
+  std::string Answer(const Command& command) {
     CommandHandler handler = m_commands.Find(command.name);
     try {
       if (handler == nullptr) Fail("unknown command", QString("the agent has no command \"%1\"")
@@ -222,7 +223,7 @@ class SessionHost : public QObject {
 bool QuitSaid(HANDLE pipe) {
   DWORD available = 0;
   if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) return true;
-  for (QByteArray bytes; available > 0;) {
+  for (std::string bytes; available > 0;) {
     if (!kwagentkit::ReadMessage(pipe, &bytes)) return true;
     kwagentkit::Message message;
     if (kwagentkit::ParseMessage(bytes, &message) && message.type == kwagentkit::MessageType::Quit) return true;

@@ -6,7 +6,7 @@
 
 #include <windows.h>
 
-#include <QtCore/QByteArray>
+#include <string>
 
 #include <functional>
 #include <string>
@@ -17,7 +17,7 @@
 namespace kwagent {
 
 // Writes one message to the driver; false once the pipe is broken.
-using SendMessage = std::function<bool(const QByteArray& message)>;
+using SendMessage = std::function<bool(const std::string& message)>;
 
 // Serves the session opened by `opening` on the pipe `pipeName` (open as
 // `pipe`) until the driver says "quit", the pipe breaks or the GUI thread

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "agentkit/Protocol.h"
+#include "agentkit/QtText.h"
 
 class QAbstractItemView;
 

@@ -1,6 +1,7 @@
 #include "agentkit/AgentPipe.h"
 
-#include <QtCore/QtGlobal>
+#include <algorithm>
+#include <cstdint>
 
 namespace kwagentkit {
 
@@ -49,11 +50,11 @@ std::wstring PipeObjectName(const std::wstring& pipeName, const std::wstring& su
 
 std::wstring WrittenEventName(const std::wstring& pipeName) { return PipeObjectName(pipeName, L"-written"); }
 
-bool WriteMessage(HANDLE pipe, const QByteArray& message) {
-  const char* data = message.constData();
-  qint64 left = message.size();
+bool WriteMessage(HANDLE pipe, const std::string& message) {
+  const char* data = message.data();
+  uint64_t left = message.size();
   do {
-    const DWORD size = static_cast<DWORD>(qMin<qint64>(left, kFrameLimit));
+    const DWORD size = static_cast<DWORD>(std::min<uint64_t>(left, kFrameLimit));
     if (!WriteFrame(pipe, data, size, left > size)) return false;
     data += size;
     left -= size;
@@ -61,17 +62,17 @@ bool WriteMessage(HANDLE pipe, const QByteArray& message) {
   return true;
 }
 
-bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard) {
+bool ReadMessage(HANDLE pipe, std::string* message, std::atomic<DWORD>* heard) {
   message->clear();
   for (;;) {
     unsigned char length[4];
     if (!ReadAll(pipe, reinterpret_cast<char*>(length), 4, heard)) return false;
     const DWORD word = length[0] | (length[1] << 8) | (length[2] << 16) | (static_cast<DWORD>(length[3]) << 24);
     const DWORD size = word & ~kMoreFrames;
-    if (size > kFrameLimit || message->size() > 0x7fffffff - static_cast<qint64>(size)) return false;
-    const int at = message->size();
-    message->resize(at + static_cast<int>(size));
-    if (size > 0 && !ReadAll(pipe, message->data() + at, size, heard)) return false;
+    if (size > kFrameLimit || message->size() > 0x7fffffffu - size) return false;
+    const size_t at = message->size();
+    message->resize(at + size);
+    if (size > 0 && !ReadAll(pipe, &(*message)[at], size, heard)) return false;
     if ((word & kMoreFrames) == 0) return true;
   }
 }

@@ -7,15 +7,13 @@
 
 #include <windows.h>
 
-#include <QtCore/QByteArray>
-
 #include <atomic>
 #include <string>
 
 namespace kwagentkit {
 
 // Writes one message; false when the pipe is broken.
-bool WriteMessage(HANDLE pipe, const QByteArray& message);
+bool WriteMessage(HANDLE pipe, const std::string& message);
 
 // The name of an object of the session on the pipe `pipeName`: the pipe's
 // own name in the session's namespace, and `suffix`.
@@ -30,6 +28,6 @@ std::wstring WrittenEventName(const std::wstring& pipeName);
 // Reads one message; false when the pipe is broken or closed. `heard`,
 // when given, receives the tick count whenever bytes of it arrive, so that
 // a long message in transit counts as a sign of life.
-bool ReadMessage(HANDLE pipe, QByteArray* message, std::atomic<DWORD>* heard = nullptr);
+bool ReadMessage(HANDLE pipe, std::string* message, std::atomic<DWORD>* heard = nullptr);
 
 }  // namespace kwagentkit

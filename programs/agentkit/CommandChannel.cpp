@@ -63,19 +63,19 @@ void CommandChannel::NoteAgentWaits(bool waits) {
 
 bool CommandChannel::AgentWaits() const { return m_view != nullptr && header()->agentWaits != 0; }
 
-bool CommandChannel::PutCommand(const QByteArray& message) { return Put(message, kLoaderTurn, kAgentTurn, L'L'); }
+bool CommandChannel::PutCommand(const std::string& message) { return Put(message, kLoaderTurn, kAgentTurn, L'L'); }
 
-bool CommandChannel::TakeAnswer(QByteArray* message) { return Take(message, kLoaderTurn); }
+bool CommandChannel::TakeAnswer(std::string* message) { return Take(message, kLoaderTurn); }
 
-bool CommandChannel::TakeCommand(QByteArray* message) { return Take(message, kAgentTurn); }
+bool CommandChannel::TakeCommand(std::string* message) { return Take(message, kAgentTurn); }
 
-bool CommandChannel::PutAnswer(const QByteArray& message) {
+bool CommandChannel::PutAnswer(const std::string& message) {
   if (!Put(message, kAgentTurn, kLoaderTurn, L'A')) return false;
   SetEvent(m_answered);
   return true;
 }
 
-bool CommandChannel::Put(const QByteArray& message, LONG from, LONG to, wchar_t side) {
+bool CommandChannel::Put(const std::string& message, LONG from, LONG to, wchar_t side) {
   if (m_view == nullptr || header()->turn != from) return false;
   Header* head = header();
   const DWORD size = static_cast<DWORD>(message.size());
@@ -85,7 +85,7 @@ bool CommandChannel::Put(const QByteArray& message, LONG from, LONG to, wchar_t 
   }
   DWORD serial = 0;
   if (size <= InlineLimit()) {
-    std::memcpy(head + 1, message.constData(), size);
+    std::memcpy(head + 1, message.data(), size);
   } else {
     serial = ++m_serial;
     HANDLE own = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size,
@@ -95,7 +95,7 @@ bool CommandChannel::Put(const QByteArray& message, LONG from, LONG to, wchar_t 
       if (own != nullptr) CloseHandle(own);
       return false;
     }
-    std::memcpy(view, message.constData(), size);
+    std::memcpy(view, message.data(), size);
     UnmapViewOfFile(view);
     m_outgoing = own;
   }
@@ -107,7 +107,7 @@ bool CommandChannel::Put(const QByteArray& message, LONG from, LONG to, wchar_t 
   return true;
 }
 
-bool CommandChannel::Take(QByteArray* message, LONG turn) {
+bool CommandChannel::Take(std::string* message, LONG turn) {
   message->clear();
   if (m_view == nullptr) return false;
   Header* head = header();
@@ -117,12 +117,12 @@ bool CommandChannel::Take(QByteArray* message, LONG turn) {
   // is taken as empty, for the reader to answer as unreadable.
   const DWORD size = head->size;
   if (head->serial == 0) {
-    if (size <= InlineLimit()) message->append(reinterpret_cast<const char*>(head + 1), static_cast<int>(size));
+    if (size <= InlineLimit()) message->assign(reinterpret_cast<const char*>(head + 1), size);
   } else {
     // The writer's section of this message; a size it does not have fails to map.
     HANDLE own = OpenFileMappingW(FILE_MAP_READ, FALSE, OwnSectionName(m_base, head->side, head->serial).c_str());
     const void* view = own != nullptr ? MapViewOfFile(own, FILE_MAP_READ, 0, 0, size) : nullptr;
-    if (view != nullptr && size <= 0x7fffffffu) message->append(static_cast<const char*>(view), static_cast<int>(size));
+    if (view != nullptr && size <= 0x7fffffffu) message->assign(static_cast<const char*>(view), size);
     if (view != nullptr) UnmapViewOfFile(view);
     if (own != nullptr) CloseHandle(own);
   }

@@ -14,8 +14,6 @@
 
 #include <windows.h>
 
-#include <QtCore/QByteArray>
-
 #include <string>
 
 namespace kwagentkit {
@@ -45,14 +43,14 @@ class CommandChannel {
   // turn or when a section for it cannot be made); the answer, once the
   // turn came back with one (taken once; empty when it could not be read).
   bool LoaderTurn() const;
-  bool PutCommand(const QByteArray& message);
-  bool TakeAnswer(QByteArray* message);
+  bool PutCommand(const std::string& message);
+  bool TakeAnswer(std::string* message);
 
   // The agent's: the command, in its turn (taken once, empty when it could
   // not be read); the answer, which
   // hands the turn back and sets the event.
-  bool TakeCommand(QByteArray* message);
-  bool PutAnswer(const QByteArray& message);
+  bool TakeCommand(std::string* message);
+  bool PutAnswer(const std::string& message);
 
   // The agent notes whether its GUI thread waits in Qt's event loop, where
   // an APC reaches it sooner than a message (see kwagent's session); the
@@ -65,8 +63,8 @@ class CommandChannel {
 
  private:
   struct Header;
-  bool Put(const QByteArray& message, LONG from, LONG to, wchar_t side);
-  bool Take(QByteArray* message, LONG turn);
+  bool Put(const std::string& message, LONG from, LONG to, wchar_t side);
+  bool Take(std::string* message, LONG turn);
   Header* header() const { return static_cast<Header*>(m_view); }
 
   std::wstring m_base;  // "Local\kwagent-...": the names' common start

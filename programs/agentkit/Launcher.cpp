@@ -2,16 +2,12 @@
 
 #include <tlhelp32.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
-#include <QtCore/QRegExp>
-#include <QtCore/QString>
-#include <QtCore/QStringList>
-#include <QtCore/QThread>
-
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <cwctype>
 #include <thread>
 #include <utility>
 
@@ -48,35 +44,81 @@ class Handle {
   HANDLE m_handle;
 };
 
-QString FileName(const wchar_t* path) { return QFileInfo(QString::fromWCharArray(path)).fileName(); }
+// The UTF-8 of a Windows text, as the messages are written.
+std::string Utf8(const std::wstring& text) {
+  if (text.empty()) return std::string();
+  const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr,
+                                       nullptr);
+  std::string out(static_cast<size_t>(size), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &out[0], size, nullptr, nullptr);
+  return out;
+}
 
-// The modules a process has loaded: file name (lower case) -> full path and base.
+std::string Number(uint64_t value, bool hex = false) {
+  char text[24];
+  snprintf(text, sizeof text, hex ? "%llx" : "%llu", static_cast<unsigned long long>(value));
+  return text;
+}
+
+// The file name of a path (after its last slash or backslash).
+std::wstring FileName(const std::wstring& path) {
+  const size_t slash = path.find_last_of(L"\\/");
+  return slash == std::wstring::npos ? path : path.substr(slash + 1);
+}
+
+bool SameName(const std::wstring& one, const std::wstring& other) { return _wcsicmp(one.c_str(), other.c_str()) == 0; }
+
+// The full path of the folder a file lies in, with backslashes and no
+// trailing one.
+std::wstring FolderOfFile(const std::wstring& path) {
+  std::wstring full(MAX_PATH, L'\0');
+  DWORD size = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), &full[0], nullptr);
+  if (size > full.size()) {
+    full.resize(size);
+    size = GetFullPathNameW(path.c_str(), size, &full[0], nullptr);
+  }
+  full.resize(size);
+  if (full.empty()) full = path;
+  std::replace(full.begin(), full.end(), L'/', L'\\');
+  const size_t slash = full.find_last_of(L'\\');
+  return slash == std::wstring::npos ? std::wstring(L".") : full.substr(0, slash);
+}
+
+// The modules a process has loaded: file name -> full path and base.
 struct Module {
-  QString path;
+  std::wstring path;
   BYTE* base;
 };
-std::vector<std::pair<QString, Module>> ModulesOf(DWORD pid) {
-  std::vector<std::pair<QString, Module>> out;
+std::vector<std::pair<std::wstring, Module>> ModulesOf(DWORD pid) {
+  std::vector<std::pair<std::wstring, Module>> out;
   Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, pid));
   MODULEENTRY32W entry{};
   entry.dwSize = sizeof entry;
   for (BOOL more = snapshot && Module32FirstW(snapshot.get(), &entry); more;
        more = Module32NextW(snapshot.get(), &entry))
-    out.push_back({QString::fromWCharArray(entry.szModule).toLower(),
-                   {QString::fromWCharArray(entry.szExePath), entry.modBaseAddr}});
+    out.push_back({entry.szModule, {entry.szExePath, entry.modBaseAddr}});
   return out;
 }
 
-const Module* FindModule(const std::vector<std::pair<QString, Module>>& modules, const QString& name) {
+const Module* FindModule(const std::vector<std::pair<std::wstring, Module>>& modules, const wchar_t* name) {
   for (const auto& [moduleName, module] : modules)
-    if (moduleName == name.toLower()) return &module;
+    if (SameName(moduleName, name)) return &module;
   return nullptr;
 }
 
+// The process id `text` is when it is all digits.
+bool ProcessId(const std::wstring& text, DWORD* id) {
+  const auto digit = [](wchar_t c) { return c >= L'0' && c <= L'9'; };
+  if (text.empty() || text.size() > 10 || !std::all_of(text.begin(), text.end(), digit)) return false;
+  const unsigned long long value = std::stoull(text);
+  *id = static_cast<DWORD>(value);
+  return value <= 0xffffffffull;
+}
+
 // The process `target` names (an id or an image file name), or 0 and why not.
-DWORD FindProcess(const QString& target, QString* why) {
-  bool isNumber = false;
-  const DWORD id = target.toULong(&isNumber);
+DWORD FindProcess(const std::wstring& target, std::string* why) {
+  DWORD id = 0;
+  const bool isNumber = ProcessId(target, &id);
   std::vector<DWORD> matches;
   Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
   PROCESSENTRY32W entry{};
@@ -84,19 +126,19 @@ DWORD FindProcess(const QString& target, QString* why) {
   for (BOOL more = snapshot && Process32FirstW(snapshot.get(), &entry); more;
        more = Process32NextW(snapshot.get(), &entry)) {
     if (entry.th32ProcessID == GetCurrentProcessId()) continue;
-    if (isNumber ? entry.th32ProcessID == id
-                 : FileName(entry.szExeFile).compare(QFileInfo(target).fileName(), Qt::CaseInsensitive) == 0)
+    if (isNumber ? entry.th32ProcessID == id : SameName(FileName(entry.szExeFile), FileName(target)))
       matches.push_back(entry.th32ProcessID);
   }
   if (matches.size() == 1) return matches[0];
   if (matches.empty()) {
-    *why = QString("no process matches \"%1\" in this Wine prefix (%2)")
-               .arg(target, QString::fromLocal8Bit(qgetenv("WINEPREFIX").isEmpty() ? "the default one"
-                                                                                   : qgetenv("WINEPREFIX")));
+    wchar_t prefix[MAX_PATH] = {};
+    const DWORD length = GetEnvironmentVariableW(L"WINEPREFIX", prefix, MAX_PATH);
+    *why = "no process matches \"" + Utf8(target) + "\" in this Wine prefix (" +
+           (length > 0 && length < MAX_PATH ? Utf8(prefix) : std::string("the default one")) + ")";
   } else {
-    QStringList ids;
-    for (DWORD match : matches) ids << QString::number(match);
-    *why = QString("several processes match \"%1\" (ids %2): give the id").arg(target, ids.join(", "));
+    std::string ids;
+    for (DWORD match : matches) ids += (ids.empty() ? "" : ", ") + Number(match);
+    *why = "several processes match \"" + Utf8(target) + "\" (ids " + ids + "): give the id";
   }
   return 0;
 }
@@ -104,87 +146,92 @@ DWORD FindProcess(const QString& target, QString* why) {
 // The bytes of a PE file, read as the checks below need them.
 class PeImage {
  public:
-  explicit PeImage(const QString& path) {
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly)) m_image = file.readAll();
+  explicit PeImage(const std::wstring& path) {
+    Handle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                            OPEN_EXISTING, 0, nullptr));
+    LARGE_INTEGER size{};
+    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart > 0x7fffffff) return;
+    m_image.resize(static_cast<size_t>(size.QuadPart));
+    DWORD read = 0;
+    if (!m_image.empty() && (!ReadFile(file.get(), &m_image[0], static_cast<DWORD>(m_image.size()), &read, nullptr) ||
+                             read != m_image.size()))
+      m_image.clear();
   }
 
   // The machine it is built for (IMAGE_FILE_MACHINE_...), or 0 when its
   // headers cannot be read.
   WORD Machine() const {
-    const qint64 pe = Headers();
+    const int64_t pe = Headers();
     return pe < 0 ? 0 : static_cast<WORD>(U16(pe + 4));
   }
 
   // Whether it exports `symbol` by name (a PE32+ image).
   bool Exports(const char* symbol) const {
-    const qint64 pe = Headers();
+    const int64_t pe = Headers();
     if (pe < 0 || !At(pe, 24 + 112 + 8)) return false;
-    const quint32 exportRva = U32(pe + 24 + 112);  // PE32+: data directory 0
-    const qint64 directory = FileOffset(exportRva);
+    const uint32_t exportRva = U32(pe + 24 + 112);  // PE32+: data directory 0
+    const int64_t directory = FileOffset(exportRva);
     if (exportRva == 0 || !At(directory, 40)) return false;
-    const quint32 names = U32(directory + 24);
-    const qint64 nameTable = FileOffset(U32(directory + 32));
-    for (quint32 i = 0; i < names && At(nameTable + 4 * i, 4); ++i) {
-      const qint64 name = FileOffset(U32(nameTable + 4 * i));
-      if (name >= 0 && name < m_image.size() && qstrcmp(m_image.constData() + name, symbol) == 0) return true;
+    const uint32_t names = U32(directory + 24);
+    const int64_t nameTable = FileOffset(U32(directory + 32));
+    for (uint32_t i = 0; i < names && At(nameTable + 4 * i, 4); ++i) {
+      const int64_t name = FileOffset(U32(nameTable + 4 * i));
+      if (name >= 0 && name < static_cast<int64_t>(m_image.size()) && std::strcmp(m_image.c_str() + name, symbol) == 0)
+        return true;
     }
     return false;
   }
 
  private:
-  bool At(qint64 offset, int size) const { return offset >= 0 && offset + size <= m_image.size(); }
-  quint32 U16(qint64 o) const {
-    return static_cast<quint32>(static_cast<quint8>(m_image[int(o)]) | static_cast<quint8>(m_image[int(o) + 1]) << 8);
+  bool At(int64_t offset, int size) const { return offset >= 0 && offset + size <= static_cast<int64_t>(m_image.size()); }
+  uint32_t U16(int64_t o) const {
+    return static_cast<uint32_t>(static_cast<uint8_t>(m_image[size_t(o)]) | static_cast<uint8_t>(m_image[size_t(o) + 1]) << 8);
   }
-  quint32 U32(qint64 o) const { return U16(o) | U16(o + 2) << 16; }
+  uint32_t U32(int64_t o) const { return U16(o) | U16(o + 2) << 16; }
 
   // Where the "PE\0\0" signature and the file header start, or -1.
-  qint64 Headers() const {
+  int64_t Headers() const {
     if (!At(0x3C, 4)) return -1;
-    const qint64 pe = U32(0x3C);
+    const int64_t pe = U32(0x3C);
     return At(pe, 24) && U32(pe) == 0x4550 ? pe : -1;
   }
 
   // The file offset of a relative virtual address, through the section table.
-  qint64 FileOffset(quint32 rva) const {
-    const qint64 pe = Headers();
-    const quint32 sections = U16(pe + 6), optionalSize = U16(pe + 20);
-    for (quint32 i = 0; i < sections; ++i) {
-      const qint64 section = pe + 24 + optionalSize + 40 * i;
+  int64_t FileOffset(uint32_t rva) const {
+    const int64_t pe = Headers();
+    const uint32_t sections = U16(pe + 6), optionalSize = U16(pe + 20);
+    for (uint32_t i = 0; i < sections; ++i) {
+      const int64_t section = pe + 24 + optionalSize + 40 * i;
       if (!At(section, 40)) return -1;
-      const quint32 start = U32(section + 12), size = U32(section + 16), raw = U32(section + 20);
+      const uint32_t start = U32(section + 12), size = U32(section + 16), raw = U32(section + 20);
       if (rva >= start && rva < start + size) return raw + (rva - start);
     }
     return -1;
   }
 
-  QByteArray m_image;
+  std::string m_image;
 };
 
 // Why the program cannot be driven, or empty when it may: the library and
 // its agent are x64 code.
-QString UnfitProgram(const QString& path) {
+std::string UnfitProgram(const std::wstring& path) {
   const WORD machine = PeImage(path).Machine();
-  if (machine == 0 || machine == IMAGE_FILE_MACHINE_AMD64) return QString();
-  return QString("%1 is not a 64-bit program (its image is for machine 0x%2)").arg(path).arg(machine, 0, 16);
+  if (machine == 0 || machine == IMAGE_FILE_MACHINE_AMD64) return std::string();
+  return Utf8(path) + " is not a 64-bit program (its image is for machine 0x" + Number(machine, true) + ")";
 }
 
 // Why the process cannot be driven, or empty when it can.
-QString Unfit(DWORD pid, HANDLE process) {
+std::string Unfit(DWORD pid, HANDLE process) {
   BOOL wow64 = FALSE;
-  if (IsWow64Process(process, &wow64) && wow64) return QString("process %1 is not a 64-bit process").arg(pid);
+  if (IsWow64Process(process, &wow64) && wow64) return "process " + Number(pid) + " is not a 64-bit process";
   const auto modules = ModulesOf(pid);
-  const Module* core = FindModule(modules, "QtCore4.dll");
-  if (core == nullptr || FindModule(modules, "QtGui4.dll") == nullptr)
-    return QString("process %1 is not a Qt 4.8 application: it has no QtCore4.dll and QtGui4.dll loaded").arg(pid);
+  const Module* core = FindModule(modules, L"QtCore4.dll");
+  if (core == nullptr || FindModule(modules, L"QtGui4.dll") == nullptr)
+    return "process " + Number(pid) + " is not a Qt 4.8 application: it has no QtCore4.dll and QtGui4.dll loaded";
   if (!PeImage(core->path).Exports(kAbiProbe))
-    return QString(
-               "the QtCore4.dll of process %1 (%2) was built by a compiler whose C++ ABI differs from this "
-               "library's (it does not export %3)")
-        .arg(pid)
-        .arg(core->path, kAbiProbe);
-  return QString();
+    return "the QtCore4.dll of process " + Number(pid) + " (" + Utf8(core->path) +
+           ") was built by a compiler whose C++ ABI differs from this library's (it does not export " + kAbiProbe + ")";
+  return std::string();
 }
 
 // Writes `text` (with its terminating NUL) into the process; the address, or null.
@@ -203,39 +250,40 @@ HANDLE StartRemote(HANDLE process, void* start, void* parameter) {
 
 // Loads the agent into the process and starts KwAgentRun(pipeName) there:
 // the thread that runs it, or null and why not.
-HANDLE StartAgent(DWORD pid, HANDLE process, const std::wstring& pipeName, QString* why) {
+HANDLE StartAgent(DWORD pid, HANDLE process, const std::wstring& pipeName, std::string* why) {
   const std::wstring agentPath = CallerFolder() + L"kwagent.dll";
   // Mapped here only to find KwAgentRun's offset: none of the agent's code
   // (nor Qt's GUI library, which it needs) runs in the caller.
   HMODULE local = LoadLibraryExW(agentPath.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
   void* localStart = local ? reinterpret_cast<void*>(GetProcAddress(local, "KwAgentRun")) : nullptr;
   if (localStart == nullptr) {
-    *why = QString("cannot load %1").arg(QString::fromStdWString(agentPath));
+    *why = "cannot load " + Utf8(agentPath);
     return nullptr;
   }
   void* loadLibrary = reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "LoadLibraryW"));
   void* remotePath = WriteRemote(process, agentPath);
   Handle loader(remotePath ? StartRemote(process, loadLibrary, remotePath) : nullptr);
   if (!loader || WaitForSingleObject(loader.get(), kStartLimitMs) != WAIT_OBJECT_0) {
-    *why = QString("cannot start a thread in process %1 (error %2)").arg(pid).arg(GetLastError());
+    *why = "cannot start a thread in process " + Number(pid) + " (error " + Number(GetLastError()) + ")";
     return nullptr;
   }
   const auto modules = ModulesOf(pid);
-  const Module* agent = FindModule(modules, "kwagent.dll");
+  const Module* agent = FindModule(modules, L"kwagent.dll");
   if (agent == nullptr) {
-    *why = QString("the agent could not be loaded into process %1").arg(pid);
+    *why = "the agent could not be loaded into process " + Number(pid);
     return nullptr;
   }
   void* remoteStart = agent->base + (static_cast<BYTE*>(localStart) - reinterpret_cast<BYTE*>(local));
   void* remoteName = WriteRemote(process, pipeName);
   HANDLE runner = remoteName ? StartRemote(process, remoteStart, remoteName) : nullptr;
-  if (runner == nullptr) *why = QString("cannot start the agent in process %1 (error %2)").arg(pid).arg(GetLastError());
+  if (runner == nullptr)
+    *why = "cannot start the agent in process " + Number(pid) + " (error " + Number(GetLastError()) + ")";
   return runner;
 }
 
 // Waits for the agent to connect to `pipe`, while its thread and the
 // process run; false and why when it did not.
-bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE process, QString* why) {
+bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE process, std::string* why) {
   std::atomic<bool> done{false};
   bool connected = false;
   std::thread connector([&] {
@@ -250,7 +298,7 @@ bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE
       *why = "the agent ended without answering";
     else if (GetTickCount() - start > kStartLimitMs)
       *why = "the agent did not answer within 30 seconds";
-    if (!why->isEmpty()) break;
+    if (!why->empty()) break;
     Sleep(20);
   }
   if (!done) {  // a client of our own releases the waiting connector
@@ -259,32 +307,29 @@ bool AwaitAgent(HANDLE pipe, const std::wstring& pipeName, HANDLE runner, HANDLE
     return false;
   }
   connector.join();
-  if (!connected) *why = QString("the agent could not connect to its pipe (error %1)").arg(GetLastError());
+  if (!connected) *why = "the agent could not connect to its pipe (error " + Number(GetLastError()) + ")";
   return connected;
 }
 
 // Loads the agent into the open process `connection` names and connects
 // its pipe; empty, or why not.
-QString ConnectAgent(AgentConnection* connection) {
-  const QString unfit = Unfit(connection->pid, connection->process);
-  if (!unfit.isEmpty()) return unfit;
-  const std::wstring pipeName = QString("\\\\.\\pipe\\kwagent-%1-%2-%3")
-                                    .arg(GetCurrentProcessId())
-                                    .arg(connection->pid)
-                                    .arg(GetTickCount())
-                                    .toStdWString();
+std::string ConnectAgent(AgentConnection* connection) {
+  const std::string unfit = Unfit(connection->pid, connection->process);
+  if (!unfit.empty()) return unfit;
+  const std::wstring pipeName = L"\\\\.\\pipe\\kwagent-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                std::to_wstring(connection->pid) + L"-" + std::to_wstring(GetTickCount());
   Handle pipe(
       CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
-  if (!pipe) return QString("cannot make the pipe to the agent (error %1)").arg(GetLastError());
+  if (!pipe) return "cannot make the pipe to the agent (error " + Number(GetLastError()) + ")";
   Handle written(CreateEventW(nullptr, FALSE, FALSE, WrittenEventName(pipeName).c_str()));
   if (!connection->launched) connection->began = std::chrono::steady_clock::now();
-  QString why;
+  std::string why;
   Handle runner(StartAgent(connection->pid, connection->process, pipeName, &why));
   if (!runner || !AwaitAgent(pipe.get(), pipeName, runner.get(), connection->process, &why)) return why;
   connection->pipe = pipe.release();
   connection->pipeName = pipeName;
   connection->written = written.release();
-  return QString();
+  return std::string();
 }
 
 // The application's environment: the caller's, with the caller's folder (and
@@ -330,10 +375,16 @@ bool ShowsAWindow(DWORD pid) {
   return search.found;
 }
 
-QString Quoted(const QString& argument) {
-  if (!argument.isEmpty() && !argument.contains(QRegExp("[\\s\"]"))) return argument;
-  QString out = argument;
-  return '"' + out.replace('"', "\\\"") + '"';
+// An argument of a command line: as it is unless it is empty or holds a
+// blank or a quote; then quoted, its quotes escaped.
+std::wstring Quoted(const std::wstring& argument) {
+  const bool plain = !argument.empty() && std::none_of(argument.begin(), argument.end(), [](wchar_t c) {
+    return c == L'"' || std::iswspace(c);
+  });
+  if (plain) return argument;
+  std::wstring out = L"\"";
+  for (wchar_t c : argument) out += c == L'"' ? std::wstring(L"\\\"") : std::wstring(1, c);
+  return out + L"\"";
 }
 
 }  // namespace
@@ -358,43 +409,28 @@ std::wstring ModuleFolder(const void* address) {
   return FolderOf(module);
 }
 
-// Qt 4.8 makes the slot of its per-thread data on the first use of a
-// QObject (a QFile here) without looking again once it holds its lock: two
-// threads of a caller that start sessions at once for the first time each
-// make one, and Qt's thread data is corrupted (kwdriver crashed so). The
-// slot is made here once, by whichever thread comes first, the others
-// waiting for it.
-namespace {
-void PrepareQtThreads() {
-  static const bool prepared = QThread::currentThread() != nullptr;
-  (void)prepared;
-}
-}  // namespace
-
 std::string AttachAgent(const std::wstring& target, AgentConnection* connection) {
-  PrepareQtThreads();
-  QString why;
-  const DWORD pid = FindProcess(QString::fromStdWString(target), &why);
-  if (pid == 0) return Utf8(why);
+  std::string why;
+  const DWORD pid = FindProcess(target, &why);
+  if (pid == 0) return why;
   connection->pid = pid;
   connection->process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, pid);
-  if (connection->process == nullptr) return Utf8(QString("cannot open process %1 (error %2)").arg(pid).arg(GetLastError()));
-  return Utf8(ConnectAgent(connection));
+  if (connection->process == nullptr)
+    return "cannot open process " + Number(pid) + " (error " + Number(GetLastError()) + ")";
+  return ConnectAgent(connection);
 }
 
 std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* connection) {
-  PrepareQtThreads();
-  const QString program = QString::fromStdWString(request.program);
-  const QString unfit = UnfitProgram(program);
-  if (!unfit.isEmpty()) return Utf8(unfit);
-  QString commandLine = Quoted(QDir::toNativeSeparators(program));
-  for (const std::wstring& argument : request.arguments) commandLine += ' ' + Quoted(QString::fromStdWString(argument));
-  std::wstring mutableLine = commandLine.toStdWString();
+  const std::wstring& program = request.program;
+  const std::string unfit = UnfitProgram(program);
+  if (!unfit.empty()) return unfit;
+  std::wstring nativeProgram = program;
+  std::replace(nativeProgram.begin(), nativeProgram.end(), L'/', L'\\');
+  std::wstring commandLine = Quoted(nativeProgram);
+  for (const std::wstring& argument : request.arguments) commandLine += L' ' + Quoted(argument);
   connection->began = std::chrono::steady_clock::now();
   std::vector<wchar_t> environment = EnvironmentWithCallerFolderOnPath();
-  const std::wstring folder = !request.workingDir.empty()
-                                  ? request.workingDir
-                                  : QDir::toNativeSeparators(QFileInfo(program).absolutePath()).toStdWString();
+  const std::wstring folder = !request.workingDir.empty() ? request.workingDir : FolderOfFile(program);
   // Under Wine the first program of a desktop to need its window starts the
   // process that owns it (explorer.exe): let that be this one. Started by the
   // application it would be ended with the application's job, while the next
@@ -404,9 +440,9 @@ std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* conne
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started{};
-  if (!CreateProcessW(nullptr, &mutableLine[0], nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT, environment.data(),
+  if (!CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT, environment.data(),
                       folder.c_str(), &startup, &started))
-    return Utf8(QString("cannot start %1 (error %2)").arg(program).arg(GetLastError()));
+    return "cannot start " + Utf8(program) + " (error " + Number(GetLastError()) + ")";
   CloseHandle(started.hThread);
   connection->process = started.hProcess;
   connection->pid = started.dwProcessId;
@@ -430,9 +466,9 @@ std::string LaunchWithAgent(const LaunchRequest& request, AgentConnection* conne
   if (WaitForSingleObject(connection->process, 0) == WAIT_OBJECT_0) {
     DWORD code = 0;
     GetExitCodeProcess(connection->process, &code);
-    return Utf8(QString("%1 ended at its start (exit code 0x%2)").arg(program).arg(code, 0, 16));
+    return Utf8(program) + " ended at its start (exit code 0x" + Number(code, true) + ")";
   }
-  return Utf8(ConnectAgent(connection));
+  return ConnectAgent(connection);
 }
 
 void CloseConnection(AgentConnection* connection) {

@@ -26,8 +26,8 @@ const char* JobName(Job job) {
   return "run";
 }
 
-Json Parsed(const QByteArray& bytes) {
-  Json parsed = Json::parse(bytes.constData(), bytes.constData() + bytes.size(), nullptr, false);
+Json Parsed(const std::string& bytes) {
+  Json parsed = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
   return parsed.is_object() ? parsed : Json();
 }
 
@@ -47,16 +47,15 @@ std::string StringField(const Json& object, const char* key) {
   return Field<std::string>(object, key, Json::value_t::string, std::string());
 }
 
-QByteArray OfType(const char* type) { return Serialized({{"type", type}}); }
+std::string OfType(const char* type) { return Serialized({{"type", type}}); }
 
 }  // namespace
 
-QByteArray Serialized(const Json& message) {
-  const std::string text = message.dump(-1, ' ', false, Json::error_handler_t::replace);
-  return QByteArray(text.data(), static_cast<int>(text.size()));
+std::string Serialized(const Json& message) {
+  return message.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-QByteArray OpeningMessage(const Opening& opening) {
+std::string OpeningMessage(const Opening& opening) {
   Json message = {{"v", kProtocolVersion}, {"type", JobName(opening.job)}};
   switch (opening.job) {
     case Job::Run:
@@ -79,7 +78,7 @@ QByteArray OpeningMessage(const Opening& opening) {
   return Serialized(message);
 }
 
-std::string ParseOpening(const QByteArray& bytes, Opening* opening) {
+std::string ParseOpening(const std::string& bytes, Opening* opening) {
   const Json message = Parsed(bytes);
   if (!message.is_object()) return "the loader's opening is not a JSON object";
   auto version = message.find("v");
@@ -106,7 +105,7 @@ std::string ParseOpening(const QByteArray& bytes, Opening* opening) {
   return std::string();
 }
 
-bool ParseMessage(const QByteArray& bytes, Message* message) {
+bool ParseMessage(const std::string& bytes, Message* message) {
   *message = Message();
   message->body = Parsed(bytes);
   auto type = message->body.find("type");
@@ -134,25 +133,25 @@ bool ParseMessage(const QByteArray& bytes, Message* message) {
   return true;
 }
 
-QByteArray RefusedMessage(int status, const std::string& message) {
+std::string RefusedMessage(int status, const std::string& message) {
   return Serialized({{"type", "refused"}, {"status", status}, {"message", message}});
 }
-QByteArray OutMessage(const std::string& line) { return Serialized({{"type", "out"}, {"line", line}}); }
-QByteArray ErrMessage(const std::string& line) { return Serialized({{"type", "err"}, {"line", line}}); }
-QByteArray BeatMessage() { return OfType("beat"); }
+std::string OutMessage(const std::string& line) { return Serialized({{"type", "out"}, {"line", line}}); }
+std::string ErrMessage(const std::string& line) { return Serialized({{"type", "err"}, {"line", line}}); }
+std::string BeatMessage() { return OfType("beat"); }
 
-QByteArray ChecksMessage(const Json& checks) {
+std::string ChecksMessage(const Json& checks) {
   Json message = checks.is_object() ? checks : Json::object();
   message["type"] = "checks";
   return Serialized(message);
 }
 
-QByteArray EndMessage(int status) { return Serialized({{"type", "end"}, {"status", status}}); }
-QByteArray PubMessage() { return OfType("pub"); }
-QByteArray StopMessage() { return OfType("stop"); }
-QByteArray ExitMessage() { return OfType("exit"); }
-QByteArray CrashMessage(const std::string& report) { return Serialized({{"type", "crash"}, {"report", report}}); }
-QByteArray ReadyMessage(DWORD pid, HWND window, uintptr_t wake) {
+std::string EndMessage(int status) { return Serialized({{"type", "end"}, {"status", status}}); }
+std::string PubMessage() { return OfType("pub"); }
+std::string StopMessage() { return OfType("stop"); }
+std::string ExitMessage() { return OfType("exit"); }
+std::string CrashMessage(const std::string& report) { return Serialized({{"type", "crash"}, {"report", report}}); }
+std::string ReadyMessage(DWORD pid, HWND window, uintptr_t wake) {
   Json ready = {{"type", "ready"}, {"pid", pid}, {"window", reinterpret_cast<uintptr_t>(window)}};
   if (wake != 0) ready["wake"] = wake;
   return Serialized(ready);
@@ -171,27 +170,18 @@ HWND ReadyWindow(const Message& ready) { return reinterpret_cast<HWND>(AddressFi
 
 uintptr_t ReadyWake(const Message& ready) { return AddressField(ready, "wake"); }
 
-QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params) {
+std::string CommandMessage(const Json& id, const std::string& name, const Json& params) {
   return Serialized({{"type", "command"}, {"id", id}, {"name", name}, {"params", params}});
 }
 
-QByteArray AnswerMessage(const Json& id, const Json& value) {
+std::string AnswerMessage(const Json& id, const Json& value) {
   return Serialized({{"type", "answer"}, {"id", id}, {"value", value}});
 }
 
-QByteArray FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message) {
+std::string FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message) {
   return Serialized({{"type", "answer"}, {"id", id}, {"error", error}, {"message", message}});
 }
 
-QByteArray QuitMessage() { return OfType("quit"); }
-
-std::string Utf8(const QString& text) {
-  const QByteArray bytes = text.toUtf8();
-  return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-}
-
-QString FromUtf8(const std::string& text) {
-  return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
-}
+std::string QuitMessage() { return OfType("quit"); }
 
 }  // namespace kwagentkit

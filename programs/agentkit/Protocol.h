@@ -7,9 +7,6 @@
 
 #include <windows.h>
 
-#include <QtCore/QByteArray>
-#include <QtCore/QString>
-
 #include <nlohmann/json.hpp>
 
 #include <string>
@@ -41,12 +38,12 @@ struct Opening {
   std::string promptBehavior;
 };
 
-QByteArray OpeningMessage(const Opening& opening);
+std::string OpeningMessage(const Opening& opening);
 
 // Reads an opening: empty when the agent can serve it, else why not (not
 // JSON, another version, no such job): the message of its refusal.
 // `opening` is filled as far as it could be read.
-std::string ParseOpening(const QByteArray& bytes, Opening* opening);
+std::string ParseOpening(const std::string& bytes, Opening* opening);
 
 // Every message after the opening, either way.
 enum class MessageType {
@@ -76,37 +73,33 @@ struct Message {
 
 // False when `bytes` is no JSON object with a string "type"; a type this
 // side does not know is MessageType::Unknown, to be ignored.
-bool ParseMessage(const QByteArray& bytes, Message* message);
+bool ParseMessage(const std::string& bytes, Message* message);
 
 // A message as sent: compact JSON, any invalid UTF-8 replaced.
-QByteArray Serialized(const Json& message);
+std::string Serialized(const Json& message);
 
-QByteArray RefusedMessage(int status, const std::string& message);
-QByteArray OutMessage(const std::string& line);
-QByteArray ErrMessage(const std::string& line);
-QByteArray BeatMessage();
+std::string RefusedMessage(int status, const std::string& message);
+std::string OutMessage(const std::string& line);
+std::string ErrMessage(const std::string& line);
+std::string BeatMessage();
 // `checks`: an object whose fields the message carries besides "type".
-QByteArray ChecksMessage(const Json& checks);
-QByteArray EndMessage(int status);
-QByteArray PubMessage();
-QByteArray StopMessage();
-QByteArray ExitMessage();
-QByteArray CrashMessage(const std::string& report);
+std::string ChecksMessage(const Json& checks);
+std::string EndMessage(int status);
+std::string PubMessage();
+std::string StopMessage();
+std::string ExitMessage();
+std::string CrashMessage(const std::string& report);
 // `window`: the agent's window, which the loader wakes for each command;
 // `wake` (0: none): the agent's routine that the loader may also queue to
 // the window's thread as an APC, with the window as its argument.
-QByteArray ReadyMessage(DWORD pid, HWND window, uintptr_t wake = 0);
+std::string ReadyMessage(DWORD pid, HWND window, uintptr_t wake = 0);
 HWND ReadyWindow(const Message& ready);
 uintptr_t ReadyWake(const Message& ready);
-QByteArray CommandMessage(const Json& id, const std::string& name, const Json& params);
+std::string CommandMessage(const Json& id, const std::string& name, const Json& params);
 // A command's answer: its value, or the W3C error code and the message it
 // failed with.
-QByteArray AnswerMessage(const Json& id, const Json& value);
-QByteArray FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message);
-QByteArray QuitMessage();
-
-// Texts between Qt and the protocol's UTF-8, NULs included.
-std::string Utf8(const QString& text);
-QString FromUtf8(const std::string& text);
+std::string AnswerMessage(const Json& id, const Json& value);
+std::string FailedAnswerMessage(const Json& id, const std::string& error, const std::string& message);
+std::string QuitMessage();
 
 }  // namespace kwagentkit

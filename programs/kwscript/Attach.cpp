@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <QtCore/QByteArray>
 #include <QtCore/QDir>
 #include <QtCore/QRegExp>
 
@@ -16,6 +15,7 @@
 #include "agentkit/AgentPipe.h"
 #include "agentkit/Launcher.h"
 #include "agentkit/Protocol.h"
+#include "agentkit/QtText.h"
 #include "kwscript/Checks.h"
 
 namespace kwscript {
@@ -181,7 +181,7 @@ class Conversation {
       return;
     }
     kwagentkit::Message message;
-    for (QByteArray bytes; ReadMessage(m_pipe, &bytes, &m_lastHeard);) {
+    for (std::string bytes; ReadMessage(m_pipe, &bytes, &m_lastHeard);) {
       if (!kwagentkit::ParseMessage(bytes, &message)) continue;
       if (message.type == MessageType::Pub) {  // published until kwscript's thread says
         SetEvent(m_published.get());

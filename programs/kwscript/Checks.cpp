@@ -10,6 +10,7 @@
 #include <cwctype>
 #include <iterator>
 
+#include "agentkit/QtText.h"
 #include "kwscript/Output.h"
 #include "kwscript/ScriptObject.h"
 #include "kwscript/ValueText.h"

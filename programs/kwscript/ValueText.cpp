@@ -15,6 +15,7 @@
 #include <string>
 
 #include "agentkit/Protocol.h"
+#include "agentkit/QtText.h"
 #include "kwscript/ObjectList.h"
 #include "kwscript/Output.h"
 #include "kwscript/Properties.h"

@@ -16,7 +16,6 @@
 #include "webdriver/Agent.h"
 
 #ifdef KW_DRIVER_LAUNCHER
-#include <QtCore/QByteArray>
 
 #include "agentkit/AgentPipe.h"
 #include "agentkit/CommandChannel.h"
@@ -116,7 +115,7 @@ class PipeAgent : public AgentChannel {
     // its answer, which it drops, as the agent takes one command at a time.
     while (!m_channel.LoaderTurn())
       if (!AwaitAnswer(deadline, limit, cancelled, &reply)) return reply;
-    QByteArray text;
+    std::string text;
     m_channel.TakeAnswer(&text);
     if (!m_channel.PutCommand(kwagentkit::CommandMessage(id, name, params))) {
       reply.kind = Reply::Kind::kError;
@@ -199,7 +198,7 @@ class PipeAgent : public AgentChannel {
     m_wake = reinterpret_cast<PAPCFUNC>(routine);
   }
 
-  bool Send(const QByteArray& message) {
+  bool Send(const std::string& message) {
     if (m_broken) return false;
     if (!kwagentkit::WriteMessage(m_connection.pipe, message)) m_broken = true;
     return !m_broken;
@@ -215,7 +214,7 @@ class PipeAgent : public AgentChannel {
       return Got::kBroken;
     }
     if (available == 0) return Got::kNothing;
-    QByteArray text;
+    std::string text;
     if (!kwagentkit::ReadMessage(m_connection.pipe, &text)) {
       m_broken = true;
       return Got::kBroken;

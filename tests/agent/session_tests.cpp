@@ -52,7 +52,7 @@ class Client {
     m_client = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_TRUE(m_channel.Create(name));
     m_agent = std::thread([this, name] {
-      kwagent::ServeDriverSession(m_server, name, kwagentkit::Opening(), [this](const QByteArray& message) {
+      kwagent::ServeDriverSession(m_server, name, kwagentkit::Opening(), [this](const std::string& message) {
         return kwagentkit::WriteMessage(m_server, message);
       });
     });
@@ -81,10 +81,10 @@ class Client {
   Json Command(const char* name, const Json& params = Json::object(), Wake wake = Wake::kMessage) {
     if (!m_channel.PutCommand(kwagentkit::CommandMessage(++m_id, name, params)) || !Wake(wake))
       return {{"error", "the command could not be put"}};
-    QByteArray bytes;
+    std::string bytes;
     while (!m_channel.TakeAnswer(&bytes))
       if (WaitForSingleObject(m_channel.Answered(), 60000) != WAIT_OBJECT_0) return {{"error", "no answer"}};
-    const Json answer = Json::parse(bytes.constData(), bytes.constData() + bytes.size());
+    const Json answer = Json::parse(bytes);
     if (answer.contains("error")) return {{"error", answer["error"]}, {"message", answer["message"]}};
     return answer["value"];
   }
@@ -105,9 +105,9 @@ class Client {
   }
 
   bool Read(Json* message) {
-    QByteArray bytes;
+    std::string bytes;
     if (!kwagentkit::ReadMessage(m_client, &bytes)) return false;
-    *message = Json::parse(bytes.constData(), bytes.constData() + bytes.size());
+    *message = Json::parse(bytes);
     return true;
   }
 

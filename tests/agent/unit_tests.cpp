@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/Actions.h"
+#include "agentkit/QtText.h"
 #include "kwscript/ScriptHost.h"
 #include "kwscript/ValueText.h"
 
@@ -31,6 +32,13 @@ Json OneSource(const char* type, Json actions, Json parameters = nullptr) {
   Json source = {{"type", type}, {"id", "s"}, {"actions", actions}};
   if (!parameters.is_null()) source["parameters"] = parameters;
   return {{"actions", Json::array({source})}};
+}
+
+// Qt's texts and the protocol's UTF-8, both ways, NULs and all.
+TEST(ProtocolTexts, Utf8RoundTripsNulsAndNonAscii) {
+  const QString text = QString::fromUtf8("Zo\xc3\xab") + QChar(0) + "x";
+  EXPECT_EQ(kwagentkit::Utf8(text), std::string("Zo\xc3\xab\0x", 6));
+  EXPECT_EQ(kwagentkit::FromUtf8(kwagentkit::Utf8(text)), text);
 }
 
 TEST(ActionSequences, RefusesWhatIsNoSequence) {

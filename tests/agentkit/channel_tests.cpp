@@ -28,9 +28,9 @@ struct Ends {
   }
 };
 
-QByteArray Filled(int size, char seed) {
-  QByteArray bytes(size, '\0');
-  for (int i = 0; i < size; ++i) bytes[i] = static_cast<char>(seed + i * 7);
+std::string Filled(int size, char seed) {
+  std::string bytes(static_cast<size_t>(size), '\0');
+  for (int i = 0; i < size; ++i) bytes[static_cast<size_t>(i)] = static_cast<char>(seed + i * 7);
   return bytes;
 }
 
@@ -44,11 +44,11 @@ TEST(Channel, MessagesOfEverySizeCrossWholeBothWays) {
   Ends ends;
   for (int size : {0, 1, 300, limit, limit + 1, 5 * limit}) {
     SCOPED_TRACE(size);
-    const QByteArray command = Filled(size, 'c'), answer = Filled(size, 'a');
+    const std::string command = Filled(size, 'c'), answer = Filled(size, 'a');
     ASSERT_TRUE(ends.loader.LoaderTurn());
     ASSERT_TRUE(ends.loader.PutCommand(command));
     EXPECT_FALSE(ends.loader.LoaderTurn());
-    QByteArray taken;
+    std::string taken;
     ASSERT_TRUE(ends.agent.TakeCommand(&taken));
     EXPECT_EQ(taken, command);
     ASSERT_EQ(WaitForSingleObject(ends.loader.Answered(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
@@ -61,7 +61,7 @@ TEST(Channel, MessagesOfEverySizeCrossWholeBothWays) {
 
 TEST(Channel, NothingIsPutOrTakenOutOfTurnOrTwice) {
   Ends ends;
-  QByteArray taken;
+  std::string taken;
   EXPECT_FALSE(ends.agent.TakeCommand(&taken));  // no command yet
   EXPECT_FALSE(ends.agent.PutAnswer("early"));   // not the agent's turn
   EXPECT_FALSE(ends.loader.TakeAnswer(&taken));  // no answer yet
@@ -91,9 +91,9 @@ TEST(Channel, ADamagedSizeReadsAsAnEmptyMessage) {
   auto* words = static_cast<volatile DWORD*>(MapViewOfFile(section, FILE_MAP_ALL_ACCESS, 0, 0, 0));
   ASSERT_NE(words, nullptr);
   words[2] = 0xfffffff0u;
-  QByteArray taken("left over");
+  std::string taken("left over");
   EXPECT_TRUE(agent.TakeCommand(&taken));
-  EXPECT_TRUE(taken.isEmpty());
+  EXPECT_TRUE(taken.empty());
   UnmapViewOfFile(const_cast<DWORD*>(words));
   CloseHandle(section);
 }
