@@ -72,11 +72,19 @@ struct StepEvent : QEvent {
 // own stack, as OLE's loop tells it.
 class PointerDrag : public QObject {
  public:
+  static const QEvent::Type kNudge = static_cast<QEvent::Type>(QEvent::User + 0x4B62);
+
   PointerDrag(IDataObject* data, IDropSource* source, DWORD allowed)
       : m_data(data), m_source(source), m_allowed(allowed) {}
 
   HRESULT Run(DWORD* effect) {
     Over(g_holder.at, KeyState(g_holder.buttons, g_holder.modifiers));
+    // The drag starts while Qt delivers the posted move that started it, and
+    // Qt's loop below sends posted events only once one was posted since it
+    // began that delivery: those posted before it (the step's own marker,
+    // the job's timer) would wait for an unrelated event. One event posted
+    // here lets the loop take them.
+    QCoreApplication::postEvent(this, new QEvent(kNudge));
     m_loop.exec();  // until the drop or the cancel (or the application quits)
     Leave();
     *effect = m_result == DRAGDROP_S_DROP ? m_effect : DROPEFFECT_NONE;
@@ -84,6 +92,7 @@ class PointerDrag : public QObject {
   }
 
   bool event(QEvent* event) override {
+    if (event->type() == kNudge) return true;
     if (event->type() != StepEvent::kType) return QObject::event(event);
     const auto* step = static_cast<StepEvent*>(event);
     if (step->step == DragStep::kMove)
