@@ -64,6 +64,7 @@ void CALLBACK StopScript(void*, BOOLEAN) { kwauto::FiberRunner::RequestStop("scr
 class SessionHost : public QObject {
  public:
   static const QEvent::Type kSetUp = static_cast<QEvent::Type>(QEvent::User + 0x4B50);
+  static const QEvent::Type kEnd = static_cast<QEvent::Type>(QEvent::User + 0x4B51);
 
   SessionHost(const kwagentkit::Opening& opening, std::unique_ptr<kwagentkit::CommandChannel> channel)
       : m_channel(std::move(channel)) {
@@ -84,6 +85,10 @@ class SessionHost : public QObject {
   HWND Window() const { return m_window; }
 
   bool event(QEvent* event) override {
+    if (event->type() == kEnd) {
+      End();
+      return true;
+    }
     if (event->type() != kSetUp) return QObject::event(event);
     NoteGuiThread();
     new QtWaitWatch(this, m_channel.get());
@@ -155,6 +160,7 @@ class SessionHost : public QObject {
   // application's event loop (and a modal dialog's) run meanwhile.
   void Start(std::shared_ptr<Command> command) {
     StartScriptTimer(command->params);
+    ++m_running;
     auto* runner = new kwauto::FiberRunner(
         [this, command] {
           command->answer = Answer(*command);
@@ -166,6 +172,7 @@ class SessionHost : public QObject {
             command->answer = kwagentkit::FailedAnswerMessage(command->id, "unknown error",
                                                               "the command could not start on the GUI thread");
           m_channel->PutAnswer(command->answer);
+          if (--m_running == 0 && m_ending) deleteLater();
         });
     runner->setParent(this);
     runner->Start(true);  // from the wake-up: no turn of the event loop first
@@ -175,6 +182,18 @@ class SessionHost : public QObject {
       m_finished[i]->deleteLater();
       m_finished.removeAt(i);
     }
+  }
+
+  // The session's end. A command still under way waits on its fiber, with
+  // objects of its own posted to the event loop: it is asked to stop, and
+  // the host (its runners and their fibers) goes once it has ended.
+  void End() {
+    m_ending = true;
+    if (m_running == 0) {
+      deleteLater();
+      return;
+    }
+    kwauto::FiberRunner::RequestStop("the session ended");
   }
 
   // A script's time limit (null: none, as a driver's "script": null says):
@@ -217,6 +236,8 @@ class SessionHost : public QObject {
   SessionState m_state;
   CommandTable m_commands;
   QList<QObject*> m_finished;
+  int m_running = 0;  // commands started and not answered yet
+  bool m_ending = false;
 };
 
 // Whether the driver said "quit" (or went away) before the slice ended.
@@ -270,7 +291,7 @@ int ServeDriverSession(HANDLE pipe, const std::wstring& pipeName, const kwagentk
     else if (WaitForSingleObject(gui, kQuitSliceMs) == WAIT_OBJECT_0) status = kGuiThreadEnded;
     if (status != 0 || QuitSaid(pipe)) break;
   }
-  host->deleteLater();
+  QCoreApplication::postEvent(host, new QEvent(SessionHost::kEnd));
   return status;
 }
 
