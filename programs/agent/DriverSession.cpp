@@ -109,12 +109,11 @@ class SessionHost : public QObject {
     if (GetWindowLongPtrW(handle, GWLP_WNDPROC) != reinterpret_cast<LONG_PTR>(&SessionHost::WindowProc)) return;
     auto* host = reinterpret_cast<SessionHost*>(GetWindowLongPtrW(handle, GWLP_USERDATA));
     if (host == nullptr) return;
-    if (!QtWaitWatch::Waiting()) {
+    if (!host->m_channel->AgentWaits()) {
       PostMessageW(handle, kwagentkit::kCommandWaiting, 0, 0);
       return;
     }
-    QtWaitWatch::NoteAwake();
-    host->m_channel->NoteAgentWaits(false);
+    host->m_channel->NoteAgentWaits(false);  // the wait is left: its work starts here
     host->TakeCommand();
   }
 

@@ -54,7 +54,7 @@ class CommandChannel {
 
   // The agent notes whether its GUI thread waits in Qt's event loop, where
   // an APC reaches it sooner than a message (see kwagent's session); the
-  // loader reads it.
+  // loader reads it, and so does the agent's APC.
   void NoteAgentWaits(bool waits);
   bool AgentWaits() const;
 
