@@ -97,12 +97,12 @@ void SendHeartbeat(HANDLE pipe) {
 
 // Waits for `done` while the GUI thread lives, with heartbeats, at most
 // `seconds` (0: without limit), then asks the script to stop and gives it
-// 10 s more. 0 once `done` is set, or the status to end with after saying
+// 10 s more, cutting it off after the first if it runs in the engine. 0 once `done` is set, or the status to end with after saying
 // why not: the script does not stop (2), the GUI thread ended (4).
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   constexpr DWORD kStopGraceMs = 10000;
   const DWORD start = GetTickCount();
-  bool stopAsked = false;
+  bool stopAsked = false, cutOffTried = false;
   int status = -1;
   while (status < 0) {
     HANDLE gui = kwagent::GuiThread();
@@ -117,6 +117,10 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
     } else if (seconds > 0 && !stopAsked && elapsed >= seconds * 1000u) {
       kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
       stopAsked = true;
+    } else if (stopAsked && !cutOffTried && elapsed >= seconds * 1000u + kwscript::ScriptRunner::kCutOffGraceMs) {
+      cutOffTried = true;
+      if (kwscript::ScriptRunner::CutOffStuckScript())
+        SendLine("kwscript: " + kwscript::ScriptRunner::CutOffReport(seconds), true, pipe);
     } else if (stopAsked && elapsed >= seconds * 1000u + kStopGraceMs) {
       SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(seconds), true, pipe);
       status = 2;

@@ -14,6 +14,7 @@
 #include "agentkit/Protocol.h"
 #include "agentkit/QtText.h"
 #include "automation/FiberRunner.h"
+#include "kwscript/ScriptRunner.h"
 
 namespace kwagent {
 
@@ -54,9 +55,26 @@ struct Command {
   std::string name;
   Json params;
   std::string answer;
+  kwauto::FiberRunner* runner = nullptr;
 };
 
+// Scripts under way, for the agent's thread at the session's end.
+std::atomic<int> g_scriptsUnderWay{0};
+
+bool IsScript(const std::string& command) { return command == "executeScript" || command == "executeAsyncScript"; }
+
 void CALLBACK StopScript(void*, BOOLEAN) { kwauto::FiberRunner::RequestStop("script timeout"); }
+void CALLBACK CutOffScript(void*, BOOLEAN) { kwscript::ScriptRunner::CutOffStuckScript(); }
+
+// At the session's end, from the agent's thread: a script still running
+// is asked to stop, and cut off if it runs on in its engine.
+void EndScripts() {
+  if (g_scriptsUnderWay == 0) return;
+  kwauto::FiberRunner::RequestStop("the session ended");
+  for (DWORD waited = 0; g_scriptsUnderWay > 0 && waited < kwscript::ScriptRunner::kCutOffGraceMs; waited += 10)
+    Sleep(10);
+  if (g_scriptsUnderWay > 0) kwscript::ScriptRunner::CutOffStuckScript();
+}
 
 // Lives on the GUI thread for the session's length: the session's state,
 // the commands' handlers, and the window the driver wakes for each command
@@ -75,7 +93,7 @@ class SessionHost : public QObject {
   }
 
   ~SessionHost() override {
-    StopScriptTimer();
+    StopScriptTimers();
     if (m_window != nullptr) DestroyWindow(m_window);
     CloseHandle(m_setUp);
   }
@@ -158,21 +176,36 @@ class SessionHost : public QObject {
   // Runs the command's handler on a fiber, so that its waits let the
   // application's event loop (and a modal dialog's) run meanwhile.
   void Start(std::shared_ptr<Command> command) {
-    StartScriptTimer(command->params);
+    const bool script = IsScript(command->name);
+    if (script) {
+      ++g_scriptsUnderWay;
+      StartScriptTimers(command->params);
+    }
     ++m_running;
     auto* runner = new kwauto::FiberRunner(
         [this, command] {
           command->answer = Answer(*command);
           return true;
         },
-        [this, command](bool) {
-          StopScriptTimer();
-          if (command->answer.empty())
+        [this, command, script](bool) {
+          if (script) {
+            StopScriptTimers();
+            --g_scriptsUnderWay;
+          }
+          if (command->runner->WasCutOff()) {
+            ForgetCutOffScripts(m_state);
+            command->answer = kwagentkit::FailedAnswerMessage(
+                command->id, "script timeout",
+                "the script did not finish in time and makes no call that could stop it: it was cut off where it "
+                "ran, in the script engine; the session's next script starts afresh");
+          } else if (command->answer.empty()) {
             command->answer = kwagentkit::FailedAnswerMessage(command->id, "unknown error",
                                                               "the command could not start on the GUI thread");
+          }
           m_channel->PutAnswer(command->answer);
           if (--m_running == 0 && m_ending) deleteLater();
         });
+    command->runner = runner;
     runner->setParent(this);
     runner->Start(true);  // from the wake-up: no turn of the event loop first
     m_finished.append(runner);
@@ -196,22 +229,29 @@ class SessionHost : public QObject {
   }
 
   // A script's time limit (null: none, as a driver's "script": null says):
-  // asked to stop once it has run that long, from a thread of the pool,
-  // since a script busy on the GUI thread lets no timer of it run.
-  void StartScriptTimer(const Json& params) {
+  // asked to stop once it has run that long, and cut off a second later
+  // if it runs on in its engine, from threads of the pool, since a script
+  // busy on the GUI thread lets no timer of it run.
+  void StartScriptTimers(const Json& params) {
     const Json limit = params.is_object() ? params.value("timeoutMs", Json()) : Json();
     const double ms = limit.is_number() ? limit.get<double>() : 0.0;
     if (ms <= 0) return;
     const DWORD due = ms >= 4e9 ? 4000000000u : static_cast<DWORD>(ms);
-    if (!CreateTimerQueueTimer(&m_scriptTimer, nullptr, &StopScript, nullptr, due, 0, WT_EXECUTEONLYONCE))
-      m_scriptTimer = nullptr;
+    if (!CreateTimerQueueTimer(&m_stopTimer, nullptr, &StopScript, nullptr, due, 0, WT_EXECUTEONLYONCE))
+      m_stopTimer = nullptr;
+    if (!CreateTimerQueueTimer(&m_cutOffTimer, nullptr, &CutOffScript, nullptr,
+                               due + kwscript::ScriptRunner::kCutOffGraceMs, 0,
+                               WT_EXECUTEONLYONCE | WT_EXECUTELONGFUNCTION))
+      m_cutOffTimer = nullptr;
   }
 
-  // Waits for a stop under way, so that none reaches the next command.
-  void StopScriptTimer() {
-    if (m_scriptTimer == nullptr) return;
-    DeleteTimerQueueTimer(nullptr, m_scriptTimer, INVALID_HANDLE_VALUE);
-    m_scriptTimer = nullptr;
+  // Waits for a stop or cut-off under way, so that none reaches the next
+  // command.
+  void StopScriptTimers() {
+    for (HANDLE* timer : {&m_stopTimer, &m_cutOffTimer}) {
+      if (*timer != nullptr) DeleteTimerQueueTimer(nullptr, *timer, INVALID_HANDLE_VALUE);
+      *timer = nullptr;
+    }
   }
 
   std::string Answer(const Command& command) {
@@ -231,7 +271,8 @@ class SessionHost : public QObject {
   std::unique_ptr<kwagentkit::CommandChannel> m_channel;
   HANDLE m_setUp = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   HWND m_window = nullptr;
-  HANDLE m_scriptTimer = nullptr;
+  HANDLE m_stopTimer = nullptr;
+  HANDLE m_cutOffTimer = nullptr;
   SessionState m_state;
   CommandTable m_commands;
   QList<QObject*> m_finished;
@@ -291,6 +332,7 @@ int ServeDriverSession(HANDLE pipe, const std::wstring& pipeName, const kwagentk
     if (status != 0 || QuitSaid(pipe)) break;
   }
   QCoreApplication::postEvent(host, new QEvent(SessionHost::kEnd));
+  if (status == 0) EndScripts();
   return status;
 }
 

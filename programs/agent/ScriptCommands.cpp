@@ -232,6 +232,12 @@ Json ExecuteAsyncScript(const Json& params, SessionState& session) { return Exec
 
 }  // namespace
 
+void ForgetCutOffScripts(SessionState& session) {
+  static auto* const kept = new std::vector<std::shared_ptr<void>>;  // for the process's life
+  kept->push_back(std::move(session.scripts));
+  session.scripts.reset();
+}
+
 void AddScriptCommands(CommandTable& table) {
   table.Add("executeScript", &ExecuteScript);
   table.Add("executeAsyncScript", &ExecuteAsyncScript);

@@ -123,6 +123,10 @@ class CommandTable {
 // screenshots; scripts, alerts and actions.
 void AddElementCommands(CommandTable& table);
 void AddScriptCommands(CommandTable& table);
+// After a script was cut off (FiberRunner::CutOff): its engine stands
+// still inside the script's frames, so it and what it holds are kept,
+// never used or released; the session's next script starts afresh.
+void ForgetCutOffScripts(SessionState& session);
 
 // Before a command that a user could not carry out while an alert is open
 // (any but the alert commands, the window handles and switching windows):

@@ -7,6 +7,8 @@
 #include <QtGui/QApplication>
 #include <QtGui/QWidget>
 
+#include <atomic>
+
 #include "automation/EventPump.h"
 
 namespace kwauto {
@@ -17,6 +19,10 @@ namespace {
 FiberRunner* g_current = nullptr;
 // The runner whose job waits for the event loop, if any.
 FiberRunner* g_waiting = nullptr;
+// The runner whose job's fiber the thread is on now, for CutOff from
+// another thread; and that thread, once a job has started on it.
+std::atomic<FiberRunner*> g_onFiber{nullptr};
+std::atomic<HANDLE> g_jobThread{nullptr};
 
 // A stop asked for, from any thread.
 QMutex g_stopLock;
@@ -26,6 +32,8 @@ QAtomicInt g_stopRequested(0);
 int g_givenUp = 0;
 constexpr SIZE_T kScriptStack = 4 * 1024 * 1024;
 constexpr int kResumeIntervalMs = 10;
+// How far below the stack pointer of a job cut off the thread goes on.
+constexpr DWORD64 kCutOffSlack = 64;
 
 // The fiber running now. GetCurrentFiber reads the thread block through gs,
 // which GCC's bounds check takes for an access to an empty array.
@@ -34,6 +42,28 @@ void* CurrentFiber() {
 #pragma GCC diagnostic ignored "-Warray-bounds"
   return GetCurrentFiber();
 #pragma GCC diagnostic pop
+}
+
+// Remembers the thread jobs run on, with the rights CutOff needs.
+void NoteJobThread() {
+  if (g_jobThread.load() != nullptr) return;
+  HANDLE thread = nullptr;
+  if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread,
+                       THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT | THREAD_SET_CONTEXT, FALSE, 0))
+    return;
+  g_jobThread = thread;
+}
+
+bool Inside(const std::vector<FiberRunner::CodeRange>& ranges, DWORD64 address) {
+  for (const FiberRunner::CodeRange& range : ranges)
+    if (address >= range.begin && address < range.end) return true;
+  return false;
+}
+
+// Where the thread of a job cut off goes on: on the job's stack, back to
+// the fiber that entered the job, as if the job had switched there.
+[[noreturn]] __attribute__((noinline)) void LeaveJobFiber(void* mainFiber) {
+  for (;;) SwitchToFiber(mainFiber);
 }
 
 }  // namespace
@@ -68,13 +98,16 @@ bool FiberRunner::GiveCrashToScript(const QString& reason) {
   g_waiting = nullptr;
   g_current = runner;
   runner->m_inScript = true;
+  g_onFiber = runner;
   SwitchToFiber(runner->m_fiber);
+  g_onFiber = nullptr;
   return true;
 }
 
 QString FiberRunner::Start(bool now) {
   g_stopRequested = 0;
   m_thread = GetCurrentThreadId();
+  NoteJobThread();
   SetEventPump(&FiberRunner::YieldToEventLoop, &FiberRunner::StopRequested);
   if (IsThreadAFiber()) {
     m_mainFiber = CurrentFiber();
@@ -125,7 +158,10 @@ bool FiberRunner::eventFilter(QObject* watched, QEvent* event) {
 }
 
 bool FiberRunner::EnterScript() {
+  FiberRunner* const enteredFrom = g_onFiber;
+  g_onFiber = this;
   SwitchToFiber(m_fiber);
+  g_onFiber = enteredFrom;
   while (m_request != nullptr && !m_finished) {
     FiberCall* call = m_request;
     m_request = nullptr;
@@ -140,9 +176,42 @@ bool FiberRunner::EnterScript() {
     }
     if (m_giveUpTimer != 0) killTimer(m_giveUpTimer);
     m_giveUpTimer = 0;
+    g_onFiber = this;
     SwitchToFiber(m_fiber);
+    g_onFiber = enteredFrom;
   }
   return true;
+}
+
+bool FiberRunner::CutOff(const std::vector<CodeRange>& ranges, int patienceMs) {
+  const HANDLE thread = g_jobThread;
+  if (thread == nullptr || ranges.empty()) return false;
+  const DWORD start = GetTickCount();
+  for (;;) {
+    if (g_onFiber.load() == nullptr) return false;
+    if (SuspendThread(thread) == static_cast<DWORD>(-1)) return false;
+    // Until the thread resumes, nothing here may take a lock: it may hold
+    // it (the heap's, the loader's).
+    FiberRunner* const runner = g_onFiber;
+    CONTEXT context;
+    ZeroMemory(&context, sizeof context);
+    context.ContextFlags = CONTEXT_CONTROL | CONTEXT_INTEGER;
+    bool cut = false;
+    if (runner != nullptr && !runner->m_cutOff && GetThreadContext(thread, &context) &&
+        Inside(ranges, context.Rip)) {
+      context.Rsp = ((context.Rsp - kCutOffSlack) & ~static_cast<DWORD64>(15)) - 8;  // as a call leaves it
+      context.Rip = reinterpret_cast<DWORD64>(&LeaveJobFiber);
+      context.Rcx = reinterpret_cast<DWORD64>(runner->m_mainFiber);
+      runner->m_cutOff = true;
+      cut = SetThreadContext(thread, &context) != 0;
+      if (!cut) runner->m_cutOff = false;
+    }
+    ResumeThread(thread);
+    if (runner == nullptr) return false;
+    if (cut) return true;
+    if (GetTickCount() - start >= static_cast<DWORD>(patienceMs)) return false;
+    Sleep(2);
+  }
 }
 
 void FiberRunner::GiveUpCall() {
@@ -187,12 +256,23 @@ void FiberRunner::Resume() {
   if (!EnterScript()) return;
   g_current = outer;
   m_inScript = false;
+  if (m_cutOff) {
+    m_finished = true;
+    m_succeeded = false;
+  }
   g_waiting = m_finished ? nullptr : this;
   if (!m_finished) {
     m_timer = startTimer(kResumeIntervalMs);
     return;
   }
-  DeleteFiber(m_fiber);
+  Finish();
+}
+
+void FiberRunner::Finish() {
+  // A job cut off keeps its fiber: its frames never run again, but what
+  // they registered (a guarded pointer of Qt's on the stack) may still be
+  // written to.
+  if (!m_cutOff) DeleteFiber(m_fiber);
   m_fiber = nullptr;
   if (m_convertedThread) ConvertFiberToThread();
   m_convertedThread = false;

@@ -13,7 +13,10 @@
 #include <QtCore/QPointer>
 #include <QtCore/QString>
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
+#include <vector>
 
 class QWidget;
 
@@ -69,6 +72,26 @@ class FiberRunner : public QObject {
   // Whether a stop was asked for, and why.
   static bool StopRequested(QString* reason);
 
+  // Addresses of code (a script engine's) where the job's thread may be
+  // taken off the job at any instruction: code that holds no lock of the
+  // process and leaves nothing of the thread's half done.
+  struct CodeRange {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+  };
+
+  // From another thread, for a job that a stop cannot reach (a script's
+  // loop that makes no call): once the job's thread is caught running in
+  // one of `ranges` on the job's fiber, switches that thread back to the
+  // event loop where the job last left it. The job's frames stay as they
+  // are and never run again; its fiber is kept, since objects of the
+  // application may still point into its stack, and the runner ends the
+  // job as failed (WasCutOff). Tries for about `patienceMs`; false when
+  // no job runs on its fiber or the thread was never caught in `ranges`.
+  static bool CutOff(const std::vector<CodeRange>& ranges, int patienceMs);
+  // Whether this runner's job ended by CutOff.
+  bool WasCutOff() const { return m_cutOff; }
+
   // For a crash report, on the GUI thread while the job waits for the
   // event loop (the usual case: the application's own handlers crash on
   // the events a job's call posted): stops the job with `reason` and
@@ -90,6 +113,8 @@ class FiberRunner : public QObject {
   // state is then no business of this frame any more).
   bool EnterScript();
   void GiveUpCall();
+  // On the main fiber, once the job has ended or was cut off.
+  void Finish();
 
   std::function<bool()> m_job;
   Done m_done;
@@ -104,6 +129,7 @@ class FiberRunner : public QObject {
   FiberCall* m_request = nullptr;   // asked for by the job, not yet made
   FiberCall* m_underway = nullptr;  // being made on the main fiber
   int m_giveUpTimer = 0;
+  std::atomic<bool> m_cutOff{false};
 };
 
 }  // namespace kwauto

@@ -1,5 +1,8 @@
 #include "kwscript/ScriptRunner.h"
 
+#include <cstdint>
+#include <vector>
+
 #include "kwscript/Output.h"
 #include "kwscript/ScriptHost.h"
 
@@ -14,14 +17,44 @@ void ScriptRunner::Start() {
   if (!why.isEmpty()) PrintLine("kwscript: " + why);
 }
 
+namespace {
+
+// The code of a script engine loaded in the process, whole images.
+void AddImageOf(const wchar_t* module, std::vector<kwauto::FiberRunner::CodeRange>* ranges) {
+  const auto* base = reinterpret_cast<const BYTE*>(GetModuleHandleW(module));
+  if (base == nullptr) return;
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const auto begin = reinterpret_cast<std::uintptr_t>(base);
+  ranges->push_back({begin, begin + headers->OptionalHeader.SizeOfImage});
+}
+
+}  // namespace
+
 bool ScriptRunner::AwaitOrStop(HANDLE done, int seconds, QString* why) {
   constexpr DWORD kStopGraceMs = 10000;
   if (WaitForSingleObject(done, seconds > 0 ? seconds * 1000u : INFINITE) != WAIT_TIMEOUT) return true;
   const QString late = QString("the script did not finish within %1 s").arg(seconds);
   RequestStop(late);
-  if (WaitForSingleObject(done, kStopGraceMs) != WAIT_TIMEOUT) return true;
+  if (WaitForSingleObject(done, kCutOffGraceMs) != WAIT_TIMEOUT) return true;
+  if (CutOffStuckScript()) PrintError("kwscript: " + CutOffReport(seconds));
+  if (WaitForSingleObject(done, kStopGraceMs - kCutOffGraceMs) != WAIT_TIMEOUT) return true;
   *why = late + " and does not stop";
   return false;
+}
+
+bool ScriptRunner::CutOffStuckScript() {
+  constexpr int kPatienceMs = 2000;
+  std::vector<CodeRange> engines;
+  AddImageOf(L"jscript.dll", &engines);
+  AddImageOf(L"vbscript.dll", &engines);
+  return CutOff(engines, kPatienceMs);
+}
+
+QString ScriptRunner::CutOffReport(int seconds) {
+  return QString("the script did not finish within %1 s and makes no call that could stop it: "
+                 "it was cut off where it ran, in the script engine")
+      .arg(seconds);
 }
 
 }  // namespace kwscript

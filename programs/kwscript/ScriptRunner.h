@@ -27,9 +27,23 @@ class ScriptRunner : public kwauto::FiberRunner {
 
   // From a thread other than the script's: waits for `done` at most
   // `seconds` (0: without limit), then asks the script to stop and gives it
-  // 10 s more to make the call that fails. True once `done` is set; false
-  // when the script does not stop, and `why` says so.
+  // 10 s more to make the call that fails; one still running in the
+  // script engine after the first second is cut off (CutOffStuckScript).
+  // True once `done` is set; false when the script does not stop, and
+  // `why` says so.
   static bool AwaitOrStop(HANDLE done, int seconds, QString* why);
+
+  // From a thread other than the script's, for a script that a stop does
+  // not reach (a loop that makes no call): takes the GUI thread off it
+  // where it runs in the JScript or VBScript engine (FiberRunner::CutOff),
+  // and the script ends as failed. Its engine and what the engine holds
+  // stay as they are, never to be used or released. False when no script
+  // runs in an engine.
+  static bool CutOffStuckScript();
+  // What is said of a script cut off once `seconds` had passed.
+  static QString CutOffReport(int seconds);
+  // How long after the stop a script is cut off.
+  static constexpr DWORD kCutOffGraceMs = 1000;
 };
 
 }  // namespace kwscript

@@ -1,5 +1,5 @@
 // A script that never ends and makes no call any more: no call of it can
-// fail, so kwscript gives it up.
+// fail, so the agent cuts it off.
 app.echo("looping");
 for (;;) {
 }

@@ -2,6 +2,8 @@
 application, with kwscript's app object, Qt members by their plain names
 and element arguments arriving as the widgets themselves."""
 
+import time
+
 import pytest
 from selenium.common.exceptions import JavascriptException, TimeoutException
 from selenium.webdriver.common.by import By
@@ -91,3 +93,25 @@ def test_async_script_that_never_answers_times_out(calc):
         calc.execute_async_script("var done = arguments[0];")
     calc.set_script_timeout(30)
     assert calc.execute_script("return 5;") == 5
+
+
+@pytest.mark.parametrize("loop", [
+    "for (;;) {}",
+    "var n = 0; while (true) { n = (n + 1) % 7; }",
+    "var a = []; for (;;) { a.push('x' + a.length); if (a.length > 500) a = []; }",
+    "function spin(depth) { if (depth > 0) return spin(depth - 1); for (;;) {} } spin(20);",
+])
+def test_loop_that_makes_no_call_is_cut_off(calc, loop):
+    calc.execute_script("kept = 'from before';")
+    assert calc.execute_script("return typeof kept;") == "string"
+    calc.set_script_timeout(1)
+    started = time.monotonic()
+    with pytest.raises(TimeoutException, match="cut off"):
+        calc.execute_script(loop)
+    assert time.monotonic() - started < 30
+    calc.set_script_timeout(30)
+    # The application runs on, and the session's scripts start afresh.
+    calc.find_element(By.CSS_SELECTOR, 'Button[text="7"]').click()
+    assert display(calc).text == "7"
+    assert calc.execute_script("return typeof kept;") == "undefined"
+    assert calc.execute_script("return arguments[0].text;", display(calc)) == "7"

@@ -4,6 +4,7 @@ application, windows, and a session's end."""
 
 import os
 import subprocess
+import threading
 import time
 from pathlib import Path
 
@@ -171,7 +172,15 @@ def test_attach_leaves_the_application_running(kwdriver, running_calculator):
                 time.sleep(1)
     first = attach()
     press(first, "6", "\u00d7", "7", "=")
+    # The session ends while a script of it loops without a limit: the
+    # loop is cut off, and the application goes on.
+    http("POST", session_url(first, "timeouts"), {"script": None})
+    looping = threading.Thread(target=http, args=("POST", session_url(first, "execute", "sync"),
+                                                  {"script": "for (;;) {}", "args": []}), kwargs={"timeout": 60})
+    looping.start()
+    time.sleep(1)
     first.quit()
+    looping.join()
     assert running_calculator.poll() is None         # attached, so left running
     second = attach()
     try:

@@ -1,0 +1,4 @@
+' The same endless loop in VBScript: cut off as well.
+app.echo "looping"
+Do
+Loop
