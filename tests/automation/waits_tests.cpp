@@ -1,7 +1,10 @@
 // The core's waits (kwauto::FiberRunner): a job on the GUI thread's fiber
 // lets the event loop run while it waits, gives up a call that opens a
-// modal dialog and goes on to close it, and stops when asked.
+// modal dialog and goes on to close it, stops when asked, and is cut off
+// when it loops in code that no stop reaches.
 #include <gtest/gtest.h>
+
+#include <windows.h>
 
 #include <QtCore/QEvent>
 #include <QtCore/QEventLoop>
@@ -10,6 +13,10 @@
 
 #include "automation/EventPump.h"
 #include "automation/FiberRunner.h"
+
+#include <cstdint>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -112,6 +119,52 @@ TEST(Waits, AStopAskedForEndsTheWaitsWithItsReason) {
   EXPECT_TRUE(RunJob([] {
     QString none;
     return kwauto::YieldToEventLoop() && !kwauto::StopRequested(&none);
+  }));
+}
+
+// A loop that never ends by itself, standing for a script engine's; a
+// function of its own, so that its code is one short range.
+__attribute__((noinline)) void SpinWhileZero(const volatile int* flag) {
+  while (*flag == 0) {
+  }
+}
+
+TEST(Waits, AJobLoopingInTheGivenCodeIsCutOffAndTheThreadGoesOn) {
+  const auto spin = reinterpret_cast<std::uintptr_t>(&SpinWhileZero);
+  const std::vector<FiberRunner::CodeRange> spinCode = {{spin, spin + 64}}, nowhere = {{1, 2}};
+  EXPECT_FALSE(FiberRunner::CutOff(spinCode, 100)) << "no job runs";
+  volatile int never = 0;
+  bool elsewhereCut = true, cut = false;
+  std::thread cutter([&] {
+    Sleep(200);
+    elsewhereCut = FiberRunner::CutOff(nowhere, 100);
+    cut = FiberRunner::CutOff(spinCode, 5000);
+  });
+  QEventLoop loop;
+  bool ended = false, succeeded = true;
+  FiberRunner runner([&] {
+    SpinWhileZero(&never);
+    return true;
+  }, [&](bool outcome) {
+    succeeded = outcome;
+    ended = true;
+    loop.quit();
+  });
+  runner.Start();
+  if (!ended) loop.exec();
+  cutter.join();
+  EXPECT_FALSE(elsewhereCut) << "the thread was never in that code";
+  EXPECT_TRUE(cut);
+  EXPECT_TRUE(ended);
+  EXPECT_FALSE(succeeded);
+  EXPECT_TRUE(runner.WasCutOff());
+  // The thread goes on in the event loop, and the next job runs there.
+  Receiver receiver;
+  EXPECT_TRUE(RunJob([&] {
+    QCoreApplication::postEvent(&receiver, new QEvent(QEvent::User));
+    while (receiver.received == 0 && kwauto::YieldToEventLoop()) {
+    }
+    return receiver.received == 1;
   }));
 }
 
