@@ -84,6 +84,24 @@ void SendLine(const QString& line, bool error, void* pipe) {
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
+// A process that exits (its own ExitProcess, after Qt's main returned or a
+// script closed it) says so to the kwscript attached, which tells it from a
+// process killed from outside, where no code of it runs any more. Qt's
+// application object says it first, as it goes, while every thread still
+// runs; ExitProcess ends the other threads before the agent hears of it,
+// maybe one in the middle of a message, which is then said only if no
+// message was under way.
+void SayExiting() {
+  HANDLE pipe = g_pipe;
+  if (pipe != nullptr) Send(pipe, kwagentkit::ExitMessage());
+}
+
+void SayExitingWithQt() {
+  static bool registered = false;
+  if (!registered) qAddPostRoutine(&SayExiting);
+  registered = true;
+}
+
 // While kwscript waits for a script, the agent says once a second that
 // the application still runs: kwscript tells a frozen application (whose
 // threads all stand still) from a slow script by the silence. A line of
@@ -265,6 +283,7 @@ class AgentRequest : public QObject {
 
   void Start() {
     kwagent::NoteGuiThread();
+    SayExitingWithQt();
     const QString refusal = QtRefusal();
     if (!refusal.isEmpty()) {
       PrintError("kwscript: cannot drive this application: " + refusal);
@@ -345,9 +364,7 @@ class AgentRequest : public QObject {
 
 }  // namespace
 
-// A process that exits (its own ExitProcess, after Qt's main returned or a
-// script closed it) says so to the kwscript attached, which tells it from a
-// process killed from outside, where no code of it runs any more.
+// A process that exits says so in DllMain (see SayExiting).
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
   HANDLE pipe = g_pipe;
   if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {
