@@ -100,6 +100,8 @@ def test_async_script_that_never_answers_times_out(calc):
     "var n = 0; while (true) { n = (n + 1) % 7; }",
     "var a = []; for (;;) { a.push('x' + a.length); if (a.length > 500) a = []; }",
     "function spin(depth) { if (depth > 0) return spin(depth - 1); for (;;) {} } spin(20);",
+    # Calls that fail once the stop is asked, their errors swallowed.
+    "for (;;) { try { app.query('QLineEdit'); } catch (e) {} }",
 ])
 def test_loop_that_makes_no_call_is_cut_off(calc, loop):
     calc.execute_script("kept = 'from before';")
