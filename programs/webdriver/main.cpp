@@ -97,9 +97,12 @@ int main(int argc, char** argv) {
   WaitForSingleObject(g_stop, INFINITE);
   if (kwdriver::Logging(kwdriver::LogLevel::kInfo)) kwdriver::LogLine("kwdriver stopping");
   http.Stop();
-  serving.join();
   driver.EndAll();
   if (kwdriver::Logging(kwdriver::LogLevel::kInfo)) kwdriver::LogLine("kwdriver stopped");
   SetEvent(g_stopped);
-  return 0;
+  // The server's threads are not waited for: one that serves a client's
+  // idle keep-alive connection waits out its timeout (30 s) before it
+  // looks again, and the sessions and their applications have ended.
+  std::fflush(nullptr);
+  ExitProcess(0);
 }

@@ -3,6 +3,7 @@ capabilities (kw: and their appium: names), attaching to a running
 application, windows, and a session's end."""
 
 import os
+import signal
 import subprocess
 import threading
 import time
@@ -13,7 +14,8 @@ from selenium import webdriver
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from conftest import ROOT, SDK, app_path, http, options, session_url, w3c_error, windows_path
+from conftest import (ROOT, SDK, app_path, http, options, session_url, start_driver, w3c_error,
+                      windows_path)
 
 
 def display(d):
@@ -187,3 +189,33 @@ def test_attach_leaves_the_application_running(kwdriver, running_calculator):
         assert display(second).text == "42"          # what the first session left
     finally:
         second.quit()
+
+
+def programs_in_prefix(prefix, image):
+    """Linux ids of the Wine processes of `image` running in `prefix`."""
+    found = []
+    for entry in Path("/proc").iterdir():
+        try:
+            command = (entry / "cmdline").read_bytes().split(b"\0")[0].decode(errors="replace")
+            environment = (entry / "environ").read_bytes().split(b"\0")
+        except OSError:
+            continue
+        if command.lower().endswith(image) and f"WINEPREFIX={prefix}".encode() in environment:
+            found.append(int(entry.name))
+    return found
+
+
+def test_ctrl_c_ends_the_launched_applications_while_a_client_stays_connected(request):
+    driver = start_driver(request, "ctrl_c", script=True)   # by driver.sh, as a user starts it
+    d = webdriver.Remote(command_executor=driver.url, options=options("calculator"))
+    assert display(d).text == "0"        # the client keeps its connection open from here on
+    assert programs_in_prefix(driver.prefix, "calculator.exe")
+    started = time.monotonic()
+    os.killpg(driver.process.pid, signal.SIGINT)
+    driver.process.wait(timeout=60)
+    assert time.monotonic() - started < 15, driver.log_text()
+    assert "did not end" not in driver.log_text()
+    deadline = time.monotonic() + 10
+    while programs_in_prefix(driver.prefix, "calculator.exe") and time.monotonic() < deadline:
+        time.sleep(0.2)
+    assert not programs_in_prefix(driver.prefix, "calculator.exe")
