@@ -53,6 +53,7 @@
 
 #include "agent/ElementSupport.h"
 #include "agent/Session.h"
+#include "automation/Accessibility.h"
 #include "automation/InputEvents.h"
 #include "automation/ItemViews.h"
 #include "automation/ObjectQuery.h"
@@ -400,6 +401,16 @@ Json GetElementText(const Json& params, SessionState& session) {
   return JsonOf(element.item ? kwauto::ItemText(element.index) : kwauto::VisibleText(element.object.data()));
 }
 
+Json GetComputedLabel(const Json& params, SessionState& session) {
+  const Element element = session.elements.Resolve(params);
+  return JsonOf(element.item ? kwauto::ItemText(element.index).trimmed() : kwauto::AccessibleLabel(element.object.data()));
+}
+
+Json GetComputedRole(const Json& params, SessionState& session) {
+  const Element element = session.elements.Resolve(params);
+  return JsonOf(element.item ? kwauto::ItemAriaRole(element.object.data()) : kwauto::AriaRole(element.object.data()));
+}
+
 Json GetElementTagName(const Json& params, SessionState& session) {
   const Element element = session.elements.Resolve(params);
   return JsonOf(element.item ? QString("Item") : QString(element.object->metaObject()->className()));
@@ -576,6 +587,8 @@ void AddElementCommands(CommandTable& table) {
   table.Add("getElementCssValue", GetElementCssValue);
   table.Add("getElementText", GetElementText);
   table.Add("getElementTagName", GetElementTagName);
+  table.Add("getComputedLabel", GetComputedLabel);
+  table.Add("getComputedRole", GetComputedRole);
   table.Add("getElementRect", GetElementRect);
   table.Add("isElementSelected", IsElementSelected);
   table.Add("isElementEnabled", IsElementEnabled);

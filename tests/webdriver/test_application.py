@@ -43,6 +43,7 @@ def test_menu_entries_by_link_text(editor, title):
         found = entry(editor, text)
         assert found.is_displayed()
         assert found.text == text
+        assert (found.aria_role, found.accessible_name) == ("menuitem", text)
     # Close it with Escape: no menu is shown any more.
     ActionChains(editor).send_keys(Keys.ESCAPE).perform()
     WebDriverWait(editor, 10).until(EC.invisibility_of_element_located((By.CSS_SELECTOR, "QMenu:visible")))
@@ -52,6 +53,9 @@ def test_partial_link_text_finds_both_save_entries(editor):
     open_menu(editor, "File")
     found = editor.find_elements(By.PARTIAL_LINK_TEXT, "Save")
     assert sorted(e.text for e in found if e.tag_name == "QAction") == ["Save", "Save As..."]
+    # The tool bars' own entries can be checked.
+    toggles = [e for e in editor.find_elements(By.LINK_TEXT, "File") if e.get_attribute("checkable") == "true"]
+    assert toggles and all(e.aria_role == "menuitemcheckbox" for e in toggles)
     ActionChains(editor).send_keys(Keys.ESCAPE).perform()
 
 

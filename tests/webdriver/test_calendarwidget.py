@@ -1,7 +1,9 @@
 """Qt's calendar widget example by actions: a day clicked in the calendar,
 a drag from one day to another, arrow keys, the wheel and a double click on
 its next-month button, each read back from the example's "Current Date"
-edit, which follows the calendar's selection, or from its month shown."""
+edit, which follows the calendar's selection, or from its month shown.
+And its widgets' computed roles and labels, many of them named by the
+labels whose buddies they are."""
 
 import datetime
 
@@ -94,3 +96,23 @@ def test_keys_wheel_and_double_click(calendar):
     next_month = calendar.find_element(By.CSS_SELECTOR, "QCalendarWidget QToolButton#qt_calendar_nextmonth")
     ActionChains(calendar).double_click(next_month).perform()
     WebDriverWait(calendar, 5).until(lambda d: months_on(d, start) == 3)   # two clicks: two months more
+
+
+@pytest.mark.parametrize("using, value, role, label", [
+    (By.CSS_SELECTOR, "QComboBox", "combobox", "Locale"),                  # by its buddy, "&Locale"
+    (By.CSS_SELECTOR, 'QGroupBox[title="Dates"] QDateEdit', "spinbutton", "Current Date:"),
+    (By.XPATH, '//QCheckBox[@text="Grid"]', "checkbox", "Grid"),
+    (By.CSS_SELECTOR, 'QGroupBox[title="Dates"]', "group", "Dates"),
+    (By.CSS_SELECTOR, "QCalendarWidget QTableView", "grid", ""),
+    (By.CSS_SELECTOR, "QCalendarWidget QToolButton#qt_calendar_prevmonth", "button", ""),
+    (By.XPATH, '//QCalendarWidget//Item[@text="15"]', "gridcell", "15"),
+])
+def test_computed_role_and_label(calendar, using, value, role, label):
+    element = calendar.find_element(using, value)
+    assert (element.aria_role, element.accessible_name) == (role, label)
+
+
+def test_accessible_name_set_by_the_application_comes_first(calendar):
+    edit = calendar.find_element(By.CSS_SELECTOR, 'QGroupBox[title="Dates"] QDateEdit')
+    calendar.execute_script('arguments[0].accessibleName = "First day allowed";', edit)
+    assert edit.accessible_name == "First day allowed"
