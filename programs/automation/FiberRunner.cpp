@@ -68,12 +68,16 @@ bool Inside(const std::vector<FiberRunner::CodeRange>& ranges, DWORD64 address) 
 
 }  // namespace
 
+FiberRunner::JobFiber* FiberRunner::s_spareFiber = nullptr;
+DWORD FiberRunner::s_spareThread = 0;
+
 FiberRunner::FiberRunner(std::function<bool()> job, Done done) : m_job(std::move(job)), m_done(std::move(done)) {}
 
 FiberRunner::~FiberRunner() {
   if (qApp != nullptr) qApp->removeEventFilter(this);
   if (m_timer != 0) killTimer(m_timer);
-  if (m_fiber != nullptr) DeleteFiber(m_fiber);
+  if (m_fiber != nullptr) DeleteFiber(m_fiber);  // a job that never ended: its frames go with it
+  delete m_jobFiber;
   if (g_waiting == this) g_waiting = nullptr;
 }
 
@@ -115,8 +119,7 @@ QString FiberRunner::Start(bool now) {
     m_mainFiber = ConvertThreadToFiber(nullptr);
     m_convertedThread = m_mainFiber != nullptr;
   }
-  m_fiber = m_mainFiber != nullptr ? CreateFiber(kScriptStack, &FiberRunner::FiberMain, this) : nullptr;
-  if (m_fiber == nullptr) {
+  if (m_mainFiber == nullptr || !TakeFiber()) {
     const QString why = QString("cannot make the job's fiber (error %1)").arg(GetLastError());
     m_finished = true;
     if (m_done) m_done(false);
@@ -224,11 +227,32 @@ void FiberRunner::GiveUpCall() {
   Resume();
 }
 
+bool FiberRunner::TakeFiber() {
+  if (s_spareFiber != nullptr && s_spareThread == m_thread) {
+    m_jobFiber = s_spareFiber;
+    s_spareFiber = nullptr;
+  } else {
+    auto* fiber = new JobFiber;
+    fiber->handle = CreateFiber(kScriptStack, &FiberRunner::FiberMain, fiber);
+    if (fiber->handle == nullptr) {
+      delete fiber;
+      return false;
+    }
+    m_jobFiber = fiber;
+  }
+  m_jobFiber->runner = this;
+  m_fiber = m_jobFiber->handle;
+  return true;
+}
+
 void CALLBACK FiberRunner::FiberMain(void* parameter) {
-  auto* runner = static_cast<FiberRunner*>(parameter);
-  runner->m_succeeded = runner->m_job();
-  runner->m_finished = true;
-  for (;;) SwitchToFiber(runner->m_mainFiber);  // never resumed once finished
+  auto* fiber = static_cast<JobFiber*>(parameter);
+  for (;;) {
+    FiberRunner* runner = fiber->runner;
+    runner->m_succeeded = runner->m_job();
+    runner->m_finished = true;
+    SwitchToFiber(runner->m_mainFiber);  // resumed by the next job given this fiber, if any
+  }
 }
 
 bool FiberRunner::YieldToEventLoop() {
@@ -272,7 +296,16 @@ void FiberRunner::Finish() {
   // A job cut off keeps its fiber: its frames never run again, but what
   // they registered (a guarded pointer of Qt's on the stack) may still be
   // written to.
-  if (!m_cutOff) DeleteFiber(m_fiber);
+  if (m_cutOff) {
+    // kept as it stands
+  } else if (s_spareFiber == nullptr) {
+    s_spareFiber = m_jobFiber;
+    s_spareThread = m_thread;
+  } else {
+    DeleteFiber(m_fiber);
+    delete m_jobFiber;
+  }
+  m_jobFiber = nullptr;
   m_fiber = nullptr;
   if (m_convertedThread) ConvertFiberToThread();
   m_convertedThread = false;
