@@ -91,7 +91,15 @@ HANDLE volatile g_pipe = nullptr;
 // runs; ExitProcess ends the other threads before the agent hears of it,
 // maybe one in the middle of a message, which is then said only if no
 // message was under way.
+// Set on the GUI thread once a request's status is known, until the
+// agent's thread has sent it.
+std::atomic<bool> g_statusOnTheWay{false};
+
 void SayExiting() {
+  // A script that closed the application ended before it: its status goes
+  // first, for kwscript to read that it ended well, then the exit.
+  constexpr int kStatusWaitMs = 2000;
+  for (int waited = 0; g_statusOnTheWay && waited < kStatusWaitMs; waited += 10) Sleep(10);
   HANDLE pipe = g_pipe;
   if (pipe != nullptr) Send(pipe, kwagentkit::ExitMessage());
 }
@@ -277,6 +285,7 @@ class AgentRequest : public QObject {
  private:
   void Finish(int status) {
     *m_status = status;
+    if (m_opening.job != Job::Publish && g_pipe != nullptr) g_statusOnTheWay = true;
     SetEvent(m_scriptDone);
     m_cleanupTimer = startTimer(50);
   }
@@ -445,6 +454,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
     // here. The request and its events stay (the script still holds
     // them), and so does the mark until the script has ended.
     g_pipe = nullptr;
+    g_statusOnTheWay = false;
     kwscript::SetOutputSink(nullptr, nullptr);
     Send(pipe, kwagentkit::EndMessage(given));
     CloseHandle(pipe);
@@ -466,6 +476,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI KwAgentRun(void* pipeName) {
   if (opening.job == Job::Run) Send(pipe, kwagentkit::ChecksMessage(kwscript::CurrentChecks().ToJson()));
   Send(pipe, kwagentkit::EndMessage(status));
   g_pipe = nullptr;
+  g_statusOnTheWay = false;
   CloseHandle(pipe);
   ReleaseWhenFinished(end);  // the next script may attach; returns once the request is gone
   return static_cast<DWORD>(status);
