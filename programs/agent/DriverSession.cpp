@@ -94,6 +94,10 @@ class SessionHost : public QObject {
 
   ~SessionHost() override {
     StopScriptTimers();
+    for (kwauto::FiberRunner* runner : m_finished) {
+      runner->setParent(nullptr);
+      runner->Dispose();
+    }
     if (m_window != nullptr) DestroyWindow(m_window);
     CloseHandle(m_setUp);
   }
@@ -209,11 +213,10 @@ class SessionHost : public QObject {
     runner->setParent(this);
     runner->Start(true);  // from the wake-up: no turn of the event loop first
     m_finished.append(runner);
-    // Runners of answered commands go once a later command starts.
-    for (int i = 0; i + 1 < m_finished.size();) {
-      m_finished[i]->deleteLater();
-      m_finished.removeAt(i);
-    }
+    // Runners of answered commands go once a later command starts (one
+    // whose given-up call still waits in a modal window's loop, once that
+    // returns).
+    while (m_finished.size() > 1) m_finished.takeFirst()->Dispose();
   }
 
   // The session's end. A command still under way waits on its fiber, with
@@ -275,7 +278,7 @@ class SessionHost : public QObject {
   HANDLE m_cutOffTimer = nullptr;
   SessionState m_state;
   CommandTable m_commands;
-  QList<QObject*> m_finished;
+  QList<kwauto::FiberRunner*> m_finished;
   int m_running = 0;  // commands started and not answered yet
   bool m_ending = false;
 };

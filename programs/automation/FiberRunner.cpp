@@ -160,7 +160,22 @@ bool FiberRunner::eventFilter(QObject* watched, QEvent* event) {
   return false;
 }
 
+void FiberRunner::Dispose() {
+  if (m_entered == 0)
+    delete this;
+  else
+    m_disposed = true;
+}
+
 bool FiberRunner::EnterScript() {
+  struct Entered {
+    FiberRunner* runner;
+    explicit Entered(FiberRunner* r) : runner(r) { ++runner->m_entered; }
+    ~Entered() {
+      // The event loop deletes it, after the frames that called this one.
+      if (--runner->m_entered == 0 && runner->m_disposed) runner->deleteLater();
+    }
+  } entered(this);
   FiberRunner* const enteredFrom = g_onFiber;
   g_onFiber = this;
   SwitchToFiber(m_fiber);

@@ -92,6 +92,13 @@ class FiberRunner : public QObject {
   // Whether this runner's job ended by CutOff.
   bool WasCutOff() const { return m_cutOff; }
 
+  // Whether a frame of this runner is still on the thread's stack: a call
+  // of its job, given up, waits in a modal window's loop, and returns to
+  // the runner once the window closes, though the job may have ended.
+  bool InUse() const { return m_entered > 0; }
+  // Deletes the runner at once, or when its last frame has left.
+  void Dispose();
+
   // For a crash report, on the GUI thread while the job waits for the
   // event loop (the usual case: the application's own handlers crash on
   // the events a job's call posted): stops the job with `reason` and
@@ -143,6 +150,8 @@ class FiberRunner : public QObject {
   FiberCall* m_underway = nullptr;  // being made on the main fiber
   int m_giveUpTimer = 0;
   std::atomic<bool> m_cutOff{false};
+  int m_entered = 0;        // frames of EnterScript on the stack
+  bool m_disposed = false;  // to be deleted once none is
 };
 
 }  // namespace kwauto

@@ -8,6 +8,7 @@
 
 #include <QtCore/QEvent>
 #include <QtCore/QEventLoop>
+#include <QtCore/QPointer>
 #include <QtGui/QApplication>
 #include <QtGui/QDialog>
 
@@ -94,6 +95,37 @@ TEST(Waits, ACallThatOpensAModalDialogIsGivenUpAndTheJobAnswersIt) {
   EXPECT_TRUE(sawDialog);
   EXPECT_EQ(result, 7);
   EXPECT_EQ(FiberRunner::CallsGivenUp(), 0);
+}
+
+TEST(Waits, ARunnerWhoseGivenUpCallStillWaitsOutlivesItsDisposal) {
+  QDialog dialog;
+  dialog.setGeometry(50, 50, 120, 80);
+  int result = -1;
+  QEventLoop loop;
+  bool inUseAtTheEnd = false, keptOnDisposal = false;
+  QPointer<FiberRunner> runner;
+  runner = new FiberRunner(
+      [&] {
+        auto* call = new ExecDialog;
+        call->dialog = &dialog;
+        call->result = &result;
+        return !FiberRunner::CallOffScript(call);  // ends while the dialog stays open
+      },
+      [&](bool) {
+        // In the dialog's loop, which the given-up call runs below here.
+        inUseAtTheEnd = runner->InUse();
+        runner->Dispose();
+        keptOnDisposal = !runner.isNull();
+        dialog.done(3);
+        loop.quit();
+      });
+  runner->Start();
+  loop.exec();
+  EXPECT_TRUE(inUseAtTheEnd);
+  EXPECT_TRUE(keptOnDisposal) << "deleted while its call still waits";
+  EXPECT_EQ(result, 3);
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_TRUE(runner.isNull()) << "deleted once the call returned";
 }
 
 TEST(Waits, OutsideAJobACallIsMadeInPlace) {
