@@ -84,30 +84,29 @@ void SendLine(const QString& line, bool error, void* pipe) {
 // The pipe of the request under way, for a crash report.
 HANDLE volatile g_pipe = nullptr;
 
-// A process that exits (its own ExitProcess, after Qt's main returned or a
-// script closed it) says so to the kwscript attached, which tells it from a
-// process killed from outside, where no code of it runs any more. Qt's
-// application object says it first, as it goes, while every thread still
-// runs; ExitProcess ends the other threads before the agent hears of it,
-// maybe one in the middle of a message, which is then said only if no
-// message was under way.
 // Set on the GUI thread once a request's status is known, until the
 // agent's thread has sent it.
 std::atomic<bool> g_statusOnTheWay{false};
 
+// A process that exits (its own ExitProcess, after Qt's main returned or a
+// script closed it) says so to the kwscript attached, which tells it from a
+// process killed from outside, where no code of it runs any more. Qt's
+// application object says it as it goes, while every thread still runs;
+// DllMain says it again, after ExitProcess has ended the other threads,
+// only if no message was under way. A script that closed the application
+// ended before it: its status goes first, for kwscript to read that it
+// ended well.
 void SayExiting() {
-  // A script that closed the application ended before it: its status goes
-  // first, for kwscript to read that it ended well, then the exit.
   constexpr int kStatusWaitMs = 2000;
   for (int waited = 0; g_statusOnTheWay && waited < kStatusWaitMs; waited += 10) Sleep(10);
   HANDLE pipe = g_pipe;
   if (pipe != nullptr) Send(pipe, kwagentkit::ExitMessage());
 }
 
+// On the GUI thread, where Qt's post routines are kept.
 void SayExitingWithQt() {
-  static bool registered = false;
-  if (!registered) qAddPostRoutine(&SayExiting);
-  registered = true;
+  static const bool registered = (qAddPostRoutine(&SayExiting), true);
+  (void)registered;
 }
 
 // While kwscript waits for a script, the agent says once a second that
@@ -123,8 +122,9 @@ void SendHeartbeat(HANDLE pipe) {
 
 // Waits for `done` while the GUI thread lives, with heartbeats, at most
 // `seconds` (0: without limit), then asks the script to stop and gives it
-// 10 s more, cutting it off after the first if it runs in the engine. 0 once `done` is set, or the status to end with after saying
-// why not: the script does not stop (2), the GUI thread ended (4).
+// 10 s more, cutting it off after the first if it runs in its engine. 0
+// once `done` is set, or the status to end with after saying why not: the
+// script does not stop (2), the GUI thread ended (4).
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   constexpr DWORD kStopGraceMs = 10000;
   const DWORD start = GetTickCount();
@@ -373,7 +373,7 @@ class AgentRequest : public QObject {
 
 }  // namespace
 
-// A process that exits says so in DllMain (see SayExiting).
+// See SayExiting.
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnds) {
   HANDLE pipe = g_pipe;
   if (reason == DLL_PROCESS_DETACH && processEnds != nullptr && pipe != nullptr) {

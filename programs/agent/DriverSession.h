@@ -6,8 +6,6 @@
 
 #include <windows.h>
 
-#include <string>
-
 #include <functional>
 #include <string>
 

@@ -76,8 +76,10 @@ FiberRunner::FiberRunner(std::function<bool()> job, Done done) : m_job(std::move
 FiberRunner::~FiberRunner() {
   if (qApp != nullptr) qApp->removeEventFilter(this);
   if (m_timer != 0) killTimer(m_timer);
-  if (m_fiber != nullptr) DeleteFiber(m_fiber);  // a job that never ended: its frames go with it
-  delete m_jobFiber;
+  if (m_jobFiber != nullptr) {  // a job that never ended: its frames go with it
+    DeleteFiber(m_jobFiber->handle);
+    delete m_jobFiber;
+  }
   if (g_waiting == this) g_waiting = nullptr;
 }
 
@@ -103,7 +105,7 @@ bool FiberRunner::GiveCrashToScript(const QString& reason) {
   g_current = runner;
   runner->m_inScript = true;
   g_onFiber = runner;
-  SwitchToFiber(runner->m_fiber);
+  SwitchToFiber(runner->Fiber());
   g_onFiber = nullptr;
   return true;
 }
@@ -135,7 +137,7 @@ QString FiberRunner::Start(bool now) {
 
 bool FiberRunner::CallOffScript(FiberCall* call) {
   FiberRunner* runner = g_current;
-  if (runner == nullptr || runner->m_fiber == nullptr || CurrentFiber() != runner->m_fiber) {
+  if (runner == nullptr || runner->Fiber() == nullptr || CurrentFiber() != runner->Fiber()) {
     call->Make();
     return true;
   }
@@ -178,7 +180,7 @@ bool FiberRunner::EnterScript() {
   } entered(this);
   FiberRunner* const enteredFrom = g_onFiber;
   g_onFiber = this;
-  SwitchToFiber(m_fiber);
+  SwitchToFiber(Fiber());
   g_onFiber = enteredFrom;
   while (m_request != nullptr && !m_finished) {
     FiberCall* call = m_request;
@@ -195,7 +197,7 @@ bool FiberRunner::EnterScript() {
     if (m_giveUpTimer != 0) killTimer(m_giveUpTimer);
     m_giveUpTimer = 0;
     g_onFiber = this;
-    SwitchToFiber(m_fiber);
+    SwitchToFiber(Fiber());
     g_onFiber = enteredFrom;
   }
   return true;
@@ -206,7 +208,7 @@ bool FiberRunner::CutOff(const std::vector<CodeRange>& ranges, int patienceMs) {
   if (thread == nullptr || ranges.empty()) return false;
   const DWORD start = GetTickCount();
   for (;;) {
-    if (g_onFiber.load() == nullptr) return false;
+    if (g_onFiber.load() == nullptr || !g_stopRequested) return false;
     if (SuspendThread(thread) == static_cast<DWORD>(-1)) return false;
     // Until the thread resumes, nothing here may take a lock: it may hold
     // it (the heap's, the loader's).
@@ -215,7 +217,7 @@ bool FiberRunner::CutOff(const std::vector<CodeRange>& ranges, int patienceMs) {
     ZeroMemory(&context, sizeof context);
     context.ContextFlags = CONTEXT_CONTROL | CONTEXT_INTEGER;
     bool cut = false;
-    if (runner != nullptr && !runner->m_cutOff && GetThreadContext(thread, &context) &&
+    if (runner != nullptr && g_stopRequested && !runner->m_cutOff && GetThreadContext(thread, &context) &&
         Inside(ranges, context.Rip)) {
       context.Rsp = ((context.Rsp - kCutOffSlack) & ~static_cast<DWORD64>(15)) - 8;  // as a call leaves it
       context.Rip = reinterpret_cast<DWORD64>(&LeaveJobFiber);
@@ -256,8 +258,17 @@ bool FiberRunner::TakeFiber() {
     m_jobFiber = fiber;
   }
   m_jobFiber->runner = this;
-  m_fiber = m_jobFiber->handle;
   return true;
+}
+
+void FiberRunner::GiveBackFiber() {
+  if (s_spareFiber == nullptr) {
+    s_spareFiber = m_jobFiber;
+    s_spareThread = m_thread;
+    return;
+  }
+  DeleteFiber(m_jobFiber->handle);
+  delete m_jobFiber;
 }
 
 void CALLBACK FiberRunner::FiberMain(void* parameter) {
@@ -311,17 +322,8 @@ void FiberRunner::Finish() {
   // A job cut off keeps its fiber: its frames never run again, but what
   // they registered (a guarded pointer of Qt's on the stack) may still be
   // written to.
-  if (m_cutOff) {
-    // kept as it stands
-  } else if (s_spareFiber == nullptr) {
-    s_spareFiber = m_jobFiber;
-    s_spareThread = m_thread;
-  } else {
-    DeleteFiber(m_fiber);
-    delete m_jobFiber;
-  }
+  if (!m_cutOff) GiveBackFiber();
   m_jobFiber = nullptr;
-  m_fiber = nullptr;
   if (m_convertedThread) ConvertFiberToThread();
   m_convertedThread = false;
   if (m_done) m_done(m_succeeded);

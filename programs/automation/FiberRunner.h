@@ -80,14 +80,15 @@ class FiberRunner : public QObject {
     std::uintptr_t end = 0;
   };
 
-  // From another thread, for a job that a stop cannot reach (a script's
-  // loop that makes no call): once the job's thread is caught running in
-  // one of `ranges` on the job's fiber, switches that thread back to the
-  // event loop where the job last left it. The job's frames stay as they
+  // From another thread, for a job that a stop (RequestStop, asked
+  // before) cannot reach (a script's loop that makes no call): once the
+  // job's thread is caught running in one of `ranges` on the job's fiber,
+  // switches that thread back to the event loop where the job last left it. The job's frames stay as they
   // are and never run again; its fiber is kept, since objects of the
   // application may still point into its stack, and the runner ends the
   // job as failed (WasCutOff). Tries for about `patienceMs`; false when
-  // no job runs on its fiber or the thread was never caught in `ranges`.
+  // no job asked to stop runs on its fiber (a later job is never cut off
+  // for an earlier one's stop) or the thread was never caught in `ranges`.
   static bool CutOff(const std::vector<CodeRange>& ranges, int patienceMs);
   // Whether this runner's job ended by CutOff.
   bool WasCutOff() const { return m_cutOff; }
@@ -122,8 +123,11 @@ class FiberRunner : public QObject {
   // A fiber whose job has ended, for the next job of its thread.
   static JobFiber* s_spareFiber;
   static DWORD s_spareThread;
-  // A fiber for this runner's job: the thread's spare one, or a new one.
+  // A fiber for this runner's job: the thread's spare one, or a new one;
+  // and, once the job has ended, back as the spare one (or freed).
   bool TakeFiber();
+  void GiveBackFiber();
+  void* Fiber() const { return m_jobFiber != nullptr ? m_jobFiber->handle : nullptr; }
   // On the main fiber: lets the job run until it waits or ends, making
   // the calls it asks for meanwhile.
   void Resume();
@@ -138,7 +142,6 @@ class FiberRunner : public QObject {
   std::function<bool()> m_job;
   Done m_done;
   JobFiber* m_jobFiber = nullptr;
-  void* m_fiber = nullptr;  // its handle
   void* m_mainFiber = nullptr;
   bool m_convertedThread = false;
   bool m_inScript = false;

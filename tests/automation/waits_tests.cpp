@@ -169,6 +169,7 @@ TEST(Waits, AJobLoopingInTheGivenCodeIsCutOffAndTheThreadGoesOn) {
   bool elsewhereCut = true, cut = false;
   std::thread cutter([&] {
     Sleep(200);
+    FiberRunner::RequestStop("it spins");  // which the spin never sees
     elsewhereCut = FiberRunner::CutOff(nowhere, 100);
     cut = FiberRunner::CutOff(spinCode, 5000);
   });
