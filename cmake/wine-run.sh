@@ -14,6 +14,10 @@
 # The prefix <build>/wine/NAME (default "shared") is created once, under a lock,
 # so parallel test processes never race on its creation. Programs that change
 # the registry use a prefix of their own so that no other process sees it.
+# Prefixes are made from one template prefix (KW_WINE_TEMPLATE, by default
+# .template beside them) whose DLL folders they share through hard links: a
+# fresh prefix holds some 700 MB of Wine's DLLs, the same in every prefix, and
+# the tests use dozens of prefixes.
 set -euo pipefail
 
 # wine-run.sh --end-display LOCK RECORD: run, detached, by the program that
@@ -62,14 +66,59 @@ unset DISPLAY
 
 wine_bin=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
 
+# What a prefix was made by: one made by another Wine is made again.
+wine_version=$("$wine_bin" --version 2>/dev/null || echo unknown)
+template=${KW_WINE_TEMPLATE:-$build_root/.template}
+
+cannot_create() {
+  local free
+  free=$(df -Pm "$build_root" 2>/dev/null | awk 'NR == 2 { print $4 }')
+  echo "wine-run: could not create prefix $1 (${free:-?} MB free on its disk)" >&2
+  exit 1
+}
+
+# Makes the template prefix unless it is ready for this Wine.
+make_template() {
+  mkdir -p "$(dirname "$template")"
+  (
+    flock 9
+    if [[ $(cat "$template/.kw-ready" 2>/dev/null) != "$wine_version" ]]; then
+      rm -rf "$template"
+      WINEPREFIX=$template wineboot -i >/dev/null 2>&1 || true
+      WINEPREFIX=$template wineserver -w || true
+      [[ -f "$template/system.reg" ]] || cannot_create "$template"
+      echo "$wine_version" >"$template/.kw-ready"
+    fi
+  ) 9>"$template.lock"
+}
+
+# Makes the prefix a copy of the template whose DLL folders' files are hard
+# links to the template's. Only those are shared: Wine writes a registry or
+# settings file that has more than one link in place, and the programs under
+# test write their own files. Where links cannot be made (another file
+# system) the folders are copied.
+shared_folders=(drive_c/windows/system32 drive_c/windows/winsxs)
+make_prefix() {
+  local folder excluded=()
+  make_template || exit 1
+  rm -rf "$WINEPREFIX"
+  mkdir -p "$WINEPREFIX"
+  for folder in "${shared_folders[@]}"; do excluded+=(--exclude="./$folder"); done
+  tar -C "$template" "${excluded[@]}" --exclude=./.kw-ready -cf - . | tar -C "$WINEPREFIX" -xf - ||
+    cannot_create "$WINEPREFIX"
+  for folder in "${shared_folders[@]}"; do
+    if ! cp -al "$template/$folder" "$WINEPREFIX/$folder" 2>/dev/null; then
+      rm -rf "${WINEPREFIX:?}/$folder"
+      cp -a "$template/$folder" "$WINEPREFIX/$folder" || cannot_create "$WINEPREFIX"
+    fi
+  done
+  echo "$wine_version" >"$WINEPREFIX/.kw-ready"
+}
+
 (
   flock 9
-  if [[ ! -f "$WINEPREFIX/.kw-ready" ]]; then
-    rm -rf "$WINEPREFIX"
-    wineboot -i >/dev/null 2>&1 || true
-    wineserver -w || true
-    [[ -f "$WINEPREFIX/system.reg" ]] || { echo "wine-run: could not create prefix $WINEPREFIX" >&2; exit 1; }
-    touch "$WINEPREFIX/.kw-ready"
+  if [[ $(cat "$WINEPREFIX/.kw-ready" 2>/dev/null) != "$wine_version" ]]; then
+    make_prefix
   fi
 ) 9>"$build_root/.$prefix_name.lock"
 

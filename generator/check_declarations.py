@@ -36,17 +36,19 @@ def main():
                   "(set KW_QT_SOURCE); none at %s" % qt)
             return 77
         source_args = ["--qt-source", qt]
-    out = os.path.join(tempfile.mkdtemp(prefix="kw_decl_"), "declarations.jsonl")
+    folder = tempfile.mkdtemp(prefix="kw_decl_")
+    out = os.path.join(folder, "declarations.jsonl")
     rc = subprocess.call([sys.executable, os.path.join(HERE, "frontend.py")] + source_args + ["--out", out])
     if rc != 0:
         print("the front-end failed (%d)" % rc)
         return 1
     if not filecmp.cmp(out, committed, shallow=False):
+        # Kept for the reader to compare.
         print("regenerated declarations differ from %s (new file: %s)" % (committed, out))
         return 1
+    shutil.rmtree(folder, ignore_errors=True)
     print("regenerated declarations are identical to %s" % committed)
     return 0
-
 
 if __name__ == "__main__":
     sys.exit(main())

@@ -11,6 +11,7 @@ failed() { echo "FAIL: $*"; fail=1; }
 # share, so that only this test's programs keep it and its display. Output
 # through a file: an application kept running holds its output handles open.
 wine_root=$build/wine/scripts_test
+export KW_WINE_TEMPLATE=${KW_WINE_TEMPLATE:-$build/wine/.template}
 work=$(mktemp -d)
 # Whatever a failed case left running in the test's own prefix ends with it.
 trap 'rm -rf "$work"; [[ ! -d $wine_root/script ]] || WINEPREFIX=$wine_root/script wineserver -k 2>/dev/null' EXIT

@@ -84,7 +84,10 @@ class Driver:
         self.wine_root = WINE_ROOT / f"webdriver_{name}"
         self.wine_root.mkdir(parents=True, exist_ok=True)
         self.prefix = self.wine_root / "driver"
-        environment = dict(os.environ, KW_WINE_ROOT=str(self.wine_root), WINEPREFIX=str(self.prefix))
+        # Made from the template the other prefixes share.
+        template = os.environ.get("KW_WINE_TEMPLATE") or str(WINE_ROOT / ".template")
+        environment = dict(os.environ, KW_WINE_ROOT=str(self.wine_root), WINEPREFIX=str(self.prefix),
+                           KW_WINE_TEMPLATE=template)
         environment.update(env or {})
         args = ["--port", str(self.port), "--host", "127.0.0.1", *extra_args]
         exe = os.environ.get("KW_DRIVER_EXE")

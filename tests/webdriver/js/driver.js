@@ -36,7 +36,13 @@ async function startDriver(name, timeoutMs = 240000) {
   const port = await freePort();
   const folder = path.join(wineRoot, `webdriver_${name}`);
   fs.mkdirSync(folder, { recursive: true });
-  const env = { ...process.env, KW_WINE_ROOT: folder, WINEPREFIX: path.join(folder, 'driver') };
+  // Its prefix is made from the template the other prefixes share.
+  const env = {
+    ...process.env,
+    KW_WINE_ROOT: folder,
+    WINEPREFIX: path.join(folder, 'driver'),
+    KW_WINE_TEMPLATE: process.env.KW_WINE_TEMPLATE || path.join(wineRoot, '.template'),
+  };
   const args = ['--port', String(port), '--host', '127.0.0.1'];
   const command = process.env.KW_DRIVER_EXE
     ? [path.join(root, 'cmake', 'wine-run.sh'), '--prefix', 'driver', '--display', process.env.KW_DRIVER_EXE, ...args]
