@@ -124,37 +124,40 @@ void SendHeartbeat(HANDLE pipe) {
 // `seconds` (0: without limit), then asks the script to stop and gives it
 // 10 s more, cutting it off after the first if it runs in its engine. 0
 // once `done` is set, or the status to end with after saying why not: the
-// script does not stop (2), the GUI thread ended (4).
+// script does not stop (2), the GUI thread ended (4). The heartbeat goes
+// on while the script is stopped and cut off, which takes a while of its
+// own: kwscript would take a silence of a few seconds for a frozen
+// application.
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   constexpr DWORD kStopGraceMs = 10000;
   const DWORD start = GetTickCount();
   bool stopAsked = false, cutOffTried = false;
-  int status = -1;
-  while (status < 0) {
+  for (;;) {
     HANDLE gui = kwagent::GuiThread();
     HANDLE waits[2] = {done, gui};
     const DWORD woke = WaitForMultipleObjects(gui != nullptr ? 2 : 1, waits, FALSE, kHeartbeatMs);
     const DWORD elapsed = GetTickCount() - start;
-    if (woke == WAIT_OBJECT_0) {
-      status = 0;
-    } else if (woke == WAIT_OBJECT_0 + 1) {
+    if (woke == WAIT_OBJECT_0) return 0;
+    if (woke == WAIT_OBJECT_0 + 1) {
       SendLine("kwscript: the application's GUI thread ended during the script", true, pipe);
-      status = 4;
-    } else if (seconds > 0 && !stopAsked && elapsed >= seconds * 1000u) {
+      return 4;
+    }
+    if (stopAsked && elapsed >= seconds * 1000u + kStopGraceMs) {
+      SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(seconds), true, pipe);
+      return 2;
+    }
+    SendHeartbeat(pipe);
+    if (seconds > 0 && !stopAsked && elapsed >= seconds * 1000u) {
       kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
       stopAsked = true;
     } else if (stopAsked && !cutOffTried && elapsed >= seconds * 1000u + kwscript::ScriptRunner::kCutOffGraceMs) {
       cutOffTried = true;
       if (kwscript::ScriptRunner::CutOffStuckScript())
         SendLine("kwscript: " + kwscript::ScriptRunner::CutOffReport(seconds), true, pipe);
-    } else if (stopAsked && elapsed >= seconds * 1000u + kStopGraceMs) {
-      SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(seconds), true, pipe);
-      status = 2;
-    } else {
-      SendHeartbeat(pipe);
+      else
+        SendHeartbeat(pipe);
     }
   }
-  return status;
 }
 
 // The status a request ended with, its mark that a script is attached and
