@@ -357,6 +357,22 @@ Json JsonOfVariant(const QVariant& value) {
 
 QString NameParam(const Json& params) { return StringParam(params, "name"); }
 
+// What a field holds, for the name "value" of an object that has no such
+// property: a browser's input answers its typed text so, and tests read
+// fields by it. The text of a text field, text edit, spin box or combo box,
+// an item's text; else invalid.
+QVariant FieldValue(const Element& element) {
+  if (element.item) return kwauto::ItemText(element.index);
+  QObject* object = element.object.data();
+  if (object->metaObject()->indexOfProperty("value") >= 0) return QVariant();
+  if (auto* line = qobject_cast<QLineEdit*>(object)) return line->text();
+  if (auto* text = qobject_cast<QTextEdit*>(object)) return text->toPlainText();
+  if (auto* plain = qobject_cast<QPlainTextEdit*>(object)) return plain->toPlainText();
+  if (auto* spin = qobject_cast<QAbstractSpinBox*>(object)) return spin->text();
+  if (auto* combo = qobject_cast<QComboBox*>(object)) return combo->currentText();
+  return QVariant();
+}
+
 Json GetElementAttribute(const Json& params, SessionState& session) {
   const Element element = session.elements.Resolve(params);
   const QString name = NameParam(params);
@@ -364,6 +380,10 @@ Json GetElementAttribute(const Json& params, SessionState& session) {
                                                      : kwauto::ObjectAttributes(element.object.data());
   foreach (const auto& attribute, attributes)
     if (attribute.first == name) return JsonOf(attribute.second);
+  if (name == "value") {
+    const QVariant held = FieldValue(element);
+    if (held.isValid()) return JsonOf(held.toString());
+  }
   if (element.item) return nullptr;
   if (name == "className") return JsonOf(element.object->metaObject()->className());
   // A property the page source leaves out (empty, or of no plain type).
@@ -377,6 +397,10 @@ Json GetElementAttribute(const Json& params, SessionState& session) {
 Json GetElementProperty(const Json& params, SessionState& session) {
   const Element element = session.elements.Resolve(params);
   const QString name = NameParam(params);
+  if (name == "value") {
+    const QVariant held = FieldValue(element);
+    if (held.isValid()) return JsonOf(held.toString());
+  }
   if (element.item) {
     if (name == "row") return element.index.row();
     if (name == "column") return element.index.column();
@@ -574,6 +598,60 @@ Json TakeElementScreenshot(const Json& params, SessionState& session) {
                                        place.height()));
 }
 
+// --- what the clients' browser functions ask ----------------------------------
+// WebDriver has no command for these: clients send functions of the browser
+// (WebdriverIO's isFocused and isClickable, Selenium's scroll into view)
+// that kwdriver recognises and asks as these.
+
+// Whether the element has the keyboard focus; an item, whether its view has
+// it and the item is the current one.
+Json IsElementFocused(const Json& params, SessionState& session) {
+  const Element element = session.elements.Resolve(params);
+  const QWidget* focus = QApplication::focusWidget();
+  if (focus == nullptr) return false;
+  if (element.item) return focus == ViewOf(element) && ViewOf(element)->currentIndex() == element.index;
+  return focus == element.Widget();
+}
+
+// Brings the element into view as a user scrolls to it: a widget inside
+// scroll areas, an item in its view.
+void BringIntoView(const Element& element) {
+  if (element.item) ViewOf(element)->scrollTo(element.index);
+  else if (QWidget* widget = element.Widget()) ScrollIntoView(widget);
+}
+
+// Whether a click at the element's centre reaches it: brought into view, it
+// is displayed and enabled, no modal window keeps a user from it, and the
+// widget at its centre is its own (nothing covers it).
+Json IsElementClickable(const Json& params, SessionState& session) {
+  const Element element = session.elements.Resolve(params);
+  if (BlockingModal(element.object.data()) != nullptr) return false;
+  if (auto* action = qobject_cast<QAction*>(element.object.data()))
+    return action->isEnabled() && !ActionRect(action).isEmpty();
+  QWidget* widget = element.item ? ViewOf(element) : element.Widget();
+  if (widget == nullptr) return false;
+  BringIntoView(element);
+  if (!ElementDisplayed(element) || !widget->isEnabled()) return false;
+  if (element.item && !(element.index.flags() & Qt::ItemIsEnabled)) return false;
+  const QWidget* hit = QApplication::widgetAt(ElementRect(element).center());
+  return hit != nullptr && (hit == widget || widget->isAncestorOf(hit));
+}
+
+// Brings the element into view and answers its rectangle on the screen as
+// a browser's getBoundingClientRect does: x, y, width, height, left, top,
+// right, bottom.
+Json ScrollElementIntoView(const Json& params, SessionState& session) {
+  const Element element = session.elements.Resolve(params);
+  BringIntoView(element);
+  const QRect place = ElementRect(element);
+  Json out = RectJson(place);
+  out["left"] = place.x();
+  out["top"] = place.y();
+  out["right"] = place.x() + place.width();
+  out["bottom"] = place.y() + place.height();
+  return out;
+}
+
 }  // namespace
 
 void AddElementCommands(CommandTable& table) {
@@ -597,6 +675,9 @@ void AddElementCommands(CommandTable& table) {
   table.Add("elementClear", ElementClear);
   table.Add("elementSendKeys", ElementSendKeys);
   table.Add("takeElementScreenshot", TakeElementScreenshot);
+  table.Add("isElementFocused", IsElementFocused);
+  table.Add("isElementClickable", IsElementClickable);
+  table.Add("scrollElementIntoView", ScrollElementIntoView);
   AddWindowCommands(table);
 }
 

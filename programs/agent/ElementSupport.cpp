@@ -56,11 +56,17 @@ QWidget* CurrentWindow(SessionState& session) {
   return window;
 }
 
-void CheckNotBlocked(const QObject* target) {
+const QWidget* BlockingModal(const QObject* target) {
   const QWidget* modal = QApplication::activeModalWidget();
-  if (modal == nullptr) return;
+  if (modal == nullptr) return nullptr;
   for (const QObject* inside = target; inside != nullptr; inside = inside->parent())
-    if (inside == modal) return;
+    if (inside == modal) return nullptr;
+  return modal;
+}
+
+void CheckNotBlocked(const QObject* target) {
+  const QWidget* modal = BlockingModal(target);
+  if (modal == nullptr) return;
   Fail("unexpected alert open",
        QString("the modal %1 is open: a user cannot reach the %2 before it is answered")
            .arg(kwauto::ObjectDescription(modal), target->metaObject()->className()));

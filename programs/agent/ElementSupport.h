@@ -22,8 +22,11 @@ QList<QWidget*> VisibleWindows(ElementTable& elements);
 // switched to is closed or destroyed, or when there is none.
 QWidget* CurrentWindow(SessionState& session);
 
-// `unexpected alert open` when a modal window is open and `target` is not
-// inside it: a user could not reach it.
+// The modal window that keeps a user from `target` (one is open and
+// `target` is not inside it), or null.
+const QWidget* BlockingModal(const QObject* target);
+
+// `unexpected alert open` when a modal window keeps a user from `target`.
 void CheckNotBlocked(const QObject* target);
 
 // Whether a user sees the widget: it is visible, not minimized, not clipped

@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <QtCore/QObject>
+#include <QtCore/QRegExp>
 #include <QtCore/QTimerEvent>
 #include <QtGui/QAbstractItemView>
 
@@ -187,6 +188,19 @@ kwscript::JsonValueHooks HooksFor(ScriptScope& scope, SessionState& session) {
   Fail("javascript error", report);
 }
 
+// A syntax error's report, with a word on the cause when the script is
+// written in a later JavaScript than JScript's (a client's function sent as
+// an arrow function, say): the engine reads ECMAScript 3 with some of 5.
+QString WithSyntaxHint(const QString& report, const QString& script) {
+  // JScript's compile errors are 0x800A03E8 and on (JS 1000 to 1099).
+  static const QRegExp compileError("0x800A(03E[89A-F]|03F[0-9A-F]|04[0-4][0-9A-F])", Qt::CaseInsensitive);
+  if (compileError.indexIn(report) < 0) return report;
+  static const QRegExp later("=>|`|\\b(let|const|class)\\s|\\.\\.\\.");
+  if (later.indexIn(script) < 0) return report;
+  return report + " (scripts run in JScript, which reads ECMAScript 3 with some of 5: write function () {...} "
+                  "for an arrow function, var for let and const, strings joined with + for a template literal)";
+}
+
 Json Execute(const Json& params, SessionState& session, bool async) {
   const QString script = StringParam(params, "script");
   const Json args = params.contains("args") ? params["args"] : Json::array();
@@ -207,7 +221,8 @@ Json Execute(const Json& params, SessionState& session, bool async) {
   Values outcome;
   VARIANT* result = outcome.Add();
   QString error;
-  if (!functions.Call(L"script", script.toStdWString(), arguments.all(), result, &error)) FailScript(error);
+  if (!functions.Call(L"script", script.toStdWString(), arguments.all(), result, &error))
+    FailScript(WithSyntaxHint(error, script));
   if (async) {
     // The answer comes through the callback: from the body itself, from a
     // timer function, or from neither before the time runs out.

@@ -30,6 +30,13 @@ Atom RecogniseAtom(const std::string& script) {
   // element's checkVisibility() it tries first.
   if (Has(script, "function isElementDisplayed(") || Has(script, "function checkVisibility(elem"))
     return Atom::kIsDisplayed;
+  if (Has(script, "function isFocused(elem)") && Has(script, "document.activeElement")) return Atom::kIsFocused;
+  if (Has(script, "function isElementClickable(elem)")) return Atom::kIsClickable;
+  // Selenium's location once scrolled into view (Python and Java alike):
+  // scroll, then read the bounding rectangle.
+  if (script.size() < 400 && Has(script, "arguments[0]") && Has(script, "scrollIntoView(") &&
+      Has(script, "getBoundingClientRect()"))
+    return Atom::kScrollIntoView;
   // Without the comment: the Closure-compiled frame both atoms share, told
   // apart by words only one of them has.
   if (script.size() < 2000) return Atom::kNone;
@@ -38,6 +45,18 @@ Atom RecogniseAtom(const std::string& script) {
   if (Has(body, "allowfullscreen") && Has(body, "readonly")) return Atom::kGetAttribute;
   if (Has(body, "opacity") && Has(body, "overflow")) return Atom::kIsDisplayed;
   return Atom::kNone;
+}
+
+const char* AtomCommand(Atom atom) {
+  switch (atom) {
+    case Atom::kIsDisplayed: return "isElementDisplayed";
+    case Atom::kGetAttribute: return "getElementAttribute";
+    case Atom::kIsFocused: return "isElementFocused";
+    case Atom::kIsClickable: return "isElementClickable";
+    case Atom::kScrollIntoView: return "scrollElementIntoView";
+    case Atom::kNone: break;
+  }
+  return "";
 }
 
 }  // namespace kwdriver

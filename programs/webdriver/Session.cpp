@@ -166,12 +166,12 @@ Outcome Session::Run(const Route& route, const std::map<std::string, std::string
     const json& args = params["args"];
     const Atom atom = name == "executeScript" ? RecogniseAtom(params["script"].get<std::string>()) : Atom::kNone;
     const std::string element = args.empty() ? "" : ElementRef(args[0]);
-    if (atom == Atom::kIsDisplayed && !element.empty()) {
-      name = "isElementDisplayed";
-      params = {{"elementId", element}};
-    } else if (atom == Atom::kGetAttribute && !element.empty() && args.size() >= 2 && args[1].is_string()) {
-      name = "getElementAttribute";
-      params = {{"elementId", element}, {"name", args[1]}};
+    const bool named = args.size() >= 2 && args[1].is_string();
+    if (atom != Atom::kNone && !element.empty() && (atom != Atom::kGetAttribute || named)) {
+      json asked = {{"elementId", element}};
+      if (atom == Atom::kGetAttribute) asked["name"] = args[1];
+      name = AtomCommand(atom);
+      params = std::move(asked);  // args is part of params
     } else {
       script = true;
       params["timeoutMs"] = timeouts.script ? json(*timeouts.script) : json(nullptr);

@@ -12,10 +12,12 @@
 #include <QtGui/QApplication>
 #include <QtGui/QInputDialog>
 #include <QtGui/QKeyEvent>
+#include <QtGui/QLabel>
 #include <QtGui/QLineEdit>
 #include <QtGui/QListWidget>
 #include <QtGui/QMessageBox>
 #include <QtGui/QPushButton>
+#include <QtGui/QScrollArea>
 #include <QtGui/QSlider>
 #include <QtGui/QVBoxLayout>
 #include <QtGui/QWidget>
@@ -252,6 +254,80 @@ TEST(AgentScripts, RunWithTheAppObjectAndElementsBothWays) {
   EXPECT_NE(thrown.value("message", "").find("no way"), std::string::npos) << thrown;
   EXPECT_NE(thrown.value("message", "").find(":2:"), std::string::npos) << thrown;
   EXPECT_EQ(ErrorOf(missing), "no such element") << missing;
+}
+
+// What the clients' browser functions ask (focus, clickability, scrolling
+// into view), the value of a field, and a script in a later JavaScript.
+TEST(AgentElements, QuestionsWebDriverHasNoCommandForAreAnsweredFromTheWidgets) {
+  Form form;
+  auto* layout = form.window.layout();
+  auto* off = new QPushButton("Off");
+  off->setObjectName("off");
+  off->setEnabled(false);
+  auto* under = new QPushButton("Under");
+  under->setObjectName("under");
+  auto* area = new QScrollArea;
+  area->setFixedHeight(80);
+  auto* tall = new QWidget;
+  tall->setFixedSize(200, 1000);
+  auto* deep = new QPushButton("Deep", tall);
+  deep->setObjectName("deep");
+  deep->move(10, 900);
+  area->setWidget(tall);
+  layout->addWidget(off);
+  layout->addWidget(under);
+  layout->addWidget(area);
+  form.edit->setText("typed");
+  form.slider->setValue(10);
+  for (int i = 0; i < 3; ++i) QApplication::processEvents();
+  QLabel cover("cover", &form.window);  // raised over "under"
+  cover.setGeometry(under->geometry());
+  cover.setAutoFillBackground(true);
+  cover.show();
+  cover.raise();
+  form.edit->setFocus();
+  QApplication::processEvents();
+
+  Json focused, clickable, deepBefore, deepAfter, scrolled, deepRect, deepClickable, values, arrow, plainError;
+  Serve([&](Client& session) {
+    auto find = [&](const char* id) {
+      return session.Command("findElement", {{"using", "css selector"}, {"value", std::string("#") + id}});
+    };
+    auto ask = [&](const char* command, const Json& element, const char* name = nullptr) {
+      Json params = {{"elementId", element.value(kwagent::kElementKey, "")}};
+      if (name != nullptr) params["name"] = name;
+      return session.Command(command, params);
+    };
+    const Json edit = find("edit"), button = find("ask"), slider = find("slider"), deepOne = find("deep");
+    focused = {ask("isElementFocused", edit), ask("isElementFocused", button)};
+    clickable = {ask("isElementClickable", button), ask("isElementClickable", find("off")),
+                 ask("isElementClickable", find("under"))};
+    deepBefore = ask("isElementDisplayed", deepOne);
+    scrolled = ask("scrollElementIntoView", deepOne);
+    deepAfter = ask("isElementDisplayed", deepOne);
+    deepRect = ask("getElementRect", deepOne);
+    deepClickable = ask("isElementClickable", deepOne);
+    values = {ask("getElementProperty", edit, "value"), ask("getElementAttribute", edit, "value"),
+              ask("getElementProperty", slider, "value"), ask("getElementAttribute", slider, "value"),
+              ask("getElementProperty", button, "value")};
+    arrow = session.Script("return [1, 2].map((x) => x * 2);");
+    plainError = session.Script("return (1;");
+  });
+  EXPECT_EQ(focused, Json::array({true, false}));
+  EXPECT_EQ(clickable, Json::array({true, false, false}));  // ask; disabled; covered
+  EXPECT_EQ(deepBefore, false);
+  EXPECT_EQ(deepAfter, true);
+  ASSERT_TRUE(scrolled.is_object()) << scrolled;
+  for (const char* key : {"x", "y", "width", "height"}) EXPECT_EQ(scrolled[key], deepRect[key]) << key;
+  EXPECT_EQ(scrolled["left"], deepRect["x"]);
+  EXPECT_EQ(scrolled["bottom"], deepRect["y"].get<int>() + deepRect["height"].get<int>());
+  EXPECT_EQ(deepClickable, true);
+  // A field's text; a slider keeps its own value property; a button has none.
+  EXPECT_EQ(values, Json::array({"typed", "typed", 10, "10", nullptr}));
+  EXPECT_EQ(ErrorOf(arrow), "javascript error") << arrow;
+  EXPECT_NE(arrow.value("message", "").find("arrow function"), std::string::npos) << arrow;
+  EXPECT_EQ(ErrorOf(plainError), "javascript error") << plainError;
+  EXPECT_EQ(plainError.value("message", "").find("arrow function"), std::string::npos) << plainError;
 }
 
 TEST(AgentScripts, AsynchronousScriptsAnswerThroughTheirCallbackOrTimeOut) {

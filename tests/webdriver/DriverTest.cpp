@@ -194,6 +194,22 @@ TEST(Atoms, SeleniumsAtomsAreRecognised) {
   EXPECT_EQ(RecogniseAtom("return (function isElementDisplayed(element) { return true; }).apply(null, arguments)"),
             Atom::kIsDisplayed);
   EXPECT_EQ(RecogniseAtom(std::string(5000, ' ') + "return this._.apply(null, arguments);"), Atom::kNone);
+  // The questions WebDriver has no command for, as WebdriverIO 9 and
+  // Selenium's Python and Java bindings send them; and look-alikes that are not.
+  const std::pair<const char*, Atom> questions[] = {
+      {"return (function isFocused(elem) {\n  return elem === document.activeElement;\n}).apply(null, arguments)",
+       Atom::kIsFocused},
+      {"return (function isElementClickable(elem) {\n  if (!elem.getBoundingClientRect || !elem.scrollIntoView) "
+       "{\n    return false;\n  }\n}).apply(null, arguments)",
+       Atom::kIsClickable},
+      {"arguments[0].scrollIntoView(true); return arguments[0].getBoundingClientRect()", Atom::kScrollIntoView},
+      {"var e = arguments[0]; e.scrollIntoView({behavior: 'instant', block: 'end', inline: 'nearest'}); "
+       "var rect = e.getBoundingClientRect(); return {'x': rect.left, 'y': rect.top};",
+       Atom::kScrollIntoView},
+      {"return (function isFocused(elem) { return elem.hasFocus; }).apply(null, arguments)", Atom::kNone},
+      {"return arguments[0].getBoundingClientRect()", Atom::kNone},
+  };
+  for (const auto& [script, atom] : questions) EXPECT_EQ(RecogniseAtom(script), atom) << script;
   const std::pair<const char*, Atom> files[] = {
       {"Z:\\usr\\lib\\python3\\dist-packages\\selenium\\webdriver\\remote\\isDisplayed.js", Atom::kIsDisplayed},
       {"Z:\\usr\\lib\\python3\\dist-packages\\selenium\\webdriver\\remote\\getAttribute.js", Atom::kGetAttribute},
@@ -384,6 +400,18 @@ TEST_F(DriverTest, SeleniumsAtomsBecomeTheCommandsTheyStandFor) {
   DoJson("POST", s + "/execute/sync",
      json{{"script", "/* isDisplayed */return (function(){}).apply(null, arguments);"}, {"args", {1}}});
   EXPECT_EQ(App(0).CallNames().back(), "executeScript");
+  // WebdriverIO's and Selenium's questions WebDriver has no command for.
+  const std::pair<const char*, const char*> questions[] = {
+      {"return (function isFocused(elem) { return elem === document.activeElement; }).apply(null, arguments)",
+       "isElementFocused"},
+      {"return (function isElementClickable(elem) { return true; }).apply(null, arguments)", "isElementClickable"},
+      {"arguments[0].scrollIntoView(true); return arguments[0].getBoundingClientRect()", "scrollElementIntoView"},
+  };
+  for (const auto& [script, command] : questions) {
+    answer = DoJson("POST", s + "/execute/sync", json{{"script", script}, {"args", json::array({element})}});
+    EXPECT_EQ(App(0).CallNames().back(), command);
+    EXPECT_EQ(answer.body["value"], json::parse(R"({"elementId":"e3"})")) << command;
+  }
 }
 
 TEST_F(DriverTest, FindsRepeatUntilTheImplicitWaitIsOver) {

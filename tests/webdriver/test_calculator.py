@@ -5,6 +5,8 @@ import pytest
 from selenium import webdriver
 from selenium.webdriver.common.by import By
 from selenium.webdriver.remote.command import Command
+from selenium.webdriver.support import expected_conditions as EC
+from selenium.webdriver.support.ui import WebDriverWait
 
 from conftest import ELEMENT_KEY, http, options, session_url
 
@@ -91,6 +93,18 @@ def test_element_facts(calc):
     assert display(calc).tag_name == "QLineEdit"
     assert display(calc).get_attribute("readOnly") == "true"
     assert calc.title == "Calculator"
+
+
+def test_stock_client_helpers_that_send_browser_functions(calc):
+    seven = calc.find_element(By.CSS_SELECTOR, 'Button[text="7"]')
+    # Selenium's scroll into view answers the place on the screen.
+    assert seven.location_once_scrolled_into_view == seven.location
+    # A field's value is its text, also for the client's waits.
+    seven.click()
+    assert display(calc).get_attribute("value") == display(calc).get_property("value") == "7"
+    WebDriverWait(calc, 5).until(EC.text_to_be_present_in_element_value((By.CSS_SELECTOR, "QLineEdit"), "7"))
+    calc.find_element(By.CSS_SELECTOR, 'Button[text="Clear All"]').click()
+    assert display(calc).get_attribute("value") == "0"
 
 
 def test_find_from_element(calc):

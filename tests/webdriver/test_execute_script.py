@@ -81,6 +81,12 @@ def test_error_message_is_the_scripts(calc):
         calc.execute_script('throw new Error("boom " + 42);')
 
 
+def test_later_javascript_is_answered_with_what_to_write(calc):
+    with pytest.raises(JavascriptException, match="write function"):
+        calc.execute_script("var twice = (x) => x * 2; return twice(21);")
+    assert calc.execute_script("var twice = function (x) { return x * 2; }; return twice(21);") == 42
+
+
 def test_async_script_answers_by_callback(calc):
     assert calc.execute_async_script("arguments[arguments.length - 1](arguments[0] * 2);", 21) == 42
     shown = display(calc)

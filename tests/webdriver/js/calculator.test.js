@@ -68,6 +68,14 @@ describe('the calculator through WebdriverIO', function () {
     assert.equal(read, '321!');
   });
 
+  it('answers isFocused, isClickable and getValue, which send browser functions', async function () {
+    await browser.$('Button[text="7"]').click();
+    assert.equal(await display().getValue(), '7');
+    assert.equal(await display().isFocused(), true);
+    assert.equal(await browser.$('Button[text="8"]').isFocused(), false);
+    assert.equal(await browser.$('Button[text="8"]').isClickable(), true);
+  });
+
   it('answers a missing element with no such element', async function () {
     await assert.rejects(browser.findElement('css selector', 'QPushButton#nothingHasThisName')
       .then((result) => { if (result && result.error) throw new Error(result.error); return result; }),
