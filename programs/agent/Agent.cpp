@@ -124,14 +124,15 @@ void SendHeartbeat(HANDLE pipe) {
 // `seconds` (0: without limit), then asks the script to stop and gives it
 // 10 s more, cutting it off after the first if it runs in its engine. 0
 // once `done` is set, or the status to end with after saying why not: the
-// script does not stop (2), the GUI thread ended (4). The heartbeat goes
-// on while the script is stopped and cut off, which takes a while of its
-// own: kwscript would take a silence of a few seconds for a frozen
-// application.
+// script does not stop (2), the GUI thread ended (4). The cut-off is tried
+// a second at a time, each tick, until it catches the script or the time
+// is up, and the heartbeat goes on meanwhile: kwscript would take a
+// silence of a few seconds for a frozen application.
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
   constexpr DWORD kStopGraceMs = 10000;
   const DWORD start = GetTickCount();
-  bool stopAsked = false, cutOffTried = false;
+  constexpr int kCutOffTryMs = 1000;
+  bool stopAsked = false, cutOff = false;
   for (;;) {
     HANDLE gui = kwagent::GuiThread();
     HANDLE waits[2] = {done, gui};
@@ -150,9 +151,9 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
     if (seconds > 0 && !stopAsked && elapsed >= seconds * 1000u) {
       kwscript::ScriptRunner::RequestStop(QString("the script did not finish within %1 s").arg(seconds));
       stopAsked = true;
-    } else if (stopAsked && !cutOffTried && elapsed >= seconds * 1000u + kwscript::ScriptRunner::kCutOffGraceMs) {
-      cutOffTried = true;
-      if (kwscript::ScriptRunner::CutOffStuckScript())
+    } else if (stopAsked && !cutOff && elapsed >= seconds * 1000u + kwscript::ScriptRunner::kCutOffGraceMs) {
+      cutOff = kwscript::ScriptRunner::CutOffStuckScript(kCutOffTryMs);
+      if (cutOff)
         SendLine("kwscript: " + kwscript::ScriptRunner::CutOffReport(seconds), true, pipe);
       else
         SendHeartbeat(pipe);

@@ -230,7 +230,7 @@ bool FiberRunner::CutOff(const std::vector<CodeRange>& ranges, int patienceMs) {
     if (runner == nullptr) return false;
     if (cut) return true;
     if (GetTickCount() - start >= static_cast<DWORD>(patienceMs)) return false;
-    Sleep(2);
+    Sleep(1);
   }
 }
 

@@ -36,19 +36,20 @@ bool ScriptRunner::AwaitOrStop(HANDLE done, int seconds, QString* why) {
   if (WaitForSingleObject(done, seconds > 0 ? seconds * 1000u : INFINITE) != WAIT_TIMEOUT) return true;
   const QString late = QString("the script did not finish within %1 s").arg(seconds);
   RequestStop(late);
+  const DWORD stopped = GetTickCount();
   if (WaitForSingleObject(done, kCutOffGraceMs) != WAIT_TIMEOUT) return true;
   if (CutOffStuckScript()) PrintError("kwscript: " + CutOffReport(seconds));
-  if (WaitForSingleObject(done, kStopGraceMs - kCutOffGraceMs) != WAIT_TIMEOUT) return true;
+  const DWORD spent = GetTickCount() - stopped;
+  if (WaitForSingleObject(done, spent < kStopGraceMs ? kStopGraceMs - spent : 0) != WAIT_TIMEOUT) return true;
   *why = late + " and does not stop";
   return false;
 }
 
-bool ScriptRunner::CutOffStuckScript() {
-  constexpr int kPatienceMs = 2000;
+bool ScriptRunner::CutOffStuckScript(int patienceMs) {
   std::vector<CodeRange> engines;
   AddImageOf(L"jscript.dll", &engines);
   AddImageOf(L"vbscript.dll", &engines);
-  return CutOff(engines, kPatienceMs);
+  return CutOff(engines, patienceMs);
 }
 
 QString ScriptRunner::CutOffReport(int seconds) {

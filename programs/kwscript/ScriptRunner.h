@@ -37,13 +37,17 @@ class ScriptRunner : public kwauto::FiberRunner {
   // not reach (a loop that makes no call): takes the GUI thread off it
   // where it runs in the JScript or VBScript engine (FiberRunner::CutOff),
   // and the script ends as failed. Its engine and what the engine holds
-  // stay as they are, never to be used or released. False when no script
-  // runs in an engine.
-  static bool CutOffStuckScript();
+  // stay as they are, never to be used or released. It tries for
+  // `patienceMs`: a loop that spends most of its time outside the engine
+  // (in the system's calls of Date, say) is caught there only now and then.
+  // False when no script runs in an engine, or none was caught in time.
+  static bool CutOffStuckScript(int patienceMs = kCutOffPatienceMs);
   // What is said of a script cut off once `seconds` had passed.
   static QString CutOffReport(int seconds);
-  // How long after the stop a script is cut off.
+  // How long after the stop a script is cut off, and how long the cut-off
+  // tries at the most: together, within the 10 s a stop is given.
   static constexpr DWORD kCutOffGraceMs = 1000;
+  static constexpr int kCutOffPatienceMs = 8000;
 };
 
 }  // namespace kwscript
