@@ -129,9 +129,8 @@ void SendHeartbeat(HANDLE pipe) {
 // is up, and the heartbeat goes on meanwhile: kwscript would take a
 // silence of a few seconds for a frozen application.
 int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
-  constexpr DWORD kStopGraceMs = 10000;
-  const DWORD start = GetTickCount();
   constexpr int kCutOffTryMs = 1000;
+  const DWORD start = GetTickCount();
   bool stopAsked = false, cutOff = false;
   for (;;) {
     HANDLE gui = kwagent::GuiThread();
@@ -143,7 +142,7 @@ int AwaitScript(HANDLE pipe, HANDLE done, int seconds) {
       SendLine("kwscript: the application's GUI thread ended during the script", true, pipe);
       return 4;
     }
-    if (stopAsked && elapsed >= seconds * 1000u + kStopGraceMs) {
+    if (stopAsked && elapsed >= seconds * 1000u + kwscript::ScriptRunner::kStopGraceMs) {
       SendLine(QString("kwscript: the script did not finish within %1 s and does not stop").arg(seconds), true, pipe);
       return 2;
     }

@@ -360,8 +360,9 @@ QString NameParam(const Json& params) { return StringParam(params, "name"); }
 // What a field holds, for the name "value" of an object that has no such
 // property: a browser's input answers its typed text so, and tests read
 // fields by it. The text of a text field, text edit, spin box or combo box,
-// an item's text; else invalid.
-QVariant FieldValue(const Element& element) {
+// an item's text; else (or for another name) invalid.
+QVariant FieldValue(const Element& element, const QString& name) {
+  if (name != "value") return QVariant();
   if (element.item) return kwauto::ItemText(element.index);
   QObject* object = element.object.data();
   if (object->metaObject()->indexOfProperty("value") >= 0) return QVariant();
@@ -380,10 +381,7 @@ Json GetElementAttribute(const Json& params, SessionState& session) {
                                                      : kwauto::ObjectAttributes(element.object.data());
   foreach (const auto& attribute, attributes)
     if (attribute.first == name) return JsonOf(attribute.second);
-  if (name == "value") {
-    const QVariant held = FieldValue(element);
-    if (held.isValid()) return JsonOf(held.toString());
-  }
+  if (const QVariant held = FieldValue(element, name); held.isValid()) return JsonOf(held.toString());
   if (element.item) return nullptr;
   if (name == "className") return JsonOf(element.object->metaObject()->className());
   // A property the page source leaves out (empty, or of no plain type).
@@ -397,10 +395,7 @@ Json GetElementAttribute(const Json& params, SessionState& session) {
 Json GetElementProperty(const Json& params, SessionState& session) {
   const Element element = session.elements.Resolve(params);
   const QString name = NameParam(params);
-  if (name == "value") {
-    const QVariant held = FieldValue(element);
-    if (held.isValid()) return JsonOf(held.toString());
-  }
+  if (const QVariant held = FieldValue(element, name); held.isValid()) return JsonOf(held.toString());
   if (element.item) {
     if (name == "row") return element.index.row();
     if (name == "column") return element.index.column();

@@ -83,10 +83,10 @@ class FiberRunner : public QObject {
   // From another thread, for a job that a stop (RequestStop, asked
   // before) cannot reach (a script's loop that makes no call): once the
   // job's thread is caught running in one of `ranges` on the job's fiber,
-  // switches that thread back to the event loop where the job last left it. The job's frames stay as they
-  // are and never run again; its fiber is kept, since objects of the
-  // application may still point into its stack, and the runner ends the
-  // job as failed (WasCutOff). Tries for about `patienceMs`; false when
+  // switches that thread back to the event loop where the job last left
+  // it. The job's frames stay as they are and never run again; its fiber
+  // is kept, since objects of the application may still point into its
+  // stack, and the runner ends the job as failed (WasCutOff). Tries for about `patienceMs`; false when
   // no job asked to stop runs on its fiber (a later job is never cut off
   // for an earlier one's stop) or the thread was never caught in `ranges`.
   static bool CutOff(const std::vector<CodeRange>& ranges, int patienceMs);

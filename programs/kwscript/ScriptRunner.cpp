@@ -32,7 +32,6 @@ void AddImageOf(const wchar_t* module, std::vector<kwauto::FiberRunner::CodeRang
 }  // namespace
 
 bool ScriptRunner::AwaitOrStop(HANDLE done, int seconds, QString* why) {
-  constexpr DWORD kStopGraceMs = 10000;
   if (WaitForSingleObject(done, seconds > 0 ? seconds * 1000u : INFINITE) != WAIT_TIMEOUT) return true;
   const QString late = QString("the script did not finish within %1 s").arg(seconds);
   RequestStop(late);

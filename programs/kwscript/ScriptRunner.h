@@ -44,10 +44,12 @@ class ScriptRunner : public kwauto::FiberRunner {
   static bool CutOffStuckScript(int patienceMs = kCutOffPatienceMs);
   // What is said of a script cut off once `seconds` had passed.
   static QString CutOffReport(int seconds);
-  // How long after the stop a script is cut off, and how long the cut-off
-  // tries at the most: together, within the 10 s a stop is given.
+  // How long a script asked to stop is given before it is said not to
+  // stop; how long after the stop it is cut off; and how long the cut-off
+  // tries at the most, leaving the last second of the grace to its report.
+  static constexpr DWORD kStopGraceMs = 10000;
   static constexpr DWORD kCutOffGraceMs = 1000;
-  static constexpr int kCutOffPatienceMs = 8000;
+  static constexpr int kCutOffPatienceMs = static_cast<int>(kStopGraceMs - kCutOffGraceMs) - 1000;
 };
 
 }  // namespace kwscript
